@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Builds and runs Vantalo. Without a display it starts a virtual one (Xvfb) with a tray host.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+bash scripts/build.sh build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+binary="$PWD/build/src/vantalo"
+
+if [ -n "${DISPLAY:-}" ]; then
+  exec "$binary"
+fi
+
+display=99
+while [ -e "/tmp/.X${display}-lock" ] || [ -e "/tmp/.X11-unix/X${display}" ]; do
+  display=$((display + 1))
+done
+export DISPLAY=":${display}"
+if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
+  XDG_RUNTIME_DIR=$(mktemp -d)
+  export XDG_RUNTIME_DIR
+fi
+
+pids=()
+cleanup() {
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  wait 2>/dev/null || true
+}
+trap cleanup EXIT
+trap 'exit 130' INT TERM
+
+Xvfb "$DISPLAY" -screen 0 1920x1080x24 -nolisten tcp >/dev/null 2>&1 &
+pids+=($!)
+for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+trayer --edge top --align right --widthtype request --height 28 --tint 0x202020 --transparent true \
+  --alpha 0 >/dev/null 2>&1 &
+pids+=($!)
+
+echo "No display found: Vantalo runs inside a virtual display ($DISPLAY, 1920×1080) with a tray host."
+echo "Look at it with:  DISPLAY=$DISPLAY import -window root vantalo.png"
+echo "Drive it with:    DISPLAY=$DISPLAY xdotool key ctrl+g"
+echo "Stop it with Ctrl+C (or: kill $$)."
+"$binary" &
+pids+=($!)
+wait "${pids[-1]}"

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Builds and runs the whole suite. On CI (CI=true) or with VANTALO_SANITIZE=1 it runs a second
+# time, built with AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+bash scripts/check-format.sh
+
+run_suite() {
+  local dir=$1
+  shift
+  bash scripts/build.sh "$dir" "$@"
+  (cd "$dir" && ctest --output-on-failure --parallel 2 --timeout 600)
+}
+
+if [ "${VANTALO_SANITIZE:-0}" != 1 ]; then
+  run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+fi
+if [ "${CI:-}" = true ] || [ "${VANTALO_SANITIZE:-0}" = 1 ]; then
+  # libxkbcommon-x11 hands strndup a length past its string's end; the read stops at the NUL.
+  export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:intercept_strndup=0"
+  export LSAN_OPTIONS="suppressions=$PWD/tests/lsan.supp:print_suppressions=0"
+  export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
+  run_suite build-asan -DCMAKE_BUILD_TYPE=Debug -DVANTALO_SANITIZE=ON
+fi

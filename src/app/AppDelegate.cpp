@@ -1,0 +1,263 @@
+#include "AppDelegate.h"
+
+#include "hotkey/ShortcutLabel.h"
+#include "settings/HotkeySettingsNotifier.h"
+#include "settings/PreferencesWindow.h"
+#include "settings/ShortcutSettings.h"
+
+#include <QAbstractButton>
+#include <QApplication>
+#include <QGuiApplication>
+#include <QLoggingCategory>
+#include <QPushButton>
+#include <QScreen>
+#include <QTimer>
+
+namespace vantalo {
+
+Q_LOGGING_CATEGORY(lcApp, "vantalo.app")
+
+namespace {
+// A tray host may dock the icon a moment after start; only then is a missing tray worth a word.
+constexpr int kTrayGraceMs = 3000;
+} // namespace
+
+AppDelegate::AppDelegate(AppServices services, std::unique_ptr<CaptureCoordinator> coordinator,
+                         std::unique_ptr<PreviewPresenter> previewPanel,
+                         std::unique_ptr<HistoryWindowPresenter> historyPanel, QObject* parent)
+    : QObject(parent), m_services(services), m_captureCoordinator(std::move(coordinator)),
+      m_previewPanelController(std::move(previewPanel)), m_historyPanelController(std::move(historyPanel))
+{
+    // The items are made anew every time the menu opens, so they always match the state.
+    connect(&m_menu, &QMenu::aboutToShow, this, &AppDelegate::rebuildMenu);
+    rebuildMenu();
+}
+
+AppDelegate::~AppDelegate()
+{
+    delete m_preferencesWindow.data();
+    delete m_shortcutAlert.data();
+    delete m_aboutBox.data();
+}
+
+void AppDelegate::setupApplication()
+{
+    registerShortcutDefaults(m_services.defaults);
+    setupStatusItem();
+    if (!m_services.capturePermission.preflight()) {
+        m_services.capturePermission.request();
+    }
+    wireCoordinator();
+
+    QPointer self(this);
+    m_historyPanelController->onSelectItem = [self](const GifHistoryItem& item) {
+        if (self) {
+            self->m_previewPanelController->show(self->m_services.historyStore.filePath(item), item.id);
+        }
+    };
+    qCDebug(lcApp) << "launched";
+}
+
+void AppDelegate::setupStatusItem()
+{
+    m_statusItem = std::make_unique<QSystemTrayIcon>(statusIcon(StatusIconLook::idle));
+    m_statusItem->setToolTip(QStringLiteral("Vantalo"));
+    m_statusItem->setContextMenu(&m_menu);
+    // A left click opens the same menu: the icon has nothing else to do.
+    connect(m_statusItem.get(), &QSystemTrayIcon::activated, this,
+            [this](QSystemTrayIcon::ActivationReason reason) {
+                if (reason == QSystemTrayIcon::Trigger) {
+                    m_menu.popup(QCursor::pos());
+                }
+            });
+    m_statusItem->show();
+    QTimer::singleShot(kTrayGraceMs, this, &AppDelegate::reportMissingTray);
+}
+
+void AppDelegate::reportMissingTray()
+{
+    if (QSystemTrayIcon::isSystemTrayAvailable()) {
+        return;
+    }
+    m_services.print(
+        QStringLiteral("No system tray found: Vantalo keeps running; record with the shortcut %1 "
+                       "or the command \u201Cvantalo --toggle\u201D")
+            .arg(currentShortcutLabel()));
+}
+
+void AppDelegate::wireCoordinator()
+{
+    QPointer self(this);
+    m_captureCoordinator->onGifCreated = [self](const QString& path) {
+        if (self) {
+            self->handleGifCreated(path);
+        }
+    };
+    m_captureCoordinator->onRecordingStateChanged = [self](bool recording) {
+        if (self) {
+            self->updateStatusIcon(recording);
+        }
+    };
+    m_captureCoordinator->onHotkeyPermissionDenied = [self] {
+        if (self) {
+            self->showShortcutUnavailableAlert();
+        }
+    };
+    m_captureCoordinator->registerHotkey();
+
+    QPointer coordinator(m_captureCoordinator.get());
+    m_captureCoordinator->screenRecorder().onMaxDurationReached = [coordinator] {
+        if (coordinator) {
+            QMetaObject::invokeMethod(coordinator, &CaptureCoordinator::stopRecording, Qt::QueuedConnection);
+        }
+    };
+    connect(&m_services.hotkeySettings, &HotkeySettingsNotifier::hotkeySettingsChanged, this,
+            [this] { m_captureCoordinator->registerHotkey(); });
+}
+
+void AppDelegate::applicationWillTerminate()
+{
+    m_captureCoordinator->dismissOverlays();
+}
+
+QString AppDelegate::currentShortcutLabel() const
+{
+    return displayShortcutLabel(menuShortcut(m_services.defaults));
+}
+
+void AppDelegate::rebuildMenu()
+{
+    m_menu.clear();
+    if (m_captureCoordinator->state() != CaptureState::idle) {
+        m_menu.addAction(QStringLiteral("Stop Recording"), this, &AppDelegate::stopRecording);
+    } else {
+        m_menu.addAction(QStringLiteral("Record GIF"), this, &AppDelegate::startRecording);
+        QAction* shortcutLine = m_menu.addAction(currentShortcutLabel());
+        shortcutLine->setEnabled(false);
+    }
+    m_menu.addSeparator();
+    m_menu.addAction(QStringLiteral("History..."), QKeySequence(Qt::CTRL | Qt::Key_H), this,
+                     &AppDelegate::showHistory);
+    m_menu.addSeparator();
+    m_menu.addAction(QStringLiteral("Preferences..."), QKeySequence(Qt::CTRL | Qt::Key_Comma), this,
+                     &AppDelegate::openPreferences);
+    m_menu.addSeparator();
+    m_menu.addAction(QStringLiteral("About Vantalo"), this, &AppDelegate::showAbout);
+    m_menu.addSeparator();
+    m_menu.addAction(QStringLiteral("Quit Vantalo"), QKeySequence(Qt::CTRL | Qt::Key_Q), qApp,
+                     &QCoreApplication::quit);
+}
+
+void AppDelegate::startRecording()
+{
+    m_captureCoordinator->beginRegionSelection();
+}
+
+void AppDelegate::stopRecording()
+{
+    if (m_captureCoordinator->state() == CaptureState::recording) {
+        QMetaObject::invokeMethod(m_captureCoordinator.get(), &CaptureCoordinator::stopRecording,
+                                  Qt::QueuedConnection);
+    }
+}
+
+void AppDelegate::toggleCapture()
+{
+    m_captureCoordinator->handleHotkeyPress();
+}
+
+void AppDelegate::showHistory()
+{
+    m_historyPanelController->show();
+}
+
+void AppDelegate::openPreferences()
+{
+    if (!m_preferencesWindow) {
+        m_preferencesWindow = new PreferencesWindow();
+        m_preferencesWindow->setAttribute(Qt::WA_DeleteOnClose);
+        m_preferencesWindow->setWindowIcon(applicationIcon());
+        if (QScreen* screen = QGuiApplication::primaryScreen()) {
+            QRect frame = m_preferencesWindow->frameGeometry();
+            frame.moveCenter(screen->availableGeometry().center());
+            m_preferencesWindow->move(frame.topLeft());
+        }
+    }
+    // After the menu has finished with its own event.
+    QPointer window = m_preferencesWindow;
+    QTimer::singleShot(0, this, [window] {
+        if (window) {
+            window->show();
+            window->raise();
+            window->activateWindow();
+        }
+    });
+}
+
+void AppDelegate::showAbout()
+{
+    if (!m_aboutBox) {
+        m_aboutBox =
+            new QMessageBox(QMessageBox::NoIcon, QStringLiteral("About Vantalo"), QString(), QMessageBox::Ok);
+        m_aboutBox->setAttribute(Qt::WA_DeleteOnClose);
+        m_aboutBox->setIconPixmap(applicationIcon().pixmap(64, 64));
+        m_aboutBox->setTextFormat(Qt::RichText);
+        m_aboutBox->setText(
+            QStringLiteral("<b>Vantalo</b><br>Version %1").arg(QCoreApplication::applicationVersion()));
+        m_aboutBox->setInformativeText(
+            QStringLiteral("Records a region of the screen as an animated GIF.<br><br>"
+                           "Free software under the GNU General Public License, version 3 or later."));
+    }
+    m_aboutBox->show();
+    m_aboutBox->raise();
+    m_aboutBox->activateWindow();
+}
+
+void AppDelegate::updateStatusIcon(bool recording)
+{
+    m_look = recording ? StatusIconLook::recording : StatusIconLook::idle;
+    if (m_statusItem) {
+        m_statusItem->setIcon(statusIcon(m_look));
+    }
+}
+
+void AppDelegate::handleGifCreated(const QString& gifPath)
+{
+    auto item = m_services.historyStore.addGif(gifPath);
+    if (item) {
+        m_previewPanelController->show(m_services.historyStore.filePath(*item), item->id);
+        return;
+    }
+    m_services.print(QStringLiteral("Failed to save GIF to history: ") + item.error().description);
+    m_previewPanelController->show(gifPath, std::nullopt);
+}
+
+void AppDelegate::showShortcutUnavailableAlert()
+{
+    if (m_shortcutAlert) {
+        m_shortcutAlert->raise();
+        return;
+    }
+    const QString text =
+        QStringLiteral(
+            "Vantalo could not register the global shortcut %1. Another application may already use it, "
+            "or this desktop session does not allow global shortcuts. Choose another shortcut in "
+            "Preferences, or bind the command \u201Cvantalo --toggle\u201D in your desktop's "
+            "keyboard settings.")
+            .arg(currentShortcutLabel());
+    m_shortcutAlert = new QMessageBox(QMessageBox::Warning, QStringLiteral("Shortcut Unavailable"), text);
+    m_shortcutAlert->setAttribute(Qt::WA_DeleteOnClose);
+    QPushButton* openPreferencesButton =
+        m_shortcutAlert->addButton(QStringLiteral("Open Preferences"), QMessageBox::AcceptRole);
+    m_shortcutAlert->addButton(QStringLiteral("Later"), QMessageBox::RejectRole);
+    m_shortcutAlert->setDefaultButton(openPreferencesButton);
+    QPointer<QMessageBox> alert = m_shortcutAlert;
+    connect(m_shortcutAlert, &QMessageBox::finished, this, [this, alert, openPreferencesButton] {
+        if (alert && alert->clickedButton() == openPreferencesButton) {
+            openPreferences();
+        }
+    });
+    m_shortcutAlert->open();
+}
+
+} // namespace vantalo

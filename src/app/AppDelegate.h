@@ -1,0 +1,90 @@
+#pragma once
+
+#include "StatusIcon.h"
+#include "capture/CaptureCoordinator.h"
+#include "common/Console.h"
+#include "history/HistoryStore.h"
+#include "settings/PreferencesWindow.h"
+
+#include <QMenu>
+#include <QMessageBox>
+#include <QObject>
+#include <QPointer>
+#include <QSystemTrayIcon>
+
+#include <memory>
+
+namespace vantalo {
+
+class HotkeySettingsNotifier;
+class ScreenCapturePermission;
+class UserDefaults;
+
+// What the delegate works with but does not own.
+struct AppServices
+{
+    UserDefaults& defaults;
+    HotkeySettingsNotifier& hotkeySettings;
+    ScreenCapturePermission& capturePermission;
+    HistoryStore& historyStore;
+    LinePrinter print = stdoutPrinter();
+};
+
+// The top of the application: the tray icon and its menu, the long-lived controllers, the launch
+// sequence, and what happens to a finished GIF.
+class AppDelegate : public QObject
+{
+    Q_OBJECT
+public:
+    AppDelegate(AppServices services, std::unique_ptr<CaptureCoordinator> coordinator,
+                std::unique_ptr<PreviewPresenter> previewPanel,
+                std::unique_ptr<HistoryWindowPresenter> historyPanel, QObject* parent = nullptr);
+    ~AppDelegate() override;
+
+    // Runs once the event loop has started.
+    void setupApplication();
+    // Hides every overlay and lets go of the shortcut; connected to QCoreApplication::aboutToQuit.
+    void applicationWillTerminate();
+
+    // Menu actions.
+    void startRecording();
+    void stopRecording();
+    void showHistory();
+    void openPreferences();
+    void showAbout();
+
+    // `vantalo --toggle` acts exactly as a press of the shortcut.
+    void toggleCapture();
+
+    void handleGifCreated(const QString& gifPath);
+    void updateStatusIcon(bool recording);
+    void showShortcutUnavailableAlert();
+
+    QMenu* menu() { return &m_menu; }
+    QSystemTrayIcon* trayIcon() { return m_statusItem.get(); }
+    StatusIconLook statusIconLook() const { return m_look; }
+    PreferencesWindow* preferencesWindow() const { return m_preferencesWindow; }
+    QMessageBox* shortcutAlert() const { return m_shortcutAlert; }
+    QMessageBox* aboutBox() const { return m_aboutBox; }
+    CaptureCoordinator& captureCoordinator() { return *m_captureCoordinator; }
+
+private:
+    void setupStatusItem();
+    void wireCoordinator();
+    void rebuildMenu();
+    QString currentShortcutLabel() const;
+    void reportMissingTray();
+
+    AppServices m_services;
+    std::unique_ptr<QSystemTrayIcon> m_statusItem;
+    std::unique_ptr<CaptureCoordinator> m_captureCoordinator;
+    std::unique_ptr<PreviewPresenter> m_previewPanelController;
+    std::unique_ptr<HistoryWindowPresenter> m_historyPanelController;
+    QPointer<PreferencesWindow> m_preferencesWindow;
+    QPointer<QMessageBox> m_shortcutAlert;
+    QPointer<QMessageBox> m_aboutBox;
+    QMenu m_menu;
+    StatusIconLook m_look = StatusIconLook::idle;
+};
+
+} // namespace vantalo

@@ -1,0 +1,82 @@
+#include "StatusIcon.h"
+
+#include <QPainter>
+#include <QPainterPath>
+
+namespace vantalo {
+
+namespace {
+const QColor kRecordRed(255, 59, 48);
+const QColor kOutline(232, 232, 232);
+const QColor kOutlineEdge(40, 40, 40, 170);
+} // namespace
+
+QImage renderStatusIcon(StatusIconLook look, int sizePx)
+{
+    QImage image(sizePx, sizePx, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter p(&image);
+    p.setRenderHint(QPainter::Antialiasing);
+
+    const qreal s = sizePx;
+    const QPointF centre(s / 2, s / 2);
+    const qreal outer = s * 0.42;
+    const qreal inner = s * 0.2;
+
+    if (look == StatusIconLook::recording) {
+        // A filled red disc with the record dot cut out, as in the filled record symbol.
+        QPainterPath disc;
+        disc.addEllipse(centre, outer, outer);
+        QPainterPath dot;
+        dot.addEllipse(centre, inner, inner);
+        p.fillPath(disc.subtracted(dot), kRecordRed);
+        p.setBrush(Qt::white);
+        p.setPen(Qt::NoPen);
+        p.drawEllipse(centre, inner * 0.85, inner * 0.85);
+    } else {
+        // A ring and a dot; a thin dark edge keeps it visible on light and dark trays alike.
+        const qreal ringWidth = std::max(1.5, s * 0.09);
+        p.setBrush(Qt::NoBrush);
+        p.setPen(QPen(kOutlineEdge, ringWidth + 1.5));
+        p.drawEllipse(centre, outer - ringWidth / 2, outer - ringWidth / 2);
+        p.setPen(QPen(kOutline, ringWidth));
+        p.drawEllipse(centre, outer - ringWidth / 2, outer - ringWidth / 2);
+        p.setPen(QPen(kOutlineEdge, 1.0));
+        p.setBrush(kOutline);
+        p.drawEllipse(centre, inner, inner);
+    }
+    return image;
+}
+
+QIcon statusIcon(StatusIconLook look)
+{
+    QIcon icon;
+    for (int size : {16, 22, 24, 32, 48, 64}) {
+        icon.addPixmap(QPixmap::fromImage(renderStatusIcon(look, size)));
+    }
+    return icon;
+}
+
+QIcon applicationIcon()
+{
+    QIcon icon;
+    for (int size : {32, 64, 128, 256}) {
+        QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
+        image.fill(Qt::transparent);
+        QPainter p(&image);
+        p.setRenderHint(QPainter::Antialiasing);
+        const qreal s = size;
+        p.setPen(Qt::NoPen);
+        p.setBrush(QColor(28, 28, 30));
+        p.drawRoundedRect(QRectF(s * 0.04, s * 0.04, s * 0.92, s * 0.92), s * 0.22, s * 0.22);
+        p.setBrush(kRecordRed);
+        p.drawEllipse(QPointF(s / 2, s / 2), s * 0.27, s * 0.27);
+        p.setBrush(Qt::white);
+        p.drawEllipse(QPointF(s / 2, s / 2), s * 0.11, s * 0.11);
+        p.end();
+        icon.addPixmap(QPixmap::fromImage(image));
+    }
+    return icon;
+}
+
+} // namespace vantalo

@@ -1,0 +1,102 @@
+#include "app/AppDelegate.h"
+#include "app/SingleInstance.h"
+#include "app/StatusIcon.h"
+#include "capture/CaptureCoordinator.h"
+#include "capture/NullCollaborators.h"
+#include "history/UnavailableHistory.h"
+#include "platform/Platform.h"
+#include "settings/HotkeySettingsNotifier.h"
+#include "settings/UserDefaults.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QTimer>
+
+using namespace vantalo;
+
+namespace {
+
+struct Request
+{
+    bool toggle = false;
+};
+
+// Parsed before the GUI exists, so --help, --version and a hand-over to the running instance
+// work without a display.
+Request parseCommandLine(int& argc, char** argv)
+{
+    QCoreApplication core(argc, argv);
+    QCoreApplication::setApplicationName(QStringLiteral("vantalo"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(VANTALO_VERSION));
+    QCommandLineParser parser;
+    parser.setApplicationDescription(QStringLiteral(
+        "Vantalo records a region of the screen as an animated GIF. It lives in the system tray."));
+    parser.addHelpOption();
+    parser.addVersionOption();
+    const QCommandLineOption toggle(QStringLiteral("toggle"),
+                                    QStringLiteral("Act as a press of the recording shortcut (starts Vantalo "
+                                                   "first if it is not running)."));
+    parser.addOption(toggle);
+    parser.process(core);
+    return Request{parser.isSet(toggle)};
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const Request request = parseCommandLine(argc, argv);
+    const QString socketPath = SingleInstance::defaultSocketPath();
+    if (SingleInstance::sendToRunningInstance(socketPath, request.toggle ? SingleInstance::toggleMessage
+                                                                         : SingleInstance::activateMessage)) {
+        if (!request.toggle) {
+            printLineToStdout(QStringLiteral("Vantalo is already running"));
+        }
+        return 0;
+    }
+
+    QApplication app(argc, argv);
+    QApplication::setApplicationName(QStringLiteral("Vantalo"));
+    QApplication::setOrganizationName(QStringLiteral("Vantalo"));
+    QApplication::setApplicationVersion(QStringLiteral(VANTALO_VERSION));
+    QApplication::setDesktopFileName(QStringLiteral("vantalo"));
+    QApplication::setQuitOnLastWindowClosed(false);
+    QApplication::setWindowIcon(applicationIcon());
+
+    SingleInstance instance(socketPath);
+    instance.listen();
+
+    const LinePrinter print = stdoutPrinter();
+    std::unique_ptr<Platform> platform = createPlatform();
+    UserDefaults defaults;
+    HotkeySettingsNotifier hotkeySettings;
+    UnavailableHistoryStore historyStore;
+
+    CaptureCollaborators collaborators{
+        platform->createHotkeyManager(print),     platform->createScreenRecorder(),
+        std::make_shared<UnavailableEncoder>(),   std::make_unique<NullRegionSelector>(),
+        std::make_unique<NullToolbarPresenter>(), std::make_unique<NullBorderPresenter>(),
+        std::make_unique<NullRegionAdjuster>(),
+    };
+    auto coordinator = std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults,
+                                                            platform->screenCapturePermission(), print);
+    AppDelegate delegate(
+        AppServices{defaults, hotkeySettings, platform->screenCapturePermission(), historyStore, print},
+        std::move(coordinator), std::make_unique<PrintingPreviewPresenter>(print),
+        std::make_unique<EmptyHistoryWindowPresenter>());
+
+    QObject::connect(&instance, &SingleInstance::messageReceived, &delegate,
+                     [&delegate](const QByteArray& message) {
+                         if (message == SingleInstance::toggleMessage) {
+                             delegate.toggleCapture();
+                         }
+                     });
+    QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, &AppDelegate::applicationWillTerminate);
+    QTimer::singleShot(0, &delegate, [&delegate, request] {
+        delegate.setupApplication();
+        if (request.toggle) {
+            delegate.toggleCapture();
+        }
+    });
+    return QApplication::exec();
+}

@@ -1,0 +1,82 @@
+#pragma once
+
+#include "common/Geometry.h"
+
+#include <QPointF>
+#include <QRectF>
+#include <QSizeF>
+
+#include <functional>
+#include <optional>
+
+namespace vantalo {
+
+class RecordingToolbarState;
+
+// The on-screen pieces of a capture, as the coordinator drives them. All rectangles are in the
+// y-up global space of common/Geometry.h. Callbacks are set by the coordinator and called on the
+// GUI thread.
+
+// Covers every display and lets the user drag a rectangle.
+class RegionSelector
+{
+public:
+    virtual ~RegionSelector() = default;
+    virtual void show() = 0;
+    virtual void dismiss() = 0;
+
+    std::function<void(const QRectF& region, const DisplayInfo& display)> onRegionSelected;
+    std::function<void()> onCancelled;
+};
+
+// Shows the chosen region with handles to move and resize it.
+class RegionAdjuster
+{
+public:
+    virtual ~RegionAdjuster() = default;
+    virtual void show(const DisplayInfo& display, const QRectF& region) = 0;
+    virtual void hide() = 0;
+
+    std::function<void(const QRectF& region)> onRegionChanged;
+    std::function<void()> onCancelled;
+};
+
+// The floating toolbar above the region: Start, then Restart, Stop and the elapsed time.
+class ToolbarPresenter
+{
+public:
+    virtual ~ToolbarPresenter() = default;
+    virtual void show(const QRectF& region) = 0;
+    virtual void hide() = 0;
+    // The panel's size while it is shown.
+    virtual std::optional<QSizeF> panelSize() const = 0;
+    // Puts the panel's bottom-left corner at `origin`.
+    virtual void movePanel(const QPointF& origin) = 0;
+    virtual RecordingToolbarState& toolbarState() = 0;
+
+    // Read at the moment of the press, so callbacks set after show still apply.
+    std::function<void()> onStart;
+    std::function<void()> onRestart;
+    std::function<void()> onStop;
+};
+
+// The red frame round the region while it is recorded.
+class BorderPresenter
+{
+public:
+    virtual ~BorderPresenter() = default;
+    virtual void show(const QRectF& region) = 0;
+    virtual void hide() = 0;
+};
+
+// Whether this process may capture the screen; the request shows the system's own prompt where
+// there is one.
+class ScreenCapturePermission
+{
+public:
+    virtual ~ScreenCapturePermission() = default;
+    virtual bool preflight() = 0;
+    virtual void request() = 0;
+};
+
+} // namespace vantalo

@@ -1,0 +1,341 @@
+#include "CaptureCoordinator.h"
+
+#include "RecordingToolbarState.h"
+#include "hotkey/HotkeyRegistrar.h"
+#include "settings/ShortcutSettings.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
+#include <QFutureWatcher>
+#include <QLoggingCategory>
+#include <QPointer>
+#include <QtConcurrent/QtConcurrentRun>
+
+namespace vantalo {
+
+Q_LOGGING_CATEGORY(lcCapture, "vantalo.capture")
+
+namespace {
+const char* stateName(CaptureState state)
+{
+    switch (state) {
+    case CaptureState::idle:
+        return "idle";
+    case CaptureState::selectingRegion:
+        return "selectingRegion";
+    case CaptureState::readyToRecord:
+        return "readyToRecord";
+    case CaptureState::recording:
+        return "recording";
+    case CaptureState::encoding:
+        return "encoding";
+    }
+    return "?";
+}
+} // namespace
+
+CaptureCoordinator::CaptureCoordinator(CaptureCollaborators collaborators, UserDefaults& defaults,
+                                       ScreenCapturePermission& permission, LinePrinter print,
+                                       QString temporaryDirectory)
+    : m_c(std::move(collaborators)), m_defaults(defaults), m_permission(permission),
+      m_print(std::move(print)),
+      m_temporaryDirectory(temporaryDirectory.isEmpty() ? QDir::tempPath() : std::move(temporaryDirectory))
+{
+}
+
+CaptureCoordinator::~CaptureCoordinator() = default;
+
+void CaptureCoordinator::setState(CaptureState state)
+{
+    qCDebug(lcCapture, "state %s -> %s", stateName(m_state), stateName(state));
+    m_state = state;
+}
+
+void CaptureCoordinator::later(void (CaptureCoordinator::*operation)())
+{
+    QMetaObject::invokeMethod(this, operation, Qt::QueuedConnection);
+}
+
+void CaptureCoordinator::registerHotkey()
+{
+    const Shortcut shortcut = readShortcut(m_defaults);
+    QPointer self(this);
+    m_c.hotkeyManager->onPermissionDenied = [self] {
+        if (self && self->onHotkeyPermissionDenied) {
+            self->onHotkeyPermissionDenied();
+        }
+    };
+    m_c.hotkeyManager->registerHotkey(shortcut, [self] {
+        if (self) {
+            self->handleHotkeyPress();
+        }
+    });
+}
+
+void CaptureCoordinator::handleHotkeyPress()
+{
+    switch (m_state) {
+    case CaptureState::idle:
+        beginRegionSelection();
+        break;
+    case CaptureState::selectingRegion:
+    case CaptureState::readyToRecord:
+        cancelCapture();
+        break;
+    case CaptureState::recording:
+        later(&CaptureCoordinator::stopRecording);
+        break;
+    case CaptureState::encoding:
+        break;
+    }
+}
+
+void CaptureCoordinator::beginRegionSelection()
+{
+    if (m_state != CaptureState::idle) {
+        return;
+    }
+    setState(CaptureState::selectingRegion);
+    QPointer self(this);
+    m_c.regionSelector->onRegionSelected = [self](const QRectF& region, const DisplayInfo& display) {
+        if (self) {
+            self->handleRegionSelected(region, display);
+        }
+    };
+    m_c.regionSelector->onCancelled = [self] {
+        if (self) {
+            self->cancelCapture();
+        }
+    };
+    m_c.regionSelector->show();
+}
+
+void CaptureCoordinator::handleRegionSelected(const QRectF& region, const DisplayInfo& display)
+{
+    m_selectedRegion = region;
+    m_selectedScreen = display;
+    setState(CaptureState::readyToRecord);
+    m_readyPayload = std::pair(region, display);
+
+    m_c.regionSelector->dismiss();
+
+    QPointer self(this);
+    m_c.regionPreview->show(display, region);
+    m_c.regionPreview->onRegionChanged = [self](const QRectF& changed) {
+        if (self) {
+            self->handleRegionChanged(changed);
+        }
+    };
+    m_c.regionPreview->onCancelled = [self] {
+        if (self) {
+            self->cancelCapture();
+        }
+    };
+
+    m_c.toolbarController->onStart = [self] {
+        if (self) {
+            self->later(&CaptureCoordinator::startRecording);
+        }
+    };
+    m_c.toolbarController->onRestart = [self] {
+        if (self) {
+            self->later(&CaptureCoordinator::restartRecording);
+        }
+    };
+    m_c.toolbarController->onStop = [self] {
+        if (self) {
+            self->later(&CaptureCoordinator::stopRecording);
+        }
+    };
+    m_c.toolbarController->show(region);
+}
+
+void CaptureCoordinator::handleRegionChanged(const QRectF& region)
+{
+    m_selectedRegion = region;
+    if (const auto size = m_c.toolbarController->panelSize()) {
+        // Centred over the region, the panel's bottom edge 14 points above the region's top edge.
+        m_c.toolbarController->movePanel(
+            {region.center().x() - size->width() * 0.5, region.y() + region.height() + 14.0});
+    }
+}
+
+void CaptureCoordinator::startRecording()
+{
+    if (m_state != CaptureState::readyToRecord || m_starting) {
+        return;
+    }
+    if (!m_permission.preflight()) {
+        m_permission.request();
+        return;
+    }
+    m_c.regionPreview->hide();
+    if (!m_selectedScreen) {
+        return;
+    }
+    const QRectF captureRect = displayLocalRect(m_selectedRegion, m_selectedScreen->frame);
+    m_starting = true;
+    QPointer self(this);
+    m_c.screenRecorder->startRecording(
+        captureRect, frameRate, maxDurationSeconds, [self](std::expected<void, Failure> started) {
+            if (!self) {
+                return;
+            }
+            self->m_starting = false;
+            if (self->m_state != CaptureState::readyToRecord) {
+                // Cancelled while the recorder was starting: its
+                // frames belong to nothing the user still wants.
+                if (started) {
+                    self->m_c.screenRecorder->stopRecording([](auto) {});
+                }
+                return;
+            }
+            if (!started) {
+                self->m_print(QStringLiteral("Failed to start recording: ") + started.error().description);
+                self->cancelCapture();
+                return;
+            }
+            self->setState(CaptureState::recording);
+            self->m_readyPayload.reset();
+            self->reportRecording(true);
+            self->m_c.toolbarController->toolbarState().startTimer();
+            self->m_c.recordingBorder->show(self->m_selectedRegion);
+        });
+}
+
+void CaptureCoordinator::stopRecording()
+{
+    if (m_state != CaptureState::recording) {
+        return;
+    }
+    setState(CaptureState::encoding);
+    m_c.toolbarController->toolbarState().stopTimer();
+    m_c.recordingBorder->hide();
+    m_c.toolbarController->hide();
+
+    QPointer self(this);
+    m_c.screenRecorder->stopRecording([self](std::expected<FrameList, Failure> stopped) {
+        if (!self) {
+            return;
+        }
+        if (!stopped) {
+            self->m_print(QStringLiteral("Failed to encode GIF: ") + stopped.error().description);
+            self->finishInIdle();
+            return;
+        }
+        if (stopped->isEmpty()) {
+            self->m_print(QStringLiteral("No frames captured"));
+            self->finishInIdle();
+            return;
+        }
+        self->encodeAndWrite(std::move(*stopped));
+    });
+}
+
+void CaptureCoordinator::encodeAndWrite(FrameList frames)
+{
+    // The worker gets copies and the shared encoder only; it touches nothing of ours. The watcher
+    // dies with the coordinator, so a result that comes back to nobody is dropped.
+    using Result = std::expected<QString, Failure>;
+    auto* watcher = new QFutureWatcher<Result>(this);
+    connect(watcher, &QFutureWatcher<Result>::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        const Result written = watcher->result();
+        if (!written) {
+            m_print(QStringLiteral("Failed to encode GIF: ") + written.error().description);
+            finishInIdle();
+            return;
+        }
+        finishInIdle();
+        if (onGifCreated) {
+            onGifCreated(*written);
+        }
+    });
+    watcher->setFuture(
+        QtConcurrent::run([encoder = m_c.gifEncoder, frames = std::move(frames), dir = m_temporaryDirectory] {
+            return writeGifFile(*encoder, frames, frameDelaySeconds, dir);
+        }));
+}
+
+std::expected<QString, Failure> CaptureCoordinator::writeGifFile(const FrameEncoder& encoder,
+                                                                 const FrameList& frames, double delaySeconds,
+                                                                 const QString& directory)
+{
+    auto bytes = encoder.encode(frames, delaySeconds);
+    if (!bytes) {
+        return std::unexpected(bytes.error());
+    }
+    const QString path =
+        QDir(directory).filePath(QStringLiteral("vantalo_%1.gif").arg(QDateTime::currentSecsSinceEpoch()));
+    QFile file(path);
+    const auto userOnly = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate, userOnly)) {
+        return std::unexpected(Failure{file.errorString()});
+    }
+    // A file of that name from the same second is replaced, and may have had other permissions.
+    file.setPermissions(userOnly);
+    if (file.write(*bytes) != bytes->size() || !file.flush()) {
+        const QString reason = file.errorString();
+        file.close();
+        return std::unexpected(Failure{reason});
+    }
+    file.close();
+    return path;
+}
+
+void CaptureCoordinator::restartRecording()
+{
+    if (m_state != CaptureState::recording || !m_selectedScreen) {
+        return;
+    }
+    QPointer self(this);
+    m_c.screenRecorder->stopRecording([self](auto) {
+        // The frames so far are dropped, and so is a failure to stop.
+        if (!self || self->m_state != CaptureState::recording) {
+            return;
+        }
+        auto& toolbarState = self->m_c.toolbarController->toolbarState();
+        toolbarState.stopTimer();
+        toolbarState.setElapsedSeconds(0);
+        self->m_c.recordingBorder->hide();
+        self->setState(CaptureState::readyToRecord);
+        self->m_readyPayload = std::pair(self->m_selectedRegion, *self->m_selectedScreen);
+        self->startRecording();
+    });
+}
+
+void CaptureCoordinator::cancelCapture()
+{
+    m_c.regionSelector->dismiss();
+    m_c.toolbarController->hide();
+    m_c.recordingBorder->hide();
+    m_c.regionPreview->hide();
+    setState(CaptureState::idle);
+    m_readyPayload.reset();
+    reportRecording(false);
+}
+
+void CaptureCoordinator::finishInIdle()
+{
+    setState(CaptureState::idle);
+    reportRecording(false);
+}
+
+void CaptureCoordinator::reportRecording(bool recording)
+{
+    if (onRecordingStateChanged) {
+        onRecordingStateChanged(recording);
+    }
+}
+
+void CaptureCoordinator::dismissOverlays()
+{
+    m_c.hotkeyManager->unregisterHotkey();
+    m_c.regionSelector->dismiss();
+    m_c.toolbarController->hide();
+    m_c.recordingBorder->hide();
+    m_c.regionPreview->hide();
+}
+
+} // namespace vantalo

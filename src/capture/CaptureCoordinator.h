@@ -1,0 +1,111 @@
+#pragma once
+
+#include "CaptureCollaborators.h"
+#include "common/Console.h"
+#include "common/Geometry.h"
+#include "recording/FrameEncoder.h"
+#include "recording/FrameRecorder.h"
+
+#include <QObject>
+#include <QRectF>
+#include <QString>
+
+#include <expected>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace vantalo {
+
+class HotkeyRegistrar;
+class UserDefaults;
+
+enum class CaptureState
+{
+    idle,
+    selectingRegion,
+    readyToRecord,
+    recording,
+    encoding,
+};
+
+// Everything that takes part in one capture. The coordinator owns all of it; the encoder is
+// shared with the worker that encodes, which may outlive a recording.
+struct CaptureCollaborators
+{
+    std::unique_ptr<HotkeyRegistrar> hotkeyManager;
+    std::unique_ptr<FrameRecorder> screenRecorder;
+    std::shared_ptr<const FrameEncoder> gifEncoder;
+    std::unique_ptr<RegionSelector> regionSelector;
+    std::unique_ptr<ToolbarPresenter> toolbarController;
+    std::unique_ptr<BorderPresenter> recordingBorder;
+    std::unique_ptr<RegionAdjuster> regionPreview;
+};
+
+// The state machine of one recording, from the shortcut to the finished file. Lives on the GUI
+// thread; only encoding and writing the file run on a worker.
+class CaptureCoordinator : public QObject
+{
+    Q_OBJECT
+public:
+    static constexpr int frameRate = 15;
+    static constexpr double maxDurationSeconds = 30.0;
+    static constexpr double frameDelaySeconds = 1.0 / 15.0;
+
+    CaptureCoordinator(CaptureCollaborators collaborators, UserDefaults& defaults,
+                       ScreenCapturePermission& permission, LinePrinter print = stdoutPrinter(),
+                       QString temporaryDirectory = {});
+    ~CaptureCoordinator() override;
+
+    CaptureState state() const { return m_state; }
+    // The region and display as they were when the region was chosen (readyToRecord only).
+    std::optional<std::pair<QRectF, DisplayInfo>> readyToRecordPayload() const { return m_readyPayload; }
+    QRectF selectedRegion() const { return m_selectedRegion; }
+    std::optional<DisplayInfo> selectedScreen() const { return m_selectedScreen; }
+
+    // Reads the shortcut from the settings and (re)registers it.
+    void registerHotkey();
+    // What a press of the shortcut does in the current state.
+    void handleHotkeyPress();
+    void beginRegionSelection();
+    void stopRecording();
+    void dismissOverlays();
+
+    FrameRecorder& screenRecorder() { return *m_c.screenRecorder; }
+
+    std::function<void(const QString& gifPath)> onGifCreated;
+    std::function<void(bool recording)> onRecordingStateChanged;
+    std::function<void()> onHotkeyPermissionDenied;
+
+    // Encodes and writes "vantalo_<seconds>.gif" into `directory`, readable by the user alone.
+    static std::expected<QString, Failure> writeGifFile(const FrameEncoder& encoder, const FrameList& frames,
+                                                        double delaySeconds, const QString& directory);
+
+private:
+    void handleRegionSelected(const QRectF& region, const DisplayInfo& display);
+    void handleRegionChanged(const QRectF& region);
+    void startRecording();
+    void restartRecording();
+    void cancelCapture();
+    void encodeAndWrite(FrameList frames);
+    void finishInIdle();
+    void setState(CaptureState state);
+    void reportRecording(bool recording);
+    // Runs `operation` on a later turn of the event loop, if the coordinator still exists then.
+    void later(void (CaptureCoordinator::*operation)());
+
+    CaptureCollaborators m_c;
+    UserDefaults& m_defaults;
+    ScreenCapturePermission& m_permission;
+    LinePrinter m_print;
+    QString m_temporaryDirectory;
+
+    CaptureState m_state = CaptureState::idle;
+    std::optional<std::pair<QRectF, DisplayInfo>> m_readyPayload;
+    QRectF m_selectedRegion;
+    std::optional<DisplayInfo> m_selectedScreen;
+    // Set while a recorder start is awaited, so a second Start in that gap does nothing.
+    bool m_starting = false;
+};
+
+} // namespace vantalo

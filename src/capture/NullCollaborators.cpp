@@ -1,0 +1,33 @@
+#include "NullCollaborators.h"
+
+#include "recording/RecorderErrors.h"
+
+#include <QTimer>
+
+namespace vantalo {
+
+void UnavailableRecorder::startRecording(const QRectF&, int, double, StartDone done)
+{
+    QTimer::singleShot(
+        0, [done = std::move(done), reason = m_reason] { done(std::unexpected(Failure{reason})); });
+}
+
+void UnavailableRecorder::stopRecording(StopDone done)
+{
+    QTimer::singleShot(0, [done = std::move(done)] { done(FrameList{}); });
+}
+
+std::expected<QByteArray, Failure> UnavailableEncoder::encode(const FrameList&, double) const
+{
+    return std::unexpected(failureOf(GifEncoderError::encodingFailed));
+}
+
+void UnavailableHotkeyRegistrar::registerHotkey(const Shortcut&, std::function<void()>)
+{
+    m_print(QStringLiteral("Failed to register global shortcut — another application may be using it"));
+    if (onPermissionDenied) {
+        onPermissionDenied();
+    }
+}
+
+} // namespace vantalo

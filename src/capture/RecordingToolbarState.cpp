@@ -1,0 +1,41 @@
+#include "RecordingToolbarState.h"
+
+#include <cmath>
+
+namespace vantalo {
+
+RecordingToolbarState::RecordingToolbarState(QObject* parent) : QObject(parent)
+{
+    m_timer.setInterval(1000);
+    m_timer.setTimerType(Qt::PreciseTimer);
+    connect(&m_timer, &QTimer::timeout, this, [this] { setElapsedSeconds(m_elapsedSeconds + 1.0); });
+}
+
+void RecordingToolbarState::setElapsedSeconds(double seconds)
+{
+    m_elapsedSeconds = seconds;
+    Q_EMIT changed();
+}
+
+void RecordingToolbarState::startTimer()
+{
+    m_isRecording = true;
+    m_elapsedSeconds = 0;
+    m_timer.start();
+    Q_EMIT changed();
+}
+
+void RecordingToolbarState::stopTimer()
+{
+    m_isRecording = false;
+    m_timer.stop();
+    Q_EMIT changed();
+}
+
+QString RecordingToolbarState::elapsedLabel(double seconds)
+{
+    const auto whole = static_cast<long long>(std::floor(std::max(0.0, seconds)));
+    return QStringLiteral("%1:%2").arg(whole / 60).arg(whole % 60, 2, 10, QLatin1Char('0'));
+}
+
+} // namespace vantalo

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+#include <QUrl>
+#include <QUuid>
+
+#include <optional>
+
+namespace vantalo {
+
+struct GifHistoryItem
+{
+    QUuid id;
+    QString filename;
+    QDateTime createdAt;
+    qint64 fileSize = 0;
+    std::optional<QUrl> uploadURL;
+};
+
+} // namespace vantalo

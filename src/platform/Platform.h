@@ -1,0 +1,31 @@
+#pragma once
+
+#include "common/Console.h"
+
+#include <QString>
+
+#include <memory>
+
+namespace vantalo {
+
+class FrameRecorder;
+class HotkeyRegistrar;
+class ScreenCapturePermission;
+
+// The services that differ between desktops: global shortcuts, screen capture and the permission
+// to capture. One factory picks the implementation for the running session.
+class Platform
+{
+public:
+    virtual ~Platform() = default;
+
+    virtual QString name() const = 0;
+    virtual std::unique_ptr<HotkeyRegistrar> createHotkeyManager(LinePrinter print) = 0;
+    virtual std::unique_ptr<FrameRecorder> createScreenRecorder() = 0;
+    virtual ScreenCapturePermission& screenCapturePermission() = 0;
+};
+
+// Picks the platform for the running session; call after the QGuiApplication exists.
+std::unique_ptr<Platform> createPlatform();
+
+} // namespace vantalo

@@ -1,0 +1,28 @@
+#pragma once
+
+#include "capture/NullCollaborators.h"
+#include "platform/Platform.h"
+
+#include <xcb/xcb.h>
+
+namespace vantalo {
+
+// An X11 session: everything an X server lets a client do is allowed, so the capture permission
+// is always granted.
+class X11Platform final : public Platform
+{
+public:
+    X11Platform();
+
+    QString name() const override { return QStringLiteral("x11"); }
+    std::unique_ptr<HotkeyRegistrar> createHotkeyManager(LinePrinter print) override;
+    std::unique_ptr<FrameRecorder> createScreenRecorder() override;
+    ScreenCapturePermission& screenCapturePermission() override { return m_permission; }
+
+private:
+    GrantedCapturePermission m_permission;
+    xcb_connection_t* m_connection = nullptr;
+    xcb_window_t m_root = 0;
+};
+
+} // namespace vantalo

@@ -1,0 +1,34 @@
+#pragma once
+
+#include "Frame.h"
+#include "common/Failure.h"
+
+#include <QRectF>
+
+#include <expected>
+#include <functional>
+
+namespace vantalo {
+
+// What the capture flow needs of a screen recorder. Completions are always called later, on the
+// GUI thread, exactly once per call.
+class FrameRecorder
+{
+public:
+    using StartDone = std::function<void(std::expected<void, Failure>)>;
+    using StopDone = std::function<void(std::expected<FrameList, Failure>)>;
+
+    virtual ~FrameRecorder() = default;
+
+    // `region` is relative to the display, origin at its top-left, in points. A start while
+    // recording is ignored (and completes successfully).
+    virtual void startRecording(const QRectF& region, int frameRate, double maxDurationSeconds,
+                                StartDone done) = 0;
+    // The frames so far, oldest first; empty when nothing is being recorded.
+    virtual void stopRecording(StopDone done) = 0;
+
+    // Called on the GUI thread, once a recording, when the maximum duration has passed.
+    std::function<void()> onMaxDurationReached;
+};
+
+} // namespace vantalo

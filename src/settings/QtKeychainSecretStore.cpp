@@ -1,0 +1,97 @@
+#include "QtKeychainSecretStore.h"
+
+#include <QEventLoop>
+#include <QLoggingCategory>
+#include <QTimer>
+
+#include <qt6keychain/keychain.h>
+
+Q_LOGGING_CATEGORY(lcKeychain, "vantalo.keychain")
+
+namespace vantalo {
+
+QtKeychainSecretStore::QtKeychainSecretStore(QString service, LinePrinter print,
+                                             std::chrono::milliseconds timeLimit)
+    : m_service(std::move(service)), m_print(std::move(print)), m_timeLimit(timeLimit)
+{
+}
+
+QtKeychainSecretStore::Outcome
+QtKeychainSecretStore::run(QKeychain::Job* job, const std::function<void(QKeychain::Job*)>& onSuccess)
+{
+    // The job deletes itself once finished, also when it finishes after we stopped waiting.
+    job->setAutoDelete(true);
+    QEventLoop loop;
+    Outcome outcome = Outcome::timedOut;
+    QObject::connect(job, &QKeychain::Job::finished, &loop, [&](QKeychain::Job* finished) {
+        switch (finished->error()) {
+        case QKeychain::NoError:
+            outcome = Outcome::succeeded;
+            if (onSuccess) {
+                onSuccess(finished);
+            }
+            break;
+        case QKeychain::EntryNotFound:
+            outcome = Outcome::notFound;
+            break;
+        default:
+            outcome = Outcome::failed;
+            qCDebug(lcKeychain) << "keychain job failed:" << finished->error() << finished->errorString();
+            reportUnavailable(finished->errorString());
+            break;
+        }
+        loop.quit();
+    });
+    QTimer::singleShot(m_timeLimit, &loop, &QEventLoop::quit);
+    job->start();
+    // A job that fails at once (no session bus) has already finished here.
+    if (outcome == Outcome::timedOut) {
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
+    }
+    if (outcome == Outcome::timedOut) {
+        reportUnavailable(QStringLiteral("no answer within %1 s").arg(m_timeLimit.count() / 1000.0));
+    }
+    return outcome;
+}
+
+void QtKeychainSecretStore::reportUnavailable(const QString& reason)
+{
+    if (m_reported) {
+        return;
+    }
+    m_reported = true;
+    m_print(
+        QStringLiteral("Keyring unavailable (%1): upload credentials cannot be read or saved").arg(reason));
+}
+
+std::optional<QByteArray> QtKeychainSecretStore::readSecret(const QString& account)
+{
+    auto* job = new QKeychain::ReadPasswordJob(m_service);
+    job->setKey(account);
+    QByteArray data;
+    // Called only while we wait: a job that answers after the time limit finds the loop gone.
+    const auto keep = [&data](QKeychain::Job* finished) {
+        data = static_cast<QKeychain::ReadPasswordJob*>(finished)->binaryData();
+    };
+    if (run(job, keep) != Outcome::succeeded) {
+        return std::nullopt;
+    }
+    return data;
+}
+
+void QtKeychainSecretStore::deleteSecret(const QString& account)
+{
+    auto* job = new QKeychain::DeletePasswordJob(m_service);
+    job->setKey(account);
+    run(job);
+}
+
+bool QtKeychainSecretStore::addSecret(const QString& account, const QByteArray& value)
+{
+    auto* job = new QKeychain::WritePasswordJob(m_service);
+    job->setKey(account);
+    job->setBinaryData(value);
+    return run(job) == Outcome::succeeded;
+}
+
+} // namespace vantalo

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <optional>
+
+namespace vantalo {
+
+// A store of generic-password items of one service, addressed by account. Synchronous: a
+// backend that works asynchronously waits for its answer within its own time limit.
+class SecretStore
+{
+public:
+    virtual ~SecretStore() = default;
+
+    // The item's bytes, or nothing when it is missing or cannot be read.
+    virtual std::optional<QByteArray> readSecret(const QString& account) = 0;
+    // Removes the item; a missing item is not an error.
+    virtual void deleteSecret(const QString& account) = 0;
+    // Adds the item; true on success.
+    virtual bool addSecret(const QString& account, const QByteArray& value) = 0;
+};
+
+} // namespace vantalo

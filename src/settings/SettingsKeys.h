@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+
+namespace vantalo::SettingsKey {
+
+inline const QString hotkeyKeyCode = QStringLiteral("hotkeyKeyCode");
+inline const QString hotkeyModifiers = QStringLiteral("hotkeyModifiers");
+inline const QString s3BucketName = QStringLiteral("s3BucketName");
+inline const QString s3Region = QStringLiteral("s3Region");
+inline const QString cdnDomain = QStringLiteral("cdnDomain");
+
+inline const QString defaultBucketName = QStringLiteral("vantalo-uploads");
+inline const QString defaultRegion = QStringLiteral("us-east-1");
+// Serves the public objects of the default bucket.
+inline const QString defaultCdnDomain = QStringLiteral("vantalo-uploads.s3.us-east-1.amazonaws.com");
+
+} // namespace vantalo::SettingsKey

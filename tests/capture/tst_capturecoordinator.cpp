@@ -1,0 +1,336 @@
+#include "../fakes/CaptureFakes.h"
+
+#include "settings/ShortcutSettings.h"
+#include "settings/UserDefaults.h"
+
+#include <QFileInfo>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThreadPool>
+
+using namespace vantalo;
+using namespace vantalo::testing;
+
+class TestCaptureCoordinator : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    std::unique_ptr<UserDefaults> m_defaults;
+    std::unique_ptr<CoordinatorRig> m_rig;
+    std::unique_ptr<CaptureCoordinator> m_c;
+
+    const DisplayInfo m_primary{QStringLiteral("primary"), QRectF(0, 0, 1920, 1080)};
+    const DisplayInfo m_secondary{QStringLiteral("right"), QRectF(1920, 200, 1280, 800)};
+
+    void selectRegion(const QRectF& region, const DisplayInfo& display)
+    {
+        m_c->beginRegionSelection();
+        m_rig->selector->onRegionSelected(region, display);
+    }
+    void pressToolbar(const std::function<void()>& button)
+    {
+        button();
+        QCoreApplication::processEvents();
+    }
+    // Start pressed and the recorder's answer taken.
+    void startAndWait()
+    {
+        m_rig->toolbar->onStart();
+        QTRY_VERIFY(m_c->state() != CaptureState::readyToRecord);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_defaults = std::make_unique<UserDefaults>(m_dir.filePath(QStringLiteral("settings.ini")));
+        registerShortcutDefaults(*m_defaults);
+        m_rig = std::make_unique<CoordinatorRig>();
+        m_c = m_rig->make(*m_defaults, m_dir.path());
+    }
+    void cleanup()
+    {
+        m_c.reset();
+        m_rig.reset();
+        QFile::remove(m_dir.filePath(QStringLiteral("settings.ini")));
+    }
+
+    void selectThenCancel()
+    {
+        m_c->beginRegionSelection();
+        QCOMPARE(m_c->state(), CaptureState::selectingRegion);
+        QVERIFY(m_rig->journal.has(QStringLiteral("selector.show")));
+
+        m_rig->selector->onCancelled();
+        QCOMPARE(m_c->state(), CaptureState::idle);
+        QCOMPARE(m_rig->reported, QList<bool>{false});
+        for (const char* hidden : {"selector.dismiss", "toolbar.hide", "border.hide", "preview.hide"}) {
+            QVERIFY2(m_rig->journal.has(QString::fromLatin1(hidden)), hidden);
+        }
+
+        // The menu entry acts only when idle.
+        m_c->beginRegionSelection();
+        m_c->beginRegionSelection();
+        QCOMPARE(m_rig->journal.count(QStringLiteral("selector.show")), 2);
+
+        // A cancel from the region preview ends the capture the same way.
+        m_rig->selector->onRegionSelected(QRectF(10, 10, 100, 100), m_primary);
+        m_rig->preview->onCancelled();
+        QCOMPARE(m_c->state(), CaptureState::idle);
+        QVERIFY(!m_c->readyToRecordPayload());
+    }
+
+    void selectStartStopWritesOneGif()
+    {
+        selectRegion(QRectF(100, 200, 300, 150), m_primary);
+        QCOMPARE(m_c->state(), CaptureState::readyToRecord);
+        QCOMPARE(m_c->readyToRecordPayload()->first, QRectF(100, 200, 300, 150));
+        const auto& j = m_rig->journal;
+        QVERIFY(j.at(QStringLiteral("selector.dismiss")) <
+                j.at(QStringLiteral("preview.show primary 100,200 300x150")));
+        QVERIFY(j.at(QStringLiteral("preview.show primary 100,200 300x150")) <
+                j.at(QStringLiteral("toolbar.show 100,200 300x150")));
+
+        // Dragging the region moves the toolbar: centred, its bottom 14 points above the top edge.
+        m_rig->preview->onRegionChanged(QRectF(50, 100, 400, 200));
+        QVERIFY(j.has(QStringLiteral("toolbar.move 190,314")));
+        QCOMPARE(m_c->readyToRecordPayload()->first, QRectF(100, 200, 300, 150));
+
+        startAndWait();
+        QCOMPARE(m_c->state(), CaptureState::recording);
+        // The recorder gets the adjusted region relative to the display's top-left corner.
+        QVERIFY2(j.has(QStringLiteral("recorder.start 50,780 400x200 @15 max30")),
+                 qPrintable(j.entries.join('\n')));
+        QVERIFY(j.at(QStringLiteral("preview.hide")) <
+                j.at(QStringLiteral("recorder.start 50,780 400x200 @15 max30")));
+        QCOMPARE(m_rig->reported, QList<bool>{true});
+        QVERIFY(m_rig->toolbar->state.isRecording());
+        QVERIFY(m_rig->toolbar->state.isTimerRunning());
+        QVERIFY(j.has(QStringLiteral("border.show 50,100 400x200")));
+
+        pressToolbar(m_rig->toolbar->onStop);
+        QCOMPARE(m_c->state(), CaptureState::encoding);
+        QVERIFY(!m_rig->toolbar->state.isTimerRunning());
+        QVERIFY(j.at(QStringLiteral("border.hide")) < j.at(QStringLiteral("recorder.stop")));
+        QVERIFY(j.at(QStringLiteral("toolbar.hide")) < j.at(QStringLiteral("recorder.stop")));
+
+        QTRY_COMPARE(m_rig->gifs.size(), 1);
+        QCOMPARE(m_c->state(), CaptureState::idle);
+        QCOMPARE(m_rig->reported, (QList<bool>{true, false}));
+        QVERIFY(j.at(QStringLiteral("reported 0")) < j.at(QStringLiteral("gifCreated")));
+        QCOMPARE(m_rig->encoder->lastDelay, 1.0 / 15.0);
+
+        const QFileInfo file(m_rig->gifs.first());
+        QCOMPARE(file.absolutePath(), QFileInfo(m_dir.path()).absoluteFilePath());
+        QVERIFY2(QRegularExpression(QStringLiteral("^vantalo_\\d+\\.gif$")).match(file.fileName()).hasMatch(),
+                 qPrintable(file.fileName()));
+        const qint64 seconds = file.fileName().mid(8).chopped(4).toLongLong();
+        QVERIFY(qAbs(seconds - QDateTime::currentSecsSinceEpoch()) < 5);
+        QCOMPARE(file.permissions() &
+                     (QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther),
+                 QFile::Permissions());
+        QFile written(file.filePath());
+        QVERIFY(written.open(QIODevice::ReadOnly));
+        QCOMPARE(written.readAll(), QByteArray("GIF89a frames=1"));
+        QVERIFY(m_rig->journal.printed.isEmpty());
+    }
+
+    void captureRectOnASecondaryDisplay()
+    {
+        // The display's frame does not start at (0, 0): the rectangle is relative to its top-left.
+        selectRegion(QRectF(2000, 300, 640, 480), m_secondary);
+        startAndWait();
+        QVERIFY2(m_rig->journal.has(QStringLiteral("recorder.start 80,220 640x480 @15 max30")),
+                 qPrintable(m_rig->journal.entries.join('\n')));
+    }
+
+    void startWithoutPermissionWaitsForIt()
+    {
+        m_rig->permission.granted = false;
+        selectRegion(QRectF(0, 0, 200, 200), m_primary);
+        pressToolbar(m_rig->toolbar->onStart);
+        QCOMPARE(m_rig->permission.requests, 1);
+        QCOMPARE(m_c->state(), CaptureState::readyToRecord);
+        QVERIFY(!m_rig->journal.has(QStringLiteral("preview.hide")));
+        QVERIFY(m_rig->toolbar->shown);
+
+        m_rig->permission.granted = true;
+        startAndWait();
+        QCOMPARE(m_c->state(), CaptureState::recording);
+    }
+
+    void failuresPrintTheirLineAndEndIdle_data()
+    {
+        QTest::addColumn<QString>("failing");
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<bool>("gifWritten");
+        QTest::newRow("start") << "start"
+                               << "Failed to start recording: no capture here" << false;
+        QTest::newRow("stop") << "stop"
+                              << "Failed to encode GIF: the stream broke" << false;
+        QTest::newRow("no frames") << "frames"
+                                   << "No frames captured" << false;
+        QTest::newRow("encode") << "encode"
+                                << "Failed to encode GIF: Failed to encode GIF" << false;
+        QTest::newRow("write") << "write"
+                               << "Failed to encode GIF: " << false;
+    }
+    void failuresPrintTheirLineAndEndIdle()
+    {
+        QFETCH(QString, failing);
+        QFETCH(QString, line);
+        if (failing == QLatin1String("start")) {
+            m_rig->recorder->startFailure = Failure{QStringLiteral("no capture here")};
+        } else if (failing == QLatin1String("stop")) {
+            m_rig->recorder->stopFailure = Failure{QStringLiteral("the stream broke")};
+        } else if (failing == QLatin1String("frames")) {
+            m_rig->recorder->frames.clear();
+        } else if (failing == QLatin1String("encode")) {
+            m_rig->encoder->failure = Failure{QStringLiteral("Failed to encode GIF")};
+        } else {
+            m_c = m_rig->make(*m_defaults, m_dir.filePath(QStringLiteral("no/such/directory")));
+        }
+
+        selectRegion(QRectF(0, 0, 200, 200), m_primary);
+        startAndWait();
+        if (failing != QLatin1String("start")) {
+            QCOMPARE(m_c->state(), CaptureState::recording);
+            pressToolbar(m_rig->toolbar->onStop);
+        }
+        QTRY_COMPARE(m_c->state(), CaptureState::idle);
+        QCOMPARE(m_rig->journal.printed.size(), 1);
+        QVERIFY2(m_rig->journal.printed.first().startsWith(line), qPrintable(m_rig->journal.printed.first()));
+        QCOMPARE(m_rig->reported.last(), false);
+        QVERIFY(m_rig->gifs.isEmpty());
+        if (failing == QLatin1String("start")) {
+            // Everything is taken down, as for a cancel.
+            QVERIFY(m_rig->journal.has(QStringLiteral("toolbar.hide")));
+            QVERIFY(!m_rig->journal.has(QStringLiteral("border.show 0,0 200x200")));
+            QCOMPARE(m_rig->reported, QList<bool>{false});
+        }
+    }
+
+    void shortcutInEveryState()
+    {
+        // Three presses: select, cancel, select.
+        m_rig->hotkey->press();
+        QCOMPARE(m_c->state(), CaptureState::idle); // not registered yet: nothing listens
+        m_c->registerHotkey();
+        m_rig->hotkey->press();
+        QCOMPARE(m_c->state(), CaptureState::selectingRegion);
+        m_rig->hotkey->press();
+        QCOMPARE(m_c->state(), CaptureState::idle);
+        m_rig->hotkey->press();
+        QCOMPARE(m_c->state(), CaptureState::selectingRegion);
+
+        m_rig->selector->onRegionSelected(QRectF(0, 0, 300, 300), m_primary);
+        m_rig->hotkey->press();
+        QCOMPARE(m_c->state(), CaptureState::idle);
+        QVERIFY(m_rig->journal.has(QStringLiteral("preview.hide")));
+        QCOMPARE(m_rig->reported, (QList<bool>{false, false}));
+
+        selectRegion(QRectF(0, 0, 300, 300), m_primary);
+        startAndWait();
+        m_rig->hotkey->press();
+        QCOMPARE(m_c->state(), CaptureState::recording); // the stop runs on a later turn
+        QCoreApplication::processEvents();
+        QCOMPARE(m_c->state(), CaptureState::encoding);
+        m_rig->hotkey->press();
+        QCOMPARE(m_c->state(), CaptureState::encoding);
+        QTRY_COMPARE(m_rig->gifs.size(), 1);
+    }
+
+    void secondStopDuringEncodingDoesNothing()
+    {
+        selectRegion(QRectF(0, 0, 300, 300), m_primary);
+        startAndWait();
+        m_c->stopRecording();
+        m_c->stopRecording();
+        m_rig->toolbar->onStop();
+        QTRY_COMPARE(m_c->state(), CaptureState::idle);
+        QTest::qWait(50);
+        QCOMPARE(m_rig->journal.count(QStringLiteral("recorder.stop")), 1);
+        QCOMPARE(m_rig->gifs.size(), 1);
+    }
+
+    void restartDiscardsAndRecordsAgain()
+    {
+        selectRegion(QRectF(0, 0, 300, 300), m_primary);
+        startAndWait();
+        m_rig->toolbar->state.setElapsedSeconds(7);
+        m_rig->journal.entries.clear();
+
+        m_rig->toolbar->onRestart();
+        QTRY_COMPARE(m_rig->journal.count(QStringLiteral("recorder.start 0,780 300x300 @15 max30")), 1);
+        QTRY_COMPARE(m_c->state(), CaptureState::recording);
+        const auto& j = m_rig->journal;
+        QVERIFY(j.at(QStringLiteral("recorder.stop")) < j.at(QStringLiteral("border.hide")));
+        QVERIFY(j.at(QStringLiteral("border.hide")) <
+                j.at(QStringLiteral("recorder.start 0,780 300x300 @15 max30")));
+        QCOMPARE(m_rig->toolbar->state.elapsedSeconds(), 0.0);
+        QVERIFY(m_rig->toolbar->state.isTimerRunning());
+        QVERIFY(!j.has(QStringLiteral("toolbar.hide")));
+        // No "not recording" between the two recordings; the new start reports true again.
+        QCOMPARE(m_rig->reported, (QList<bool>{true, true}));
+        QVERIFY(m_rig->gifs.isEmpty());
+    }
+
+    void cancelWhileTheRecorderStartsLeavesNothingRunning()
+    {
+        selectRegion(QRectF(0, 0, 300, 300), m_primary);
+        m_rig->toolbar->onStart();
+        QCoreApplication::processEvents(); // Start taken; the recorder has not answered yet
+        QVERIFY(m_rig->journal.has(QStringLiteral("recorder.start 0,780 300x300 @15 max30")));
+        m_c->handleHotkeyPress();
+        QCOMPARE(m_c->state(), CaptureState::idle);
+        QTRY_VERIFY(!m_rig->recorder->recording);
+        QCOMPARE(m_c->state(), CaptureState::idle);
+        QVERIFY(!m_rig->journal.has(QStringLiteral("border.show 0,0 300x300")));
+    }
+
+    void callbacksOfAGoneCoordinatorDoNothing()
+    {
+        // The coordinator goes away while its worker is still encoding: the result reaches nobody.
+        m_rig->encoder->gate = std::make_shared<QSemaphore>();
+        selectRegion(QRectF(0, 0, 300, 300), m_primary);
+        startAndWait();
+        m_c->stopRecording();
+        QTRY_VERIFY(m_rig->encoder->started.available() > 0);
+        m_c.reset();
+        m_rig->encoder->gate->release();
+        QThreadPool::globalInstance()->waitForDone();
+        QTest::qWait(50);
+        QVERIFY(m_rig->gifs.isEmpty());
+        QCOMPARE(m_rig->reported, QList<bool>{true});
+    }
+
+    void registerHotkeyReadsTheSettingsAndForwardsRefusal()
+    {
+        int denied = 0;
+        m_c->onHotkeyPermissionDenied = [&denied] { ++denied; };
+        m_c->registerHotkey();
+        QCOMPARE(m_rig->hotkey->registered, (Shortcut{5, 0x100000}));
+        QCOMPARE(denied, 0);
+
+        storeShortcut(*m_defaults, Shortcut{15, 0x120000});
+        m_rig->hotkey->refuse = true;
+        m_c->registerHotkey();
+        QCOMPARE(m_rig->hotkey->registered, (Shortcut{15, 0x120000}));
+        QCOMPARE(denied, 1);
+    }
+
+    void dismissOverlaysKeepsTheState()
+    {
+        selectRegion(QRectF(0, 0, 300, 300), m_primary);
+        m_rig->journal.entries.clear();
+        m_c->dismissOverlays();
+        QCOMPARE(m_rig->journal.entries, (QStringList{"hotkey.unregister", "selector.dismiss", "toolbar.hide",
+                                                      "border.hide", "preview.hide"}));
+        QCOMPARE(m_c->state(), CaptureState::readyToRecord);
+        QVERIFY(m_rig->reported.isEmpty());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCaptureCoordinator)
+#include "tst_capturecoordinator.moc"

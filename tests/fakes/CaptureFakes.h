@@ -1,0 +1,259 @@
+#pragma once
+
+// Recording stand-ins for the capture flow's collaborators. Each writes what it is asked to do
+// into one shared journal, so a test can check what happened and in which order.
+
+#include "capture/CaptureCollaborators.h"
+#include "capture/CaptureCoordinator.h"
+#include "capture/RecordingToolbarState.h"
+#include "history/HistoryStore.h"
+#include "hotkey/HotkeyRegistrar.h"
+#include "recording/FrameEncoder.h"
+#include "recording/FrameRecorder.h"
+
+#include <QSemaphore>
+#include <QStringList>
+#include <QTimer>
+
+#include <atomic>
+#include <memory>
+
+namespace vantalo::testing {
+
+struct Journal
+{
+    QStringList entries;
+    QStringList printed;
+    void add(const QString& entry) { entries << entry; }
+    LinePrinter printer()
+    {
+        return [this](const QString& line) { printed << line; };
+    }
+    bool has(const QString& entry) const { return entries.contains(entry); }
+    qsizetype count(const QString& entry) const { return entries.count(entry); }
+    // Position of the first entry equal to `entry`, or -1.
+    qsizetype at(const QString& entry) const { return entries.indexOf(entry); }
+};
+
+inline QString rectText(const QRectF& r)
+{
+    return QStringLiteral("%1,%2 %3x%4").arg(r.x()).arg(r.y()).arg(r.width()).arg(r.height());
+}
+
+class FakeHotkey final : public HotkeyRegistrar
+{
+public:
+    explicit FakeHotkey(Journal& j) : m_j(j) {}
+    void registerHotkey(const Shortcut& shortcut, std::function<void()> handler) override
+    {
+        m_j.add(
+            QStringLiteral("hotkey.register %1 0x%2").arg(shortcut.keyCode).arg(shortcut.modifiers, 0, 16));
+        registered = shortcut;
+        this->handler = std::move(handler);
+        if (refuse && onPermissionDenied) {
+            onPermissionDenied();
+        }
+    }
+    void unregisterHotkey() override
+    {
+        m_j.add(QStringLiteral("hotkey.unregister"));
+        handler = nullptr;
+    }
+    void press() const
+    {
+        if (handler) {
+            handler();
+        }
+    }
+
+    Shortcut registered;
+    std::function<void()> handler;
+    bool refuse = false;
+
+private:
+    Journal& m_j;
+};
+
+class FakeRecorder final : public FrameRecorder
+{
+public:
+    explicit FakeRecorder(Journal& j) : m_j(j) {}
+    void startRecording(const QRectF& region, int frameRate, double maxDurationSeconds,
+                        StartDone done) override
+    {
+        m_j.add(QStringLiteral("recorder.start %1 @%2 max%3")
+                    .arg(rectText(region))
+                    .arg(frameRate)
+                    .arg(maxDurationSeconds));
+        auto result = startFailure ? std::expected<void, Failure>(std::unexpected(*startFailure))
+                                   : std::expected<void, Failure>();
+        recording = !startFailure;
+        QTimer::singleShot(0, [done = std::move(done), result] { done(result); });
+    }
+    void stopRecording(StopDone done) override
+    {
+        m_j.add(QStringLiteral("recorder.stop"));
+        std::expected<FrameList, Failure> result = recording ? frames : FrameList{};
+        if (recording && stopFailure) {
+            result = std::unexpected(*stopFailure);
+        }
+        recording = false;
+        QTimer::singleShot(0, [done = std::move(done), result] { done(result); });
+    }
+
+    std::optional<Failure> startFailure;
+    std::optional<Failure> stopFailure;
+    FrameList frames{Frame{QImage(4, 2, QImage::Format_RGB32), 2}};
+    bool recording = false;
+
+private:
+    Journal& m_j;
+};
+
+class FakeEncoder final : public FrameEncoder
+{
+public:
+    std::expected<QByteArray, Failure> encode(const FrameList& frames, double delaySeconds) const override
+    {
+        started.release();
+        if (gate) {
+            gate->acquire();
+        }
+        if (failure) {
+            return std::unexpected(*failure);
+        }
+        lastDelay = delaySeconds;
+        return QByteArrayLiteral("GIF89a frames=") + QByteArray::number(frames.size());
+    }
+    std::optional<Failure> failure;
+    mutable std::atomic<double> lastDelay = 0;
+    // When set, an encode waits for the test to release it.
+    std::shared_ptr<QSemaphore> gate;
+    mutable QSemaphore started;
+};
+
+class FakeSelector final : public RegionSelector
+{
+public:
+    explicit FakeSelector(Journal& j) : m_j(j) {}
+    void show() override { m_j.add(QStringLiteral("selector.show")); }
+    void dismiss() override { m_j.add(QStringLiteral("selector.dismiss")); }
+
+private:
+    Journal& m_j;
+};
+
+class FakeAdjuster final : public RegionAdjuster
+{
+public:
+    explicit FakeAdjuster(Journal& j) : m_j(j) {}
+    void show(const DisplayInfo& display, const QRectF& region) override
+    {
+        m_j.add(QStringLiteral("preview.show %1 %2").arg(display.name, rectText(region)));
+    }
+    void hide() override { m_j.add(QStringLiteral("preview.hide")); }
+
+private:
+    Journal& m_j;
+};
+
+class FakeToolbar final : public ToolbarPresenter
+{
+public:
+    explicit FakeToolbar(Journal& j) : m_j(j) {}
+    void show(const QRectF& region) override
+    {
+        m_j.add(QStringLiteral("toolbar.show %1").arg(rectText(region)));
+        shown = true;
+    }
+    void hide() override
+    {
+        m_j.add(QStringLiteral("toolbar.hide"));
+        shown = false;
+    }
+    std::optional<QSizeF> panelSize() const override
+    {
+        return shown ? std::optional<QSizeF>(QSizeF(120, 80)) : std::nullopt;
+    }
+    void movePanel(const QPointF& origin) override
+    {
+        m_j.add(QStringLiteral("toolbar.move %1,%2").arg(origin.x()).arg(origin.y()));
+    }
+    RecordingToolbarState& toolbarState() override { return state; }
+
+    RecordingToolbarState state;
+    bool shown = false;
+
+private:
+    Journal& m_j;
+};
+
+class FakeBorder final : public BorderPresenter
+{
+public:
+    explicit FakeBorder(Journal& j) : m_j(j) {}
+    void show(const QRectF& region) override
+    {
+        m_j.add(QStringLiteral("border.show %1").arg(rectText(region)));
+    }
+    void hide() override { m_j.add(QStringLiteral("border.hide")); }
+
+private:
+    Journal& m_j;
+};
+
+class FakePermission final : public ScreenCapturePermission
+{
+public:
+    bool preflight() override { return granted; }
+    void request() override { ++requests; }
+    bool granted = true;
+    int requests = 0;
+};
+
+// A coordinator over fakes, with pointers to them for the test to steer.
+struct CoordinatorRig
+{
+    Journal journal;
+    FakePermission permission;
+    FakeHotkey* hotkey = nullptr;
+    FakeRecorder* recorder = nullptr;
+    std::shared_ptr<FakeEncoder> encoder = std::make_shared<FakeEncoder>();
+    FakeSelector* selector = nullptr;
+    FakeToolbar* toolbar = nullptr;
+    FakeBorder* border = nullptr;
+    FakeAdjuster* preview = nullptr;
+    QList<bool> reported;
+    QStringList gifs;
+
+    std::unique_ptr<CaptureCoordinator> make(UserDefaults& defaults, const QString& temporaryDirectory)
+    {
+        auto h = std::make_unique<FakeHotkey>(journal);
+        auto r = std::make_unique<FakeRecorder>(journal);
+        auto s = std::make_unique<FakeSelector>(journal);
+        auto t = std::make_unique<FakeToolbar>(journal);
+        auto b = std::make_unique<FakeBorder>(journal);
+        auto p = std::make_unique<FakeAdjuster>(journal);
+        hotkey = h.get();
+        recorder = r.get();
+        selector = s.get();
+        toolbar = t.get();
+        border = b.get();
+        preview = p.get();
+        auto coordinator = std::make_unique<CaptureCoordinator>(
+            CaptureCollaborators{std::move(h), std::move(r), encoder, std::move(s), std::move(t),
+                                 std::move(b), std::move(p)},
+            defaults, permission, journal.printer(), temporaryDirectory);
+        coordinator->onRecordingStateChanged = [this](bool recording) {
+            reported << recording;
+            journal.add(QStringLiteral("reported %1").arg(recording));
+        };
+        coordinator->onGifCreated = [this](const QString& path) {
+            gifs << path;
+            journal.add(QStringLiteral("gifCreated"));
+        };
+        return coordinator;
+    }
+};
+
+} // namespace vantalo::testing

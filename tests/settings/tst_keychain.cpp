@@ -1,0 +1,125 @@
+// The credential store against a real Secret Service (gnome-keyring in a private D-Bus session,
+// started by with-keyring.sh), and against sessions where no keyring answers.
+#include "settings/KeychainStore.h"
+#include "settings/QtKeychainSecretStore.h"
+
+#include <QCoreApplication>
+#include <QElapsedTimer>
+#include <QProcess>
+#include <QTest>
+
+using namespace vantalo;
+using namespace std::chrono_literals;
+
+namespace {
+// Run in a child process: one load and one save, reporting what came back and what was printed.
+int runProbe()
+{
+    QStringList printed;
+    QtKeychainSecretStore secrets(
+        keychainService, [&printed](const QString& line) { printed << line; }, 1500ms);
+    KeychainStore keychain(secrets);
+    QElapsedTimer clock;
+    clock.start();
+    const auto loaded = keychain.loadCredential(CredentialKey::accessKeyId);
+    const bool saved = keychain.saveCredential(CredentialKey::accessKeyId, QStringLiteral("AKID"));
+    std::printf("loaded=%s saved=%d ms=%lld lines=%lld\n", loaded ? "yes" : "no", saved ? 1 : 0,
+                static_cast<long long>(clock.elapsed()), static_cast<long long>(printed.size()));
+    for (const QString& line : printed) {
+        std::printf("line=%s\n", qPrintable(line));
+    }
+    return 0;
+}
+} // namespace
+
+class TestKeychain : public QObject
+{
+    Q_OBJECT
+
+    QString probe(const QString& shellPrefix)
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("VANTALO_KEYCHAIN_PROBE"), QStringLiteral("1"));
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral("bash"), {QStringLiteral("-c"), shellPrefix + QStringLiteral(" \"$0\""),
+                                               QCoreApplication::applicationFilePath()});
+        process.waitForFinished(60000);
+        return QString::fromUtf8(process.readAllStandardOutput());
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!qEnvironmentVariableIsSet("VANTALO_TEST_KEYRING")) {
+            QSKIP("needs the keyring session of tests/with-keyring.sh");
+        }
+    }
+
+    void roundTripThroughTheKeyring()
+    {
+        QStringList printed;
+        QtKeychainSecretStore secrets(keychainService, [&printed](const QString& line) { printed << line; });
+        KeychainStore keychain(secrets);
+
+        QVERIFY(!keychain.loadCredential(CredentialKey::secretAccessKey));
+        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey, QStringLiteral("first")));
+        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey,
+                                        QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9")));
+        QCOMPARE(keychain.loadCredential(CredentialKey::secretAccessKey),
+                 QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9"));
+        QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
+
+        // An empty credential is stored and read back as empty, not as missing.
+        QVERIFY(keychain.saveCredential(CredentialKey::accessKeyId, QString()));
+        const auto empty = keychain.loadCredential(CredentialKey::accessKeyId);
+        QVERIFY(empty.has_value());
+        QVERIFY(empty->isEmpty());
+        QVERIFY2(printed.isEmpty(), qPrintable(printed.join('\n')));
+
+        // Saving twice left one item for the account, in the keyring itself.
+        QProcess search;
+        search.start(QStringLiteral("secret-tool"),
+                     {QStringLiteral("search"), QStringLiteral("--all"), QStringLiteral("user"),
+                      QStringLiteral("aws-secret-access-key")});
+        QVERIFY(search.waitForFinished(10000));
+        const QString items =
+            QString::fromUtf8(search.readAllStandardOutput() + search.readAllStandardError());
+        QCOMPARE(items.count(QStringLiteral("[/")), 1);
+    }
+
+    void noSecretServiceReadsAbsentAndSavesFalse()
+    {
+        const QString out = probe(QStringLiteral("DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus exec"));
+        QVERIFY2(out.contains(QStringLiteral("loaded=no saved=0")), qPrintable(out));
+        QVERIFY2(out.contains(QStringLiteral("lines=1")), qPrintable(out));
+        QVERIFY2(out.contains(QStringLiteral("line=Keyring unavailable (")), qPrintable(out));
+        const int ms = out.section(QStringLiteral("ms="), 1).section(QLatin1Char(' '), 0, 0).toInt();
+        QVERIFY2(ms < 1500, qPrintable(out)); // it fails at once, not at the time limit
+    }
+
+    void aKeyringThatNeverAnswersHitsTheTimeLimit()
+    {
+        const QString hang = QStringLiteral(QT_TESTCASE_SOURCEDIR "/settings/hang_secret_service.py");
+        const QString out =
+            probe(QStringLiteral("exec dbus-run-session -- bash -c 'python3 %1 | (read ready; exec \"$0\")' ")
+                      .arg(hang));
+        QVERIFY2(out.contains(QStringLiteral("loaded=no saved=0")), qPrintable(out));
+        QVERIFY2(out.contains(QStringLiteral("lines=1")), qPrintable(out));
+        QVERIFY2(out.contains(QStringLiteral("no answer within 1.5 s")), qPrintable(out));
+        const int ms = out.section(QStringLiteral("ms="), 1).section(QLatin1Char(' '), 0, 0).toInt();
+        // Three jobs (read, delete, add), each given up after 1.5 s.
+        QVERIFY2(ms >= 4000 && ms < 10000, qPrintable(out));
+    }
+};
+
+int main(int argc, char** argv)
+{
+    QCoreApplication app(argc, argv);
+    if (qEnvironmentVariableIsSet("VANTALO_KEYCHAIN_PROBE")) {
+        return runProbe();
+    }
+    TestKeychain test;
+    return QTest::qExec(&test, argc, argv);
+}
+#include "tst_keychain.moc"
