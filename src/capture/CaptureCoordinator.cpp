@@ -177,31 +177,32 @@ void CaptureCoordinator::startRecording()
     const QRectF captureRect = displayLocalRect(m_selectedRegion, m_selectedScreen->frame);
     m_starting = true;
     QPointer self(this);
-    m_c.screenRecorder->startRecording(
-        captureRect, frameRate, maxDurationSeconds, [self](std::expected<void, Failure> started) {
-            if (!self) {
-                return;
-            }
-            self->m_starting = false;
-            if (self->m_state != CaptureState::readyToRecord) {
-                // Cancelled while the recorder was starting: its
-                // frames belong to nothing the user still wants.
-                if (started) {
-                    self->m_c.screenRecorder->stopRecording([](auto) {});
-                }
-                return;
-            }
-            if (!started) {
-                self->m_print(QStringLiteral("Failed to start recording: ") + started.error().description);
-                self->cancelCapture();
-                return;
-            }
-            self->setState(CaptureState::recording);
-            self->m_readyPayload.reset();
-            self->reportRecording(true);
-            self->m_c.toolbarController->toolbarState().startTimer();
-            self->m_c.recordingBorder->show(self->m_selectedRegion);
-        });
+    m_c.screenRecorder->startRecording(captureRect, m_selectedScreen->name, frameRate, maxDurationSeconds,
+                                       [self](std::expected<void, Failure> started) {
+                                           if (!self) {
+                                               return;
+                                           }
+                                           self->m_starting = false;
+                                           if (self->m_state != CaptureState::readyToRecord) {
+                                               // Cancelled while the recorder was starting: its
+                                               // frames belong to nothing the user still wants.
+                                               if (started) {
+                                                   self->m_c.screenRecorder->stopRecording([](auto) {});
+                                               }
+                                               return;
+                                           }
+                                           if (!started) {
+                                               self->m_print(QStringLiteral("Failed to start recording: ") +
+                                                             started.error().description);
+                                               self->cancelCapture();
+                                               return;
+                                           }
+                                           self->setState(CaptureState::recording);
+                                           self->m_readyPayload.reset();
+                                           self->reportRecording(true);
+                                           self->m_c.toolbarController->toolbarState().startTimer();
+                                           self->m_c.recordingBorder->show(self->m_selectedRegion);
+                                       });
 }
 
 void CaptureCoordinator::stopRecording()

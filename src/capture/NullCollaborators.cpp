@@ -6,7 +6,7 @@
 
 namespace vantalo {
 
-void UnavailableRecorder::startRecording(const QRectF&, int, double, StartDone done)
+void UnavailableRecorder::startRecording(const QRectF&, const QString&, int, double, StartDone done)
 {
     QTimer::singleShot(
         0, [done = std::move(done), reason = m_reason] { done(std::unexpected(Failure{reason})); });

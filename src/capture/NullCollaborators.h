@@ -52,8 +52,8 @@ class UnavailableRecorder final : public FrameRecorder
 {
 public:
     explicit UnavailableRecorder(QString reason) : m_reason(std::move(reason)) {}
-    void startRecording(const QRectF& region, int frameRate, double maxDurationSeconds,
-                        StartDone done) override;
+    void startRecording(const QRectF& region, const QString& displayName, int frameRate,
+                        double maxDurationSeconds, StartDone done) override;
     void stopRecording(StopDone done) override;
 
 private:

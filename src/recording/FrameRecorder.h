@@ -20,10 +20,11 @@ public:
 
     virtual ~FrameRecorder() = default;
 
-    // `region` is relative to the display, origin at its top-left, in points. A start while
-    // recording is ignored (and completes successfully).
-    virtual void startRecording(const QRectF& region, int frameRate, double maxDurationSeconds,
-                                StartDone done) = 0;
+    // `region` is relative to the display, origin at its top-left, in points; `displayName` is the
+    // display it was chosen on, taken when it holds the region. A start while recording is ignored
+    // (and completes successfully).
+    virtual void startRecording(const QRectF& region, const QString& displayName, int frameRate,
+                                double maxDurationSeconds, StartDone done) = 0;
     // The frames so far, oldest first; empty when nothing is being recorded.
     virtual void stopRecording(StopDone done) = 0;
 

@@ -143,6 +143,8 @@ private Q_SLOTS:
         startAndWait();
         QVERIFY2(m_rig->journal.has(QStringLiteral("recorder.start 80,220 640x480 @15 max30")),
                  qPrintable(m_rig->journal.entries.join('\n')));
+        // The display it was chosen on goes along, so the recorder captures that one.
+        QVERIFY(m_rig->journal.has(QStringLiteral("recorder.display right")));
     }
 
     void startWithoutPermissionWaitsForIt()

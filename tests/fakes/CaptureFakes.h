@@ -78,9 +78,10 @@ class FakeRecorder final : public FrameRecorder
 {
 public:
     explicit FakeRecorder(Journal& j) : m_j(j) {}
-    void startRecording(const QRectF& region, int frameRate, double maxDurationSeconds,
-                        StartDone done) override
+    void startRecording(const QRectF& region, const QString& displayName, int frameRate,
+                        double maxDurationSeconds, StartDone done) override
     {
+        m_j.add(QStringLiteral("recorder.display ") + displayName);
         m_j.add(QStringLiteral("recorder.start %1 @%2 max%3")
                     .arg(rectText(region))
                     .arg(frameRate)

@@ -1,6 +1,8 @@
 #include "X11Platform.h"
 
+#include "X11CaptureBackend.h"
 #include "X11HotkeyManager.h"
+#include "recording/ScreenRecorder.h"
 
 #include <QGuiApplication>
 
@@ -26,8 +28,8 @@ std::unique_ptr<HotkeyRegistrar> X11Platform::createHotkeyManager(LinePrinter pr
 
 std::unique_ptr<FrameRecorder> X11Platform::createScreenRecorder()
 {
-    return std::make_unique<UnavailableRecorder>(
-        QStringLiteral("Screen capture is not available in this version of Vantalo"));
+    return std::make_unique<ScreenRecorder>(std::make_unique<X11CaptureBackend>(),
+                                            [] { return qGuiApp->devicePixelRatio(); });
 }
 
 } // namespace vantalo

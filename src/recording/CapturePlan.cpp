@@ -1,0 +1,76 @@
+#include "CapturePlan.h"
+
+#include <cmath>
+
+namespace vantalo {
+
+std::optional<CapturePlan> planCapture(const QList<CaptureDisplay>& displays, const QRectF& region,
+                                       double devicePixelRatio, const QString& preferredDisplay)
+{
+    if (displays.isEmpty()) {
+        return std::nullopt;
+    }
+    const double dpr = devicePixelRatio > 0 ? devicePixelRatio : 1.0;
+    const auto holds = [&](const CaptureDisplay& display) {
+        return QRectF(0, 0, display.nativeGeometry.width() / dpr, display.nativeGeometry.height() / dpr)
+            .contains(region);
+    };
+    const CaptureDisplay* chosen = nullptr;
+    for (const CaptureDisplay& display : displays) {
+        if (!preferredDisplay.isEmpty() && display.name == preferredDisplay && holds(display)) {
+            chosen = &display;
+        }
+    }
+    for (const CaptureDisplay& display : displays) {
+        if (!chosen && holds(display)) {
+            chosen = &display;
+        }
+    }
+    if (!chosen) {
+        chosen = &displays.first();
+    }
+
+    // Whole points, as the output is twice the truncated size.
+    const int widthPoints = static_cast<int>(std::trunc(region.width()));
+    const int heightPoints = static_cast<int>(std::trunc(region.height()));
+    CapturePlan plan;
+    plan.display = *chosen;
+    plan.outputSize = QSize(2 * widthPoints, 2 * heightPoints);
+    const QPoint origin =
+        chosen->nativeGeometry.topLeft() + QPoint(static_cast<int>(std::lround(region.x() * dpr)),
+                                                  static_cast<int>(std::lround(region.y() * dpr)));
+    QSize grabbed;
+    if (dpr == 1.0) {
+        // A pixel a point: each grabbed pixel becomes 2 × 2, exactly.
+        plan.scale = 2;
+        grabbed = plan.outputSize / 2;
+    } else if (dpr == 2.0) {
+        plan.scale = 1;
+        grabbed = plan.outputSize;
+    } else {
+        // Any other ratio: the native pixels are resampled to the output size.
+        plan.scale = 1;
+        grabbed = QSize(static_cast<int>(std::lround(widthPoints * dpr)),
+                        static_cast<int>(std::lround(heightPoints * dpr)));
+    }
+    plan.nativeRect = QRect(origin, grabbed);
+    return plan;
+}
+
+std::chrono::nanoseconds slotTime(long long slot, int frameRate)
+{
+    // Computed from the slot number each time, so rounding never accumulates.
+    return std::chrono::nanoseconds(slot * 1'000'000'000LL / frameRate);
+}
+
+PacingStep nextFrameSlot(long long slot, std::chrono::nanoseconds elapsed, int frameRate)
+{
+    const long long latestDue = elapsed.count() * frameRate / 1'000'000'000LL;
+    const long long next = slot + 1;
+    if (latestDue > next) {
+        return {latestDue, latestDue - next};
+    }
+    return {next, 0};
+}
+
+} // namespace vantalo

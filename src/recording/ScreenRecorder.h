@@ -1,0 +1,72 @@
+#pragma once
+
+#include "CaptureBackend.h"
+#include "FrameRecorder.h"
+#include "common/Console.h"
+
+#include <QElapsedTimer>
+#include <QObject>
+#include <QTimer>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace vantalo {
+
+// What one recording achieved, for the capture benchmark.
+struct CaptureStats
+{
+    long long frames = 0;       // grabs kept as frames
+    long long late = 0;         // grabs that began more than a quarter period after their slot
+    long long skipped = 0;      // slots passed over because the machine fell behind
+    long long failedGrabs = 0;  // grabs dropped silently
+    long long sharedFrames = 0; // frames identical to the one before, stored once
+    double grabMsTotal = 0;     // time spent inside the backend's grab
+    double threadCpuMs = 0;     // CPU time of the capture thread
+};
+
+// Captures one region of one display as frames at a steady rate until it is told to stop.
+// Lives on the GUI thread; each recording runs on a capture thread of its own, which owns the
+// frame list until the stop joins it.
+class ScreenRecorder final : public QObject, public FrameRecorder
+{
+    Q_OBJECT
+public:
+    ScreenRecorder(std::unique_ptr<CaptureBackend> backend, std::function<double()> devicePixelRatio,
+                   LinePrinter print = stdoutPrinter());
+    ~ScreenRecorder() override;
+
+    void startRecording(const QRectF& region, const QString& displayName, int frameRate,
+                        double maxDurationSeconds, StartDone done) override;
+    void stopRecording(StopDone done) override;
+
+    bool isRecording() const { return m_isRecording.load(); }
+    bool isDurationTimerActive() const { return m_durationTimer.isActive(); }
+    CaptureStats lastStats() const { return m_lastStats; }
+
+private:
+    struct Job;
+    void startDurationTimer(quint64 generation);
+    void checkDuration();
+    void handleStreamError(const std::shared_ptr<Job>& job, const QString& description);
+    void finishJob();
+
+    std::unique_ptr<CaptureBackend> m_backend;
+    std::function<double()> m_devicePixelRatio;
+    LinePrinter m_print;
+
+    std::atomic<bool> m_isRecording = false;
+    int m_frameRate = 15;
+    double m_maxDurationSeconds = 30.0;
+    std::optional<QElapsedTimer> m_startTime;
+    QTimer m_durationTimer;
+    double m_timerMaxDuration = 0;
+    quint64 m_generation = 0;
+    bool m_starting = false;
+    std::shared_ptr<Job> m_job;
+    CaptureStats m_lastStats;
+};
+
+} // namespace vantalo
