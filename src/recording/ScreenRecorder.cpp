@@ -174,6 +174,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             job->stats.grabMsTotal += std::chrono::duration<double, std::milli>(Clock::now() - began).count();
             if (!grabbed) {
                 job->stats.threadCpuMs = threadCpuMs() - cpuAtStart;
+                job->stats.seconds = std::chrono::duration<double>(Clock::now() - job->start).count();
                 post([job, error = grabbed.error()](ScreenRecorder& recorder) {
                     recorder.handleStreamError(job, error.description);
                 });
@@ -200,6 +201,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             slot = step.nextSlot;
         }
         job->stats.threadCpuMs = threadCpuMs() - cpuAtStart;
+        job->stats.seconds = std::chrono::duration<double>(Clock::now() - job->start).count();
     });
 }
 

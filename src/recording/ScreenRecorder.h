@@ -25,6 +25,7 @@ struct CaptureStats
     long long sharedFrames = 0; // frames identical to the one before, stored once
     double grabMsTotal = 0;     // time spent inside the backend's grab
     double threadCpuMs = 0;     // CPU time of the capture thread
+    double seconds = 0;         // from the first slot to the stop
 };
 
 // Captures one region of one display as frames at a steady rate until it is told to stop.

@@ -1,0 +1,141 @@
+// Records a region of the current X display while a window animates inside it, and reports what
+// the recorder achieved next to Qt's own screen grab on the same region.
+#include "platform/x11/X11CaptureBackend.h"
+#include "recording/ScreenRecorder.h"
+
+#include <QApplication>
+#include <QCommandLineParser>
+#include <QElapsedTimer>
+#include <QPainter>
+#include <QScreen>
+#include <QTimer>
+#include <QWidget>
+
+#include <sys/resource.h>
+
+#include <cstdio>
+
+using namespace vantalo;
+
+namespace {
+
+// A moving square, a counter and a colour sweep: every frame differs from the one before.
+class AnimatedWindow : public QWidget
+{
+public:
+    explicit AnimatedWindow(bool animate)
+    {
+        setWindowFlags(Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint);
+        setAttribute(Qt::WA_OpaquePaintEvent);
+        if (animate) {
+            connect(&m_tick, &QTimer::timeout, this, [this] {
+                ++m_frame;
+                update();
+            });
+            m_tick.start(16);
+        }
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        p.fillRect(rect(), QColor::fromHsv(m_frame % 360, 60, 230));
+        const int side = std::min(width(), height()) / 5;
+        const int x = (m_frame * 7) % std::max(1, width() - side);
+        const int y = (m_frame * 3) % std::max(1, height() - side);
+        p.fillRect(x, y, side, side, QColor(30, 60, 200));
+        p.setPen(Qt::black);
+        QFont font = p.font();
+        font.setPixelSize(std::max(12, height() / 10));
+        p.setFont(font);
+        p.drawText(rect(), Qt::AlignCenter, QString::number(m_frame));
+    }
+
+private:
+    QTimer m_tick;
+    int m_frame = 0;
+};
+
+double peakRssMb()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss / 1024.0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    QCommandLineParser parser;
+    parser.addHelpOption();
+    const QCommandLineOption seconds(QStringLiteral("seconds"), QStringLiteral("Recording length."),
+                                     QStringLiteral("s"), QStringLiteral("30"));
+    const QCommandLineOption size(QStringLiteral("size"),
+                                  QStringLiteral("Region WxH in points, or 'screen'."), QStringLiteral("WxH"),
+                                  QStringLiteral("800x600"));
+    const QCommandLineOption still(QStringLiteral("static"), QStringLiteral("Nothing moves in the region."));
+    parser.addOptions({seconds, size, still});
+    parser.process(app);
+
+    const QRect screen = QGuiApplication::primaryScreen()->geometry();
+    QRect region = screen;
+    if (parser.value(size) != QLatin1String("screen")) {
+        const QStringList parts = parser.value(size).split(QLatin1Char('x'));
+        region = QRect(QPoint(), QSize(parts.value(0).toInt(), parts.value(1).toInt()));
+        region.moveCenter(screen.center());
+    }
+    const double durationSeconds = parser.value(seconds).toDouble();
+
+    AnimatedWindow window(!parser.isSet(still));
+    window.setGeometry(region);
+    window.show();
+
+    // The peer: Qt's own grab of the same rectangle, timed over a few calls before recording.
+    QScreen* primary = QGuiApplication::primaryScreen();
+    QElapsedTimer clock;
+    QCoreApplication::processEvents();
+    constexpr int kQtGrabs = 20;
+    clock.start();
+    for (int i = 0; i < kQtGrabs; ++i) {
+        const QPixmap grabbed =
+            primary->grabWindow(0, region.x(), region.y(), region.width(), region.height());
+        Q_UNUSED(grabbed.toImage().constBits());
+    }
+    const double qtGrabMs = clock.nsecsElapsed() / 1e6 / kQtGrabs;
+
+    ScreenRecorder recorder(std::make_unique<X11CaptureBackend>(), [] { return 1.0; });
+    FrameList frames;
+    bool stopped = false;
+    recorder.startRecording(
+        QRectF(region), QString(), 15, durationSeconds + 10, [&](std::expected<void, Failure> ok) {
+            if (!ok) {
+                std::fprintf(stderr, "start failed: %s\n", qPrintable(ok.error().description));
+                QCoreApplication::exit(1);
+                return;
+            }
+            QTimer::singleShot(int(durationSeconds * 1000), Qt::PreciseTimer, &app, [&] {
+                recorder.stopRecording([&](std::expected<FrameList, Failure> result) {
+                    frames = result.value_or(FrameList{});
+                    stopped = true;
+                    QCoreApplication::quit();
+                });
+            });
+        });
+    if (QApplication::exec() != 0 || !stopped) {
+        return 1;
+    }
+
+    const CaptureStats stats = recorder.lastStats();
+    const double n = std::max<long long>(1, stats.frames);
+    std::printf("region %dx%d for %.1f s%s: %lld frames (%lld stored once for being unchanged)\n",
+                region.width(), region.height(), durationSeconds, parser.isSet(still) ? ", static" : "",
+                stats.frames, stats.sharedFrames);
+    std::printf("capture fps=%.2f late=%lld dropped=%lld cpu_ms_per_frame=%.2f grab_ms=%.2f qt_grab_ms=%.2f "
+                "peak_rss_mb=%.0f\n",
+                stats.frames / std::max(0.001, stats.seconds), stats.late, stats.skipped + stats.failedGrabs,
+                stats.threadCpuMs / n, stats.grabMsTotal / n, qtGrabMs, peakRssMb());
+    return 0;
+}

@@ -1,0 +1,17 @@
+#!/usr/bin/env bash
+# make bench-capture: the recorder at 800 × 600, on a whole 1920 × 1080 screen, and on a static
+# region, each for BENCH_SECONDS (default 30) under its own Xvfb unless a display is given.
+set -euo pipefail
+build=$1
+binary="$build/bench/vantalo-bench-capture"
+seconds=${BENCH_SECONDS:-30}
+run() {
+  if [ -n "${DISPLAY:-}" ] && [ -z "${BENCH_OWN_XVFB:-}" ]; then
+    "$binary" "$@"
+  else
+    xvfb-run -a -s "-screen 0 1920x1080x24 -nolisten tcp" "$binary" "$@"
+  fi
+}
+run --seconds "$seconds" --size 800x600
+run --seconds "$seconds" --size screen
+run --seconds "$seconds" --size 800x600 --static
