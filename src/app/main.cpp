@@ -5,6 +5,7 @@
 #include "capture/NullCollaborators.h"
 #include "history/UnavailableHistory.h"
 #include "platform/Platform.h"
+#include "recording/GifEncoder.h"
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/UserDefaults.h"
 
@@ -74,7 +75,7 @@ int main(int argc, char** argv)
 
     CaptureCollaborators collaborators{
         platform->createHotkeyManager(print),     platform->createScreenRecorder(),
-        std::make_shared<UnavailableEncoder>(),   std::make_unique<NullRegionSelector>(),
+        std::make_shared<GifEncoder>(),           std::make_unique<NullRegionSelector>(),
         std::make_unique<NullToolbarPresenter>(), std::make_unique<NullBorderPresenter>(),
         std::make_unique<NullRegionAdjuster>(),
     };

@@ -176,6 +176,13 @@ void CaptureCoordinator::startRecording()
     }
     const QRectF captureRect = displayLocalRect(m_selectedRegion, m_selectedScreen->frame);
     m_starting = true;
+    // Frames go straight to the encoder while recording, so Stop only has the tail left to do.
+    m_session = std::shared_ptr<EncodingSession>(m_c.gifEncoder->openSession());
+    if (auto session = m_session) {
+        m_c.screenRecorder->frameSink = [session](const Frame& frame) { session->addFrame(frame); };
+    } else {
+        m_c.screenRecorder->frameSink = nullptr;
+    }
     QPointer self(this);
     m_c.screenRecorder->startRecording(captureRect, m_selectedScreen->name, frameRate, maxDurationSeconds,
                                        [self](std::expected<void, Failure> started) {
@@ -189,9 +196,11 @@ void CaptureCoordinator::startRecording()
                                                if (started) {
                                                    self->m_c.screenRecorder->stopRecording([](auto) {});
                                                }
+                                               self->discardSession();
                                                return;
                                            }
                                            if (!started) {
+                                               self->discardSession();
                                                self->m_print(QStringLiteral("Failed to start recording: ") +
                                                              started.error().description);
                                                self->cancelCapture();
@@ -220,21 +229,23 @@ void CaptureCoordinator::stopRecording()
         if (!self) {
             return;
         }
+        std::shared_ptr<EncodingSession> session = std::move(self->m_session);
+        self->m_c.screenRecorder->frameSink = nullptr;
         if (!stopped) {
             self->m_print(QStringLiteral("Failed to encode GIF: ") + stopped.error().description);
             self->finishInIdle();
             return;
         }
-        if (stopped->isEmpty()) {
+        if ((session ? session->frameCount() : stopped->size()) == 0) {
             self->m_print(QStringLiteral("No frames captured"));
             self->finishInIdle();
             return;
         }
-        self->encodeAndWrite(std::move(*stopped));
+        self->encodeAndWrite(std::move(*stopped), std::move(session));
     });
 }
 
-void CaptureCoordinator::encodeAndWrite(FrameList frames)
+void CaptureCoordinator::encodeAndWrite(FrameList frames, std::shared_ptr<EncodingSession> session)
 {
     // The worker gets copies and the shared encoder only; it touches nothing of ours. The watcher
     // dies with the coordinator, so a result that comes back to nobody is dropped.
@@ -253,20 +264,21 @@ void CaptureCoordinator::encodeAndWrite(FrameList frames)
             onGifCreated(*written);
         }
     });
-    watcher->setFuture(
-        QtConcurrent::run([encoder = m_c.gifEncoder, frames = std::move(frames), dir = m_temporaryDirectory] {
-            return writeGifFile(*encoder, frames, frameDelaySeconds, dir);
-        }));
+    watcher->setFuture(QtConcurrent::run([encoder = m_c.gifEncoder, session = std::move(session),
+                                          frames = std::move(frames),
+                                          dir = m_temporaryDirectory]() -> Result {
+        auto gif = session ? session->finish(frameDelaySeconds) : encoder->encode(frames, frameDelaySeconds);
+        if (!gif) {
+            return std::unexpected(gif.error());
+        }
+        return writeGifFile(*gif, dir);
+    }));
 }
 
-std::expected<QString, Failure> CaptureCoordinator::writeGifFile(const FrameEncoder& encoder,
-                                                                 const FrameList& frames, double delaySeconds,
+std::expected<QString, Failure> CaptureCoordinator::writeGifFile(const QByteArray& gif,
                                                                  const QString& directory)
 {
-    auto bytes = encoder.encode(frames, delaySeconds);
-    if (!bytes) {
-        return std::unexpected(bytes.error());
-    }
+    // The name's time is taken once the GIF is encoded.
     const QString path =
         QDir(directory).filePath(QStringLiteral("vantalo_%1.gif").arg(QDateTime::currentSecsSinceEpoch()));
     QFile file(path);
@@ -276,7 +288,7 @@ std::expected<QString, Failure> CaptureCoordinator::writeGifFile(const FrameEnco
     }
     // A file of that name from the same second is replaced, and may have had other permissions.
     file.setPermissions(userOnly);
-    if (file.write(*bytes) != bytes->size() || !file.flush()) {
+    if (file.write(gif) != gif.size() || !file.flush()) {
         const QString reason = file.errorString();
         file.close();
         return std::unexpected(Failure{reason});
@@ -300,14 +312,22 @@ void CaptureCoordinator::restartRecording()
         toolbarState.stopTimer();
         toolbarState.setElapsedSeconds(0);
         self->m_c.recordingBorder->hide();
+        self->discardSession();
         self->setState(CaptureState::readyToRecord);
         self->m_readyPayload = std::pair(self->m_selectedRegion, *self->m_selectedScreen);
         self->startRecording();
     });
 }
 
+void CaptureCoordinator::discardSession()
+{
+    m_session.reset();
+    m_c.screenRecorder->frameSink = nullptr;
+}
+
 void CaptureCoordinator::cancelCapture()
 {
+    discardSession();
     m_c.regionSelector->dismiss();
     m_c.toolbarController->hide();
     m_c.recordingBorder->hide();

@@ -77,9 +77,8 @@ public:
     std::function<void(bool recording)> onRecordingStateChanged;
     std::function<void()> onHotkeyPermissionDenied;
 
-    // Encodes and writes "vantalo_<seconds>.gif" into `directory`, readable by the user alone.
-    static std::expected<QString, Failure> writeGifFile(const FrameEncoder& encoder, const FrameList& frames,
-                                                        double delaySeconds, const QString& directory);
+    // Writes "vantalo_<seconds>.gif" into `directory`, readable by the user alone.
+    static std::expected<QString, Failure> writeGifFile(const QByteArray& gif, const QString& directory);
 
 private:
     void handleRegionSelected(const QRectF& region, const DisplayInfo& display);
@@ -87,7 +86,8 @@ private:
     void startRecording();
     void restartRecording();
     void cancelCapture();
-    void encodeAndWrite(FrameList frames);
+    void encodeAndWrite(FrameList frames, std::shared_ptr<EncodingSession> session);
+    void discardSession();
     void finishInIdle();
     void setState(CaptureState state);
     void reportRecording(bool recording);
@@ -106,6 +106,8 @@ private:
     std::optional<DisplayInfo> m_selectedScreen;
     // Set while a recorder start is awaited, so a second Start in that gap does nothing.
     bool m_starting = false;
+    // The GIF of the running recording, encoded as its frames arrive.
+    std::shared_ptr<EncodingSession> m_session;
 };
 
 } // namespace vantalo

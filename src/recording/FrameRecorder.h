@@ -30,6 +30,9 @@ public:
 
     // Called on the GUI thread, once a recording, when the maximum duration has passed.
     std::function<void()> onMaxDurationReached;
+    // When set at the start, every frame is handed to it (on the capture thread) instead of being
+    // kept, and the stop returns an empty list.
+    std::function<void(const Frame& frame)> frameSink;
 };
 
 } // namespace vantalo

@@ -40,6 +40,7 @@ struct ScreenRecorder::Job
     Clock::time_point start;
 
     FrameList frames;
+    std::function<void(const Frame&)> sink;
     CaptureStats stats;
 
     void requestStop()
@@ -89,6 +90,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
 
     m_starting = true;
     auto job = std::make_shared<Job>();
+    job->sink = frameSink;
     m_job = job;
     const double dpr = m_devicePixelRatio ? m_devicePixelRatio() : 1.0;
     QPointer self(this);
@@ -193,7 +195,11 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
                     ++job->stats.sharedFrames;
                 }
                 previous = image;
-                job->frames.append(Frame{image, plan->scale});
+                if (job->sink) {
+                    job->sink(Frame{image, plan->scale});
+                } else {
+                    job->frames.append(Frame{image, plan->scale});
+                }
                 ++job->stats.frames;
             }
             const PacingStep step = nextFrameSlot(slot, Clock::now() - job->start, frameRate);

@@ -278,6 +278,35 @@ private Q_SLOTS:
         QVERIFY(m_rig->gifs.isEmpty());
     }
 
+    void framesAreEncodedWhileRecording()
+    {
+        m_rig->encoder->streaming = true;
+        m_rig->recorder->frames = FrameList(3, Frame{QImage(4, 2, QImage::Format_RGB32), 2});
+        selectRegion(QRectF(0, 0, 300, 300), m_primary);
+        startAndWait();
+        QCOMPARE(m_rig->encoder->sessionsOpened, 1);
+        // Restart throws the first session away unfinished and opens a fresh one.
+        m_rig->toolbar->onRestart();
+        QTRY_COMPARE(m_rig->encoder->sessionsOpened, 2);
+        QTRY_COMPARE(m_c->state(), CaptureState::recording);
+        pressToolbar(m_rig->toolbar->onStop);
+        QTRY_COMPARE(m_rig->gifs.size(), 1);
+        QCOMPARE(m_rig->encoder->sessionsFinished.load(), 1);
+        QFile gif(m_rig->gifs.first());
+        QVERIFY(gif.open(QIODevice::ReadOnly));
+        QCOMPARE(gif.readAll(), QByteArray("GIF89a streamed=3"));
+        QVERIFY(!m_rig->recorder->frameSink); // the recorder lets go of the session
+
+        // A session that got nothing is "No frames captured", as a batch would be.
+        m_rig->recorder->frames.clear();
+        selectRegion(QRectF(0, 0, 300, 300), m_primary);
+        startAndWait();
+        pressToolbar(m_rig->toolbar->onStop);
+        QTRY_COMPARE(m_c->state(), CaptureState::idle);
+        QCOMPARE(m_rig->journal.printed, QStringList{QStringLiteral("No frames captured")});
+        QCOMPARE(m_rig->encoder->sessionsFinished.load(), 1);
+    }
+
     void cancelWhileTheRecorderStartsLeavesNothingRunning()
     {
         selectRegion(QRectF(0, 0, 300, 300), m_primary);

@@ -97,6 +97,12 @@ public:
         std::expected<FrameList, Failure> result = recording ? frames : FrameList{};
         if (recording && stopFailure) {
             result = std::unexpected(*stopFailure);
+        } else if (recording && frameSink) {
+            // What was captured went to the sink as it came.
+            for (const Frame& frame : frames) {
+                frameSink(frame);
+            }
+            result = FrameList{};
         }
         recording = false;
         QTimer::singleShot(0, [done = std::move(done), result] { done(result); });
@@ -111,9 +117,39 @@ private:
     Journal& m_j;
 };
 
+// Counts what it is fed; finishing says how many frames it got.
+class FakeSession final : public EncodingSession
+{
+public:
+    explicit FakeSession(std::atomic<int>& finished) : m_finished(finished) {}
+    void addFrame(const Frame&) override { ++m_frames; }
+    qsizetype frameCount() const override { return m_frames; }
+    std::expected<QByteArray, Failure> finish(double) override
+    {
+        ++m_finished;
+        return QByteArrayLiteral("GIF89a streamed=") + QByteArray::number(m_frames);
+    }
+
+private:
+    std::atomic<int>& m_finished;
+    qsizetype m_frames = 0;
+};
+
 class FakeEncoder final : public FrameEncoder
 {
 public:
+    std::unique_ptr<EncodingSession> openSession() const override
+    {
+        if (!streaming) {
+            return nullptr;
+        }
+        ++sessionsOpened;
+        return std::make_unique<FakeSession>(sessionsFinished);
+    }
+    bool streaming = false;
+    mutable int sessionsOpened = 0;
+    mutable std::atomic<int> sessionsFinished = 0;
+
     std::expected<QByteArray, Failure> encode(const FrameList& frames, double delaySeconds) const override
     {
         started.release();

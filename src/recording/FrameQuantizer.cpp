@@ -1,0 +1,241 @@
+#include "FrameQuantizer.h"
+
+#include <QHash>
+
+#include <libimagequant.h>
+
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace vantalo {
+
+namespace {
+
+struct LiqDeleter
+{
+    void operator()(liq_attr* p) const { liq_attr_destroy(p); }
+    void operator()(liq_image* p) const { liq_image_destroy(p); }
+    void operator()(liq_result* p) const { liq_result_destroy(p); }
+};
+template<typename T> using LiqPtr = std::unique_ptr<T, LiqDeleter>;
+
+constexpr QRgb kTransparentKey = 0x00000000; // never an opaque colour: those have alpha 0xff
+
+QImage opaquePixels(const QImage& image)
+{
+    return image.format() == QImage::Format_RGB32 ? image : image.convertToFormat(QImage::Format_RGB32);
+}
+
+// The rectangle (in captured pixels) where the two images differ; empty when they are the same.
+QRect changedRect(const QImage& current, const QImage& previous)
+{
+    int top = -1;
+    int bottom = -1;
+    int left = current.width();
+    int right = -1;
+    for (int y = 0; y < current.height(); ++y) {
+        const auto* a = reinterpret_cast<const QRgb*>(current.constScanLine(y));
+        const auto* b = reinterpret_cast<const QRgb*>(previous.constScanLine(y));
+        if (std::memcmp(a, b, size_t(current.width()) * 4) == 0) {
+            continue;
+        }
+        if (top < 0) {
+            top = y;
+        }
+        bottom = y;
+        int x = 0;
+        while (x < left && a[x] == b[x]) {
+            ++x;
+        }
+        left = std::min(left, x);
+        int r = current.width() - 1;
+        while (r > right && a[r] == b[r]) {
+            --r;
+        }
+        right = std::max(right, r);
+    }
+    if (top < 0) {
+        return {};
+    }
+    return QRect(QPoint(left, top), QPoint(right, bottom));
+}
+
+struct Indexed
+{
+    QList<QRgb> palette;
+    int transparentIndex = -1;
+    std::vector<quint8> indices; // at captured size
+};
+
+// The colours of the area (transparent pixels as kTransparentKey), if there are at most 256.
+std::optional<Indexed> exactPalette(const std::vector<QRgb>& pixels)
+{
+    Indexed out;
+    QHash<QRgb, quint8> lookup;
+    lookup.reserve(257);
+    out.indices.resize(pixels.size());
+    QRgb last = ~pixels.front();
+    quint8 lastIndex = 0;
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        const QRgb colour = pixels[i];
+        if (colour != last) {
+            auto it = lookup.constFind(colour);
+            if (it == lookup.cend()) {
+                if (out.palette.size() == 256) {
+                    return std::nullopt;
+                }
+                it = lookup.insert(colour, quint8(out.palette.size()));
+                if (colour == kTransparentKey) {
+                    out.transparentIndex = int(out.palette.size());
+                }
+                out.palette.append(colour);
+            }
+            last = colour;
+            lastIndex = it.value();
+        }
+        out.indices[i] = lastIndex;
+    }
+    return out;
+}
+
+Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool hasTransparency,
+                 const QuantizerSettings& settings)
+{
+    // libimagequant reads bytes R, G, B, A.
+    std::vector<quint8> rgba(pixels.size() * 4);
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        const QRgb c = pixels[i];
+        rgba[4 * i] = quint8(qRed(c));
+        rgba[4 * i + 1] = quint8(qGreen(c));
+        rgba[4 * i + 2] = quint8(qBlue(c));
+        rgba[4 * i + 3] = quint8(qAlpha(c));
+    }
+    LiqPtr<liq_attr> attr(liq_attr_create());
+    liq_set_speed(attr.get(), settings.speed);
+    liq_set_quality(attr.get(), settings.minQuality, settings.maxQuality);
+    liq_set_max_colors(attr.get(), 256);
+    LiqPtr<liq_image> image(liq_image_create_rgba(attr.get(), rgba.data(), width, height, 0));
+    liq_result* rawResult = nullptr;
+    Indexed out;
+    out.indices.assign(pixels.size(), 0);
+    if (!image || liq_image_quantize(image.get(), attr.get(), &rawResult) != LIQ_OK) {
+        out.palette = {qRgb(0, 0, 0)};
+        return out;
+    }
+    LiqPtr<liq_result> result(rawResult);
+    liq_set_dithering_level(result.get(), settings.dithering);
+    liq_write_remapped_image(result.get(), image.get(), out.indices.data(), out.indices.size());
+    const liq_palette* palette = liq_get_palette(result.get());
+    int leastOpaque = 255;
+    for (unsigned i = 0; i < palette->count; ++i) {
+        const liq_color& c = palette->entries[i];
+        out.palette.append(qRgb(c.r, c.g, c.b));
+        if (hasTransparency && c.a < leastOpaque) {
+            leastOpaque = c.a;
+            out.transparentIndex = int(i);
+        }
+    }
+    if (hasTransparency) {
+        // Unchanged pixels show the frame below, whatever the dithering made of their neighbours.
+        for (size_t i = 0; i < pixels.size(); ++i) {
+            if (pixels[i] == kTransparentKey) {
+                out.indices[i] = quint8(out.transparentIndex);
+            }
+        }
+    }
+    return out;
+}
+
+} // namespace
+
+EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings)
+{
+    const QImage source = opaquePixels(current.pixels);
+    const int scale = std::max(1, current.scale);
+    QImage before;
+    const bool differenced = settings.differencing && previous && previous->scale == current.scale &&
+                             previous->pixels.size() == current.pixels.size();
+    if (differenced) {
+        before = opaquePixels(previous->pixels);
+    }
+
+    QRect area = source.rect();
+    if (differenced) {
+        area = changedRect(source, before);
+        if (area.isEmpty()) {
+            // Nothing moved: one transparent pixel keeps the frame and its delay.
+            EncodedFrame frame;
+            frame.rect = QRect(0, 0, 1, 1);
+            frame.palette = {qRgb(0, 0, 0), qRgb(0, 0, 0)};
+            frame.transparentIndex = 0;
+            frame.minCodeSize = 2;
+            const quint8 index = 0;
+            frame.compressed = lzwCompress(std::span(&index, 1), frame.minCodeSize);
+            return frame;
+        }
+    }
+
+    // The area's pixels, unchanged ones marked transparent.
+    std::vector<QRgb> pixels(size_t(area.width()) * size_t(area.height()));
+    bool hasTransparency = false;
+    for (int y = 0; y < area.height(); ++y) {
+        const auto* row = reinterpret_cast<const QRgb*>(source.constScanLine(area.y() + y)) + area.x();
+        QRgb* out = pixels.data() + size_t(y) * size_t(area.width());
+        if (!differenced) {
+            std::copy(row, row + area.width(), out);
+            continue;
+        }
+        const auto* old = reinterpret_cast<const QRgb*>(before.constScanLine(area.y() + y)) + area.x();
+        for (int x = 0; x < area.width(); ++x) {
+            if (row[x] == old[x]) {
+                out[x] = kTransparentKey;
+                hasTransparency = true;
+            } else {
+                out[x] = row[x] | 0xff000000;
+            }
+        }
+    }
+    if (!differenced) {
+        for (QRgb& p : pixels) {
+            p |= 0xff000000;
+        }
+    }
+
+    Indexed indexed;
+    if (auto exact = exactPalette(pixels)) {
+        indexed = std::move(*exact);
+    } else {
+        indexed = quantize(pixels, area.width(), area.height(), hasTransparency, settings);
+    }
+    if (indexed.palette.size() < 2) {
+        indexed.palette.append(qRgb(0, 0, 0)); // GIF tables have at least two entries
+    }
+
+    EncodedFrame frame;
+    frame.rect = QRect(area.topLeft() * scale, area.size() * scale);
+    frame.palette = indexed.palette;
+    frame.transparentIndex = indexed.transparentIndex;
+    frame.minCodeSize = std::max(2, colorTableBits(indexed.palette.size()));
+    if (scale == 1) {
+        frame.compressed = lzwCompress(indexed.indices, frame.minCodeSize);
+        return frame;
+    }
+    // Each captured pixel becomes scale × scale output pixels.
+    std::vector<quint8> doubled(size_t(frame.rect.width()) * size_t(frame.rect.height()));
+    for (int y = 0; y < area.height(); ++y) {
+        quint8* out = doubled.data() + size_t(y) * scale * size_t(frame.rect.width());
+        const quint8* in = indexed.indices.data() + size_t(y) * size_t(area.width());
+        for (int x = 0; x < area.width(); ++x) {
+            std::fill_n(out + size_t(x) * scale, scale, in[x]);
+        }
+        for (int copy = 1; copy < scale; ++copy) {
+            std::copy_n(out, frame.rect.width(), out + size_t(copy) * size_t(frame.rect.width()));
+        }
+    }
+    frame.compressed = lzwCompress(doubled, frame.minCodeSize);
+    return frame;
+}
+
+} // namespace vantalo

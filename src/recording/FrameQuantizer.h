@@ -1,0 +1,25 @@
+#pragma once
+
+#include "Frame.h"
+#include "GifWriter.h"
+
+namespace vantalo {
+
+struct QuantizerSettings
+{
+    int speed = 5;          // libimagequant: 1 (best) to 10 (fastest)
+    int minQuality = 0;     // 0..100
+    int maxQuality = 100;   // 0..100
+    float dithering = 1.0f; // 0 (none) to 1 (full)
+    bool differencing = true;
+};
+
+// Turns one source frame into its GIF frame. Where `previous` is the source frame before it (of
+// the same size), pixels that did not change are left transparent and the frame is cropped to
+// the rectangle that did; a frame with nothing changed becomes one transparent pixel. A frame of
+// at most 256 colours keeps them exactly; others get a palette of their own from libimagequant,
+// with its dithering. A doubled frame is worked on at its captured size and its indices doubled.
+// Depends on nothing but its arguments, so frames can be encoded in parallel.
+EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings);
+
+} // namespace vantalo

@@ -1,0 +1,83 @@
+#include "GifEncoder.h"
+
+#include "RecorderErrors.h"
+
+#include <QtConcurrent/QtConcurrentMap>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <numeric>
+
+namespace vantalo {
+
+namespace {
+QSize screenSizeOf(const FrameList& frames)
+{
+    QSize size;
+    for (const Frame& frame : frames) {
+        size = size.expandedTo(frame.size());
+    }
+    return size;
+}
+
+bool usable(const Frame& frame)
+{
+    const QSize size = frame.size();
+    return !frame.pixels.isNull() && size.width() <= 0xffff && size.height() <= 0xffff;
+}
+} // namespace
+
+std::expected<QByteArray, Failure> GifEncoder::encode(const FrameList& frames, double delaySeconds) const
+{
+    if (frames.isEmpty() || !std::all_of(frames.cbegin(), frames.cend(), usable)) {
+        return std::unexpected(failureOf(GifEncoderError::encodingFailed));
+    }
+    // Differencing looks only at the source frames, so every frame can be encoded on its own.
+    QList<qsizetype> order(frames.size());
+    std::iota(order.begin(), order.end(), 0);
+    const QuantizerSettings settings = m_settings;
+    const QList<EncodedFrame> encoded = QtConcurrent::blockingMapped(order, [&frames, settings](qsizetype k) {
+        return encodeFrame(frames[k], k > 0 ? &frames[k - 1] : nullptr, settings);
+    });
+    return assembleGif(screenSizeOf(frames), encoded, gifDelays(frames.size(), delaySeconds));
+}
+
+std::unique_ptr<EncodingSession> GifEncoder::openSession() const
+{
+    return std::make_unique<GifEncodingSession>(m_settings);
+}
+
+GifEncodingSession::~GifEncodingSession()
+{
+    // Discarded: let running frames finish on their own; nothing waits for them.
+    for (QFuture<EncodedFrame>& pending : m_pending) {
+        pending.cancel();
+    }
+}
+
+void GifEncodingSession::addFrame(const Frame& frame)
+{
+    m_screen = m_screen.expandedTo(frame.size());
+    std::optional<Frame> previous = m_previous;
+    m_pending.append(QtConcurrent::run([frame, previous, settings = m_settings] {
+        return encodeFrame(frame, previous ? &*previous : nullptr, settings);
+    }));
+    m_previous = frame;
+}
+
+std::expected<QByteArray, Failure> GifEncodingSession::finish(double delaySeconds)
+{
+    if (m_pending.isEmpty()) {
+        return std::unexpected(failureOf(GifEncoderError::encodingFailed));
+    }
+    QList<EncodedFrame> encoded;
+    encoded.reserve(m_pending.size());
+    for (QFuture<EncodedFrame>& pending : m_pending) {
+        encoded.append(pending.result());
+    }
+    const qsizetype count = m_pending.size();
+    m_pending.clear();
+    m_previous.reset();
+    return assembleGif(m_screen, encoded, gifDelays(count, delaySeconds));
+}
+
+} // namespace vantalo

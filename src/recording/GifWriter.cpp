@@ -1,0 +1,222 @@
+#include "GifWriter.h"
+
+#include <array>
+#include <cmath>
+#include <vector>
+
+namespace vantalo {
+
+QList<int> gifDelays(qsizetype count, double delaySeconds)
+{
+    QList<int> delays;
+    delays.reserve(count);
+    long long previousEnd = 0;
+    for (qsizetype k = 0; k < count; ++k) {
+        const long long end = std::llround(100.0 * double(k + 1) * delaySeconds);
+        delays.append(static_cast<int>(std::min<long long>(end - previousEnd, 0xffff)));
+        previousEnd = end;
+    }
+    return delays;
+}
+
+int colorTableBits(qsizetype paletteSize)
+{
+    int bits = 1;
+    while ((qsizetype(1) << bits) < paletteSize && bits < 8) {
+        ++bits;
+    }
+    return bits;
+}
+
+namespace {
+
+// Bits go out least significant first, bytes in sub-blocks of at most 255.
+class CodeWriter
+{
+public:
+    void write(unsigned code, int size)
+    {
+        m_bits |= quint64(code) << m_count;
+        m_count += size;
+        while (m_count >= 8) {
+            put(quint8(m_bits & 0xff));
+            m_bits >>= 8;
+            m_count -= 8;
+        }
+    }
+    QByteArray finish()
+    {
+        if (m_count > 0) {
+            put(quint8(m_bits & 0xff));
+        }
+        if (m_blockLength > 0) {
+            m_out[m_blockStart] = char(m_blockLength);
+        } else if (!m_out.isEmpty()) {
+            m_out.chop(1); // an opened block that got no byte
+        }
+        m_out.append('\0');
+        return std::move(m_out);
+    }
+
+private:
+    void put(quint8 byte)
+    {
+        if (m_blockLength == 0) {
+            m_blockStart = m_out.size();
+            m_out.append('\0');
+        }
+        m_out.append(char(byte));
+        if (++m_blockLength == 255) {
+            m_out[m_blockStart] = char(255);
+            m_blockLength = 0;
+        }
+    }
+
+    QByteArray m_out;
+    quint64 m_bits = 0;
+    int m_count = 0;
+    qsizetype m_blockStart = 0;
+    int m_blockLength = 0;
+};
+
+// The string table as an open-addressed hash of (prefix code, next index) → code. A clear only
+// bumps the generation, so no memory is wiped between tables.
+class StringTable
+{
+public:
+    StringTable() : m_slots(kSize) {}
+    void clear() { ++m_generation; }
+    int find(unsigned key) const
+    {
+        for (unsigned i = hash(key);; i = (i + 1) & (kSize - 1)) {
+            const Slot& slot = m_slots[i];
+            if (slot.generation != m_generation) {
+                return -1;
+            }
+            if (slot.key == key) {
+                return slot.code;
+            }
+        }
+    }
+    void insert(unsigned key, int code)
+    {
+        unsigned i = hash(key);
+        while (m_slots[i].generation == m_generation) {
+            i = (i + 1) & (kSize - 1);
+        }
+        m_slots[i] = Slot{key, quint16(code), m_generation};
+    }
+
+private:
+    static constexpr unsigned kSize = 1 << 14; // four times the 4096 codes: short probes
+    static unsigned hash(unsigned key) { return (key * 2654435761u) >> (32 - 14); }
+    struct Slot
+    {
+        unsigned key = 0;
+        quint16 code = 0;
+        unsigned generation = 0;
+    };
+    std::vector<Slot> m_slots;
+    unsigned m_generation = 1;
+};
+
+void put16(QByteArray& out, int value)
+{
+    out.append(char(value & 0xff));
+    out.append(char((value >> 8) & 0xff));
+}
+
+} // namespace
+
+QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize)
+{
+    const unsigned clearCode = 1u << minCodeSize;
+    const unsigned endCode = clearCode + 1;
+    CodeWriter out;
+    int codeSize = minCodeSize + 1;
+    out.write(clearCode, codeSize);
+    if (indices.empty()) {
+        out.write(endCode, codeSize);
+        return out.finish();
+    }
+
+    StringTable table;
+    unsigned maxCode = endCode;
+    unsigned current = indices[0];
+    for (size_t i = 1; i < indices.size(); ++i) {
+        const quint8 next = indices[i];
+        const unsigned key = (current << 8) | next;
+        const int found = table.find(key);
+        if (found >= 0) {
+            current = unsigned(found);
+            continue;
+        }
+        out.write(current, codeSize);
+        table.insert(key, int(++maxCode));
+        if (maxCode >= (1u << codeSize)) {
+            ++codeSize;
+        }
+        if (maxCode == 4095) {
+            // The table is full: start a new one.
+            out.write(clearCode, 12);
+            table.clear();
+            codeSize = minCodeSize + 1;
+            maxCode = endCode;
+        }
+        current = next;
+    }
+    out.write(current, codeSize);
+    // A clear before the end keeps every decoder's code size in step with ours.
+    out.write(clearCode, codeSize);
+    out.write(endCode, minCodeSize + 1);
+    return out.finish();
+}
+
+QByteArray assembleGif(QSize screenSize, const QList<EncodedFrame>& frames, const QList<int>& delays)
+{
+    qsizetype total = 64;
+    for (const EncodedFrame& frame : frames) {
+        total += frame.compressed.size() + 3 * 256 + 32;
+    }
+    QByteArray out;
+    out.reserve(total);
+    out.append("GIF89a", 6);
+    put16(out, screenSize.width());
+    put16(out, screenSize.height());
+    out.append(char(0)); // no global colour table
+    out.append(char(0)); // background colour index
+    out.append(char(0)); // pixel aspect ratio
+    // Loop for ever.
+    out.append("\x21\xff\x0bNETSCAPE2.0\x03\x01\x00\x00\x00", 19);
+
+    for (qsizetype k = 0; k < frames.size(); ++k) {
+        const EncodedFrame& frame = frames[k];
+        const bool transparent = frame.transparentIndex >= 0;
+        // Graphic control extension: drawn over the frame before (disposal 1), its delay.
+        out.append("\x21\xf9\x04", 3);
+        out.append(char((1 << 2) | (transparent ? 1 : 0)));
+        put16(out, delays.value(k, 0));
+        out.append(char(transparent ? frame.transparentIndex : 0));
+        out.append(char(0));
+
+        const int bits = colorTableBits(frame.palette.size());
+        out.append(char(0x2c));
+        put16(out, frame.rect.x());
+        put16(out, frame.rect.y());
+        put16(out, frame.rect.width());
+        put16(out, frame.rect.height());
+        out.append(char(0x80 | (bits - 1)));
+        for (int i = 0; i < (1 << bits); ++i) {
+            const QRgb colour = i < frame.palette.size() ? frame.palette[i] : 0;
+            out.append(char(qRed(colour)));
+            out.append(char(qGreen(colour)));
+            out.append(char(qBlue(colour)));
+        }
+        out.append(char(frame.minCodeSize));
+        out.append(frame.compressed);
+    }
+    out.append(char(0x3b));
+    return out;
+}
+
+} // namespace vantalo

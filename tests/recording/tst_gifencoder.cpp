@@ -1,0 +1,295 @@
+// GIFs read back by decoders that are not ours: Qt's GIF reader for pixels and delays, gifsicle
+// for the file's structure and its LZW data.
+#include "recording/GifEncoder.h"
+#include "recording/GifWriter.h"
+
+#include <QImageReader>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cmath>
+#include <numeric>
+
+using namespace vantalo;
+
+namespace {
+
+constexpr double kDelay = 1.0 / 15.0;
+
+// A moving square over a few flat colours: at most 256 colours a frame.
+FrameList flatAnimation(int count, QSize size, int scale = 1)
+{
+    FrameList frames;
+    for (int k = 0; k < count; ++k) {
+        QImage image(size, QImage::Format_RGB32);
+        image.fill(qRgb(240, 240, 235));
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width() / 4; ++x) {
+                image.setPixel(x, y, qRgb(20 + y % 7, 40, 90)); // a striped sidebar that never moves
+            }
+        }
+        const int side = size.height() / 3;
+        const QRect square((k * 3) % (size.width() - side), size.height() / 3, side, side);
+        for (int y = square.top(); y <= square.bottom(); ++y) {
+            for (int x = square.left(); x <= square.right(); ++x) {
+                image.setPixel(x, y, qRgb(200, 30, (k * 20) % 256));
+            }
+        }
+        frames.append(Frame{image, scale});
+    }
+    return frames;
+}
+
+// A smooth colour field that drifts: thousands of colours, so the palette is quantised.
+FrameList photoAnimation(int count, QSize size)
+{
+    FrameList frames;
+    for (int k = 0; k < count; ++k) {
+        QImage image(size, QImage::Format_RGB32);
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x) {
+                // The left half stands still; the right half drifts.
+                const double t = x < size.width() / 2 ? 0.0 : k * 0.2;
+                image.setPixel(x, y,
+                               qRgb(int(127 + 127 * std::sin(x * 0.05 + t)),
+                                    int(127 + 127 * std::sin(y * 0.07)),
+                                    int(127 + 127 * std::sin((x + y) * 0.03 + t))));
+            }
+        }
+        frames.append(Frame{image, 1});
+    }
+    return frames;
+}
+
+// Every frame as a viewer shows it, each composed over the one before.
+QList<QImage> decode(const QByteArray& gif, QList<int>* delaysMs = nullptr)
+{
+    QTemporaryDir dir;
+    const QString path = dir.filePath(QStringLiteral("a.gif"));
+    QFile file(path);
+    file.open(QIODevice::WriteOnly);
+    file.write(gif);
+    file.close();
+    QImageReader reader(path, "gif");
+    QList<QImage> images;
+    while (reader.canRead()) {
+        QImage image = reader.read();
+        if (image.isNull()) {
+            break;
+        }
+        images.append(image.convertToFormat(QImage::Format_RGB32));
+        if (delaysMs) {
+            delaysMs->append(reader.nextImageDelay());
+        }
+    }
+    return images;
+}
+
+struct GifsicleInfo
+{
+    int exitCode = -1;
+    QString info;
+    QString errors;
+};
+
+GifsicleInfo gifsicle(const QByteArray& gif, const QStringList& args)
+{
+    QProcess process;
+    process.start(QStringLiteral("gifsicle"), args);
+    process.write(gif);
+    process.closeWriteChannel();
+    process.waitForFinished(30000);
+    return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+            QString::fromUtf8(process.readAllStandardError())};
+}
+
+double meanError(const QImage& a, const QImage& b)
+{
+    double sum = 0;
+    for (int y = 0; y < a.height(); ++y) {
+        for (int x = 0; x < a.width(); ++x) {
+            const QRgb p = a.pixel(x, y);
+            const QRgb q = b.pixel(x, y);
+            sum +=
+                std::abs(qRed(p) - qRed(q)) + std::abs(qGreen(p) - qGreen(q)) + std::abs(qBlue(p) - qBlue(q));
+        }
+    }
+    return sum / (3.0 * a.width() * a.height());
+}
+
+} // namespace
+
+class TestGifEncoder : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void delaysEndOnTheExactTime()
+    {
+        const QList<int> delays = gifDelays(450, kDelay);
+        QCOMPARE(delays.mid(0, 6), (QList<int>{7, 6, 7, 7, 6, 7}));
+        QCOMPARE(std::accumulate(delays.cbegin(), delays.cend(), 0), 3000);
+        for (int d : delays) {
+            QVERIFY(d == 6 || d == 7);
+        }
+        QCOMPARE(gifDelays(3, 0.1), (QList<int>{10, 10, 10}));
+    }
+
+    void theFileAsOtherReadersSeeIt()
+    {
+        const FrameList frames = flatAnimation(30, QSize(64, 48));
+        const auto gif = GifEncoder().encode(frames, kDelay);
+        QVERIFY(gif);
+        QVERIFY(gif->startsWith("GIF89a"));
+
+        const GifsicleInfo info = gifsicle(*gif, {QStringLiteral("--info"), QStringLiteral("-")});
+        QCOMPARE(info.exitCode, 0);
+        QVERIFY2(info.info.contains(QStringLiteral("30 images")), qPrintable(info.info));
+        QVERIFY2(info.info.contains(QStringLiteral("loop forever")), qPrintable(info.info));
+        QVERIFY2(info.info.contains(QStringLiteral("logical screen 64x48")), qPrintable(info.info));
+        QCOMPARE(info.info.count(QStringLiteral("delay 0.07s")), 20);
+        QCOMPARE(info.info.count(QStringLiteral("delay 0.06s")), 10);
+
+        QList<int> delays;
+        const QList<QImage> decoded = decode(*gif, &delays);
+        QCOMPARE(decoded.size(), 30);
+        QCOMPARE(std::accumulate(delays.cbegin(), delays.cend(), 0), 2000);
+        // Few colours come back exactly, differencing and all.
+        for (qsizetype k = 0; k < frames.size(); ++k) {
+            QVERIFY2(decoded[k] == frames[k].pixels, qPrintable(QStringLiteral("frame %1").arg(k)));
+        }
+    }
+
+    void differencingIsInvisibleBeyondQuantisation()
+    {
+        const FrameList frames = photoAnimation(12, QSize(120, 90));
+        QuantizerSettings whole;
+        whole.differencing = false;
+        const auto differenced = GifEncoder().encode(frames, kDelay);
+        const auto plain = GifEncoder(whole).encode(frames, kDelay);
+        QVERIFY(differenced && plain);
+        const QList<QImage> a = decode(*differenced);
+        const QList<QImage> b = decode(*plain);
+        QCOMPARE(a.size(), 12);
+        QCOMPARE(b.size(), 12);
+        for (int k = 0; k < 12; ++k) {
+            const double withDiff = meanError(a[k], frames[k].pixels);
+            const double without = meanError(b[k], frames[k].pixels);
+            QVERIFY2(withDiff < 10.0 && withDiff <= without + 1.0,
+                     qPrintable(QStringLiteral("frame %1: %2 vs %3").arg(k).arg(withDiff).arg(without)));
+        }
+        // The static half costs nothing after the first frame.
+        QVERIFY2(differenced->size() < plain->size(),
+                 qPrintable(QStringLiteral("%1 vs %2").arg(differenced->size()).arg(plain->size())));
+    }
+
+    void unchangedFramesStayFramesOfTheirOwn()
+    {
+        FrameList frames = flatAnimation(1, QSize(200, 150));
+        for (int k = 0; k < 9; ++k) {
+            frames.append(frames.first());
+        }
+        const auto gif = GifEncoder().encode(frames, kDelay);
+        QVERIFY(gif);
+        const auto single = GifEncoder().encode(frames.mid(0, 1), kDelay);
+        QVERIFY(gif->size() < single->size() + 9 * 40);
+        const QList<QImage> decoded = decode(*gif);
+        QCOMPARE(decoded.size(), 10);
+        QCOMPARE(decoded.last(), frames.first().pixels);
+    }
+
+    void oneFrameEmptyListAndMixedSizes()
+    {
+        const auto one = GifEncoder().encode(flatAnimation(1, QSize(10, 10)), kDelay);
+        QVERIFY(one);
+        const GifsicleInfo info = gifsicle(*one, {QStringLiteral("--info"), QStringLiteral("-")});
+        QVERIFY2(info.info.contains(QStringLiteral("1 image")) &&
+                     info.info.contains(QStringLiteral("loop forever")),
+                 qPrintable(info.info));
+
+        const auto empty = GifEncoder().encode({}, kDelay);
+        QVERIFY(!empty);
+        QCOMPARE(empty.error().description, QStringLiteral("Failed to encode GIF"));
+
+        // Frames of different sizes are written as they are.
+        FrameList mixed = flatAnimation(1, QSize(40, 30));
+        mixed.append(flatAnimation(1, QSize(60, 50)));
+        const auto gif = GifEncoder().encode(mixed, kDelay);
+        QVERIFY(gif);
+        const GifsicleInfo mixedInfo = gifsicle(*gif, {QStringLiteral("--info"), QStringLiteral("-")});
+        QVERIFY2(mixedInfo.info.contains(QStringLiteral("logical screen 60x50")), qPrintable(mixedInfo.info));
+        QVERIFY(mixedInfo.info.contains(QStringLiteral("40x30")));
+        const QList<QImage> decoded = decode(*gif);
+        QCOMPARE(decoded.size(), 2);
+        QCOMPARE(decoded[1], mixed[1].pixels);
+    }
+
+    void doubledFramesAreExactDoublings()
+    {
+        const FrameList frames = flatAnimation(5, QSize(50, 40), 2);
+        const auto gif = GifEncoder().encode(frames, kDelay);
+        QVERIFY(gif);
+        const QList<QImage> decoded = decode(*gif);
+        QCOMPARE(decoded.size(), 5);
+        for (int k = 0; k < 5; ++k) {
+            QCOMPARE(decoded[k].size(), QSize(100, 80));
+            QCOMPARE(decoded[k], frames[k].fullSize());
+        }
+    }
+
+    void lzwDataDecodesEverywhere_data()
+    {
+        QTest::addColumn<QSize>("size");
+        QTest::addColumn<int>("colours");
+        // Sizes around code-size changes and full tables, with few and with all 256 colours.
+        QTest::newRow("1x1") << QSize(1, 1) << 2;
+        QTest::newRow("noise, 4 colours") << QSize(97, 61) << 4;
+        QTest::newRow("noise, 256 colours") << QSize(301, 257) << 256;
+        QTest::newRow("noise, 256 colours, large") << QSize(640, 480) << 256;
+        QTest::newRow("noise, 17 colours") << QSize(255, 255) << 17;
+    }
+    void lzwDataDecodesEverywhere()
+    {
+        QFETCH(QSize, size);
+        QFETCH(int, colours);
+        QImage image(size, QImage::Format_RGB32);
+        QRandomGenerator random(size.width() * 31 + colours);
+        for (int y = 0; y < size.height(); ++y) {
+            for (int x = 0; x < size.width(); ++x) {
+                const int c = random.bounded(colours);
+                image.setPixel(x, y, qRgb(c, 255 - c, (c * 7) % 256));
+            }
+        }
+        const auto gif = GifEncoder().encode({Frame{image, 1}}, kDelay);
+        QVERIFY(gif);
+        const QList<QImage> decoded = decode(*gif);
+        QCOMPARE(decoded.size(), 1);
+        QCOMPARE(decoded.first(), image);
+        // gifsicle decodes and re-encodes the image data; it complains about any corrupt code.
+        const GifsicleInfo copy =
+            gifsicle(*gif, {QStringLiteral("-o"), QStringLiteral("/dev/null"), QStringLiteral("-")});
+        QCOMPARE(copy.exitCode, 0);
+        QVERIFY2(copy.errors.isEmpty(), qPrintable(copy.errors));
+    }
+
+    void streamingGivesTheSameFile()
+    {
+        FrameList frames = photoAnimation(6, QSize(80, 60));
+        frames.append(flatAnimation(4, QSize(80, 60)));
+        const auto batch = GifEncoder().encode(frames, kDelay);
+        GifEncodingSession session;
+        for (const Frame& frame : frames) {
+            session.addFrame(frame);
+        }
+        QCOMPARE(session.frameCount(), 10);
+        const auto streamed = session.finish(kDelay);
+        QVERIFY(batch && streamed);
+        QCOMPARE(*streamed, *batch);
+        QVERIFY(!GifEncodingSession().finish(kDelay));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestGifEncoder)
+#include "tst_gifencoder.moc"
