@@ -15,7 +15,7 @@
 
 namespace vantalo {
 
-Q_LOGGING_CATEGORY(lcApp, "vantalo.app")
+Q_LOGGING_CATEGORY(lcApp, "vantalo.app", QtInfoMsg)
 
 namespace {
 // A tray host may dock the icon a moment after start; only then is a missing tray worth a word.

@@ -14,7 +14,7 @@
 
 namespace vantalo {
 
-Q_LOGGING_CATEGORY(lcCapture, "vantalo.capture")
+Q_LOGGING_CATEGORY(lcCapture, "vantalo.capture", QtInfoMsg)
 
 namespace {
 const char* stateName(CaptureState state)

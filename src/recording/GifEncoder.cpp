@@ -35,10 +35,10 @@ std::expected<QByteArray, Failure> GifEncoder::encode(const FrameList& frames, d
     QList<qsizetype> order(frames.size());
     std::iota(order.begin(), order.end(), 0);
     const QuantizerSettings settings = m_settings;
-    const QList<EncodedFrame> encoded = QtConcurrent::blockingMapped(order, [&frames, settings](qsizetype k) {
+    QList<EncodedFrame> encoded = QtConcurrent::blockingMapped(order, [&frames, settings](qsizetype k) {
         return encodeFrame(frames[k], k > 0 ? &frames[k - 1] : nullptr, settings);
     });
-    return assembleGif(screenSizeOf(frames), encoded, gifDelays(frames.size(), delaySeconds));
+    return assembleGif(screenSizeOf(frames), std::move(encoded), gifDelays(frames.size(), delaySeconds));
 }
 
 std::unique_ptr<EncodingSession> GifEncoder::openSession() const
@@ -77,7 +77,7 @@ std::expected<QByteArray, Failure> GifEncodingSession::finish(double delaySecond
     const qsizetype count = m_pending.size();
     m_pending.clear();
     m_previous.reset();
-    return assembleGif(m_screen, encoded, gifDelays(count, delaySeconds));
+    return assembleGif(m_screen, std::move(encoded), gifDelays(count, delaySeconds));
 }
 
 } // namespace vantalo

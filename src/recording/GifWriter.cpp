@@ -49,10 +49,10 @@ public:
         if (m_count > 0) {
             put(quint8(m_bits & 0xff));
         }
+        // A block is only opened by its first byte, so a stream that ended on a full block has
+        // none open here.
         if (m_blockLength > 0) {
             m_out[m_blockStart] = char(m_blockLength);
-        } else if (!m_out.isEmpty()) {
-            m_out.chop(1); // an opened block that got no byte
         }
         m_out.append('\0');
         return std::move(m_out);
@@ -172,7 +172,7 @@ QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize)
     return out.finish();
 }
 
-QByteArray assembleGif(QSize screenSize, const QList<EncodedFrame>& frames, const QList<int>& delays)
+QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList<int>& delays)
 {
     qsizetype total = 64;
     for (const EncodedFrame& frame : frames) {
@@ -190,7 +190,7 @@ QByteArray assembleGif(QSize screenSize, const QList<EncodedFrame>& frames, cons
     out.append("\x21\xff\x0bNETSCAPE2.0\x03\x01\x00\x00\x00", 19);
 
     for (qsizetype k = 0; k < frames.size(); ++k) {
-        const EncodedFrame& frame = frames[k];
+        EncodedFrame& frame = frames[k];
         const bool transparent = frame.transparentIndex >= 0;
         // Graphic control extension: drawn over the frame before (disposal 1), its delay.
         out.append("\x21\xf9\x04", 3);
@@ -214,6 +214,7 @@ QByteArray assembleGif(QSize screenSize, const QList<EncodedFrame>& frames, cons
         }
         out.append(char(frame.minCodeSize));
         out.append(frame.compressed);
+        frame.compressed = QByteArray();
     }
     out.append(char(0x3b));
     return out;

@@ -34,6 +34,7 @@ QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize);
 
 // The whole file: GIF89a, a logical screen of `screenSize`, the looping block (loop count 0),
 // then each frame with its graphic control extension (its delay; drawn over the frame before).
-QByteArray assembleGif(QSize screenSize, const QList<EncodedFrame>& frames, const QList<int>& delays);
+// Each frame's data is released as soon as it is in the file.
+QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList<int>& delays);
 
 } // namespace vantalo

@@ -13,7 +13,7 @@
 #include <mutex>
 #include <thread>
 
-Q_LOGGING_CATEGORY(lcRecorder, "vantalo.recorder")
+Q_LOGGING_CATEGORY(lcRecorder, "vantalo.recorder", QtInfoMsg)
 
 namespace vantalo {
 

@@ -6,7 +6,7 @@
 
 #include <qt6keychain/keychain.h>
 
-Q_LOGGING_CATEGORY(lcKeychain, "vantalo.keychain")
+Q_LOGGING_CATEGORY(lcKeychain, "vantalo.keychain", QtInfoMsg)
 
 namespace vantalo {
 

@@ -274,6 +274,36 @@ private Q_SLOTS:
         QVERIFY2(copy.errors.isEmpty(), qPrintable(copy.errors));
     }
 
+    void codeStreamsOfEveryLengthAreFramedRight()
+    {
+        // Rows of growing length give compressed streams of every size, so some end exactly on a
+        // full 255-byte block.
+        QRandomGenerator random(7);
+        int endedOnABlock = 0;
+        for (int width = 1; width <= 1400; ++width) {
+            QImage image(width, 1, QImage::Format_RGB32);
+            for (int x = 0; x < width; ++x) {
+                const int c = random.bounded(16);
+                image.setPixel(x, 0, qRgb(c * 16, 255 - c * 16, c * 5));
+            }
+            const auto gif = GifEncoder().encode({Frame{image, 1}}, kDelay);
+            QVERIFY(gif);
+            const QList<QImage> decoded = decode(*gif);
+            QVERIFY2(decoded.size() == 1 && decoded.first() == image, qPrintable(QString::number(width)));
+            // Header 6, screen 7, looping block 19, graphic control 8: the image descriptor is at
+            // 40, its colour table follows, then the code size and the sub-blocks.
+            const int tableBits = (quint8(gif->at(40 + 9)) & 0x07) + 1;
+            qsizetype at = 40 + 10 + 3 * (1 << tableBits) + 1;
+            int last = 0;
+            while (at < gif->size() && quint8(gif->at(at)) != 0) {
+                last = quint8(gif->at(at));
+                at += last + 1;
+            }
+            endedOnABlock += last == 255;
+        }
+        QVERIFY2(endedOnABlock > 0, "no stream ended on a full block: the sweep missed the case");
+    }
+
     void streamingGivesTheSameFile()
     {
         FrameList frames = photoAnimation(6, QSize(80, 60));

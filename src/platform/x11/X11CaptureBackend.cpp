@@ -14,7 +14,7 @@
 #include <cstdlib>
 #include <memory>
 
-Q_LOGGING_CATEGORY(lcX11Capture, "vantalo.x11.capture")
+Q_LOGGING_CATEGORY(lcX11Capture, "vantalo.x11.capture", QtInfoMsg)
 
 namespace vantalo {
 

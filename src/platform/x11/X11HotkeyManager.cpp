@@ -13,7 +13,7 @@
 #include <cstdlib>
 #include <memory>
 
-Q_LOGGING_CATEGORY(lcHotkey, "vantalo.hotkey")
+Q_LOGGING_CATEGORY(lcHotkey, "vantalo.hotkey", QtInfoMsg)
 
 namespace vantalo {
 
