@@ -174,7 +174,8 @@ void AppDelegate::showHistory()
 void AppDelegate::openPreferences()
 {
     if (!m_preferencesWindow) {
-        m_preferencesWindow = new PreferencesWindow();
+        m_preferencesWindow =
+            new PreferencesWindow(m_services.defaults, m_services.keychain, m_services.hotkeySettings);
         m_preferencesWindow->setAttribute(Qt::WA_DeleteOnClose);
         m_preferencesWindow->setWindowIcon(applicationIcon());
         if (QScreen* screen = QGuiApplication::primaryScreen()) {

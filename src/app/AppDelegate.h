@@ -17,6 +17,7 @@
 namespace vantalo {
 
 class HotkeySettingsNotifier;
+class KeychainStore;
 class ScreenCapturePermission;
 class UserDefaults;
 
@@ -24,6 +25,7 @@ class UserDefaults;
 struct AppServices
 {
     UserDefaults& defaults;
+    KeychainStore& keychain;
     HotkeySettingsNotifier& hotkeySettings;
     ScreenCapturePermission& capturePermission;
     HistoryStore& historyStore;

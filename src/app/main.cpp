@@ -7,6 +7,8 @@
 #include "platform/Platform.h"
 #include "recording/GifEncoder.h"
 #include "settings/HotkeySettingsNotifier.h"
+#include "settings/KeychainStore.h"
+#include "settings/QtKeychainSecretStore.h"
 #include "settings/UserDefaults.h"
 
 #include <QApplication>
@@ -70,6 +72,8 @@ int main(int argc, char** argv)
     const LinePrinter print = stdoutPrinter();
     std::unique_ptr<Platform> platform = createPlatform();
     UserDefaults defaults;
+    QtKeychainSecretStore secrets(keychainService, print);
+    KeychainStore keychain(secrets);
     HotkeySettingsNotifier hotkeySettings;
     UnavailableHistoryStore historyStore;
 
@@ -81,10 +85,10 @@ int main(int argc, char** argv)
     };
     auto coordinator = std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults,
                                                             platform->screenCapturePermission(), print);
-    AppDelegate delegate(
-        AppServices{defaults, hotkeySettings, platform->screenCapturePermission(), historyStore, print},
-        std::move(coordinator), std::make_unique<PrintingPreviewPresenter>(print),
-        std::make_unique<EmptyHistoryWindowPresenter>());
+    AppDelegate delegate(AppServices{defaults, keychain, hotkeySettings, platform->screenCapturePermission(),
+                                     historyStore, print},
+                         std::move(coordinator), std::make_unique<PrintingPreviewPresenter>(print),
+                         std::make_unique<EmptyHistoryWindowPresenter>());
 
     QObject::connect(&instance, &SingleInstance::messageReceived, &delegate,
                      [&delegate](const QByteArray& message) {

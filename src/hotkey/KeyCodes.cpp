@@ -1,5 +1,7 @@
 #include "KeyCodes.h"
 
+#include "Shortcut.h"
+
 #include <Qt>
 
 #include <algorithm>
@@ -109,6 +111,67 @@ const KeyInfo* keyInfoForQtKey(int qtKey, bool keypad)
     const auto it = std::ranges::find_if(
         kKeys, [&](const KeyInfo& info) { return info.qtKey == qtKey && info.keypad == keypad; });
     return it == kKeys.end() ? nullptr : &*it;
+}
+
+} // namespace vantalo
+
+namespace vantalo {
+
+std::optional<quint16> keyCodeForQtKey(int qtKey, bool keypad)
+{
+    if (const KeyInfo* info = keyInfoForQtKey(qtKey, keypad)) {
+        return info->keyCode;
+    }
+    static constexpr std::pair<int, int> kShifted[]{
+        {Qt::Key_Exclam, Qt::Key_1},
+        {Qt::Key_At, Qt::Key_2},
+        {Qt::Key_NumberSign, Qt::Key_3},
+        {Qt::Key_Dollar, Qt::Key_4},
+        {Qt::Key_Percent, Qt::Key_5},
+        {Qt::Key_AsciiCircum, Qt::Key_6},
+        {Qt::Key_Ampersand, Qt::Key_7},
+        {Qt::Key_Asterisk, Qt::Key_8},
+        {Qt::Key_ParenLeft, Qt::Key_9},
+        {Qt::Key_ParenRight, Qt::Key_0},
+        {Qt::Key_Underscore, Qt::Key_Minus},
+        {Qt::Key_Plus, Qt::Key_Equal},
+        {Qt::Key_BraceLeft, Qt::Key_BracketLeft},
+        {Qt::Key_BraceRight, Qt::Key_BracketRight},
+        {Qt::Key_Bar, Qt::Key_Backslash},
+        {Qt::Key_Colon, Qt::Key_Semicolon},
+        {Qt::Key_QuoteDbl, Qt::Key_Apostrophe},
+        {Qt::Key_Less, Qt::Key_Comma},
+        {Qt::Key_Greater, Qt::Key_Period},
+        {Qt::Key_Question, Qt::Key_Slash},
+        {Qt::Key_AsciiTilde, Qt::Key_QuoteLeft},
+        {Qt::Key_Backtab, Qt::Key_Tab},
+    };
+    if (!keypad) {
+        for (const auto& [shifted, base] : kShifted) {
+            if (shifted == qtKey) {
+                return keyCodeForQtKey(base, false);
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+quint64 storedModifiers(Qt::KeyboardModifiers modifiers)
+{
+    quint64 flags = 0;
+    if (modifiers & Qt::ControlModifier) {
+        flags |= ModifierFlag::command;
+    }
+    if (modifiers & Qt::MetaModifier) {
+        flags |= ModifierFlag::control;
+    }
+    if (modifiers & Qt::AltModifier) {
+        flags |= ModifierFlag::option;
+    }
+    if (modifiers & Qt::ShiftModifier) {
+        flags |= ModifierFlag::shift;
+    }
+    return flags;
 }
 
 } // namespace vantalo

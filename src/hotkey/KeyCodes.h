@@ -1,5 +1,6 @@
 #pragma once
 
+#include <Qt>
 #include <QtGlobal>
 
 #include <optional>
@@ -24,5 +25,17 @@ const KeyInfo* keyInfo(quint16 keyCode);
 // The key whose unshifted X keysym this is (Latin capitals are folded to their key).
 const KeyInfo* keyInfoForKeysym(quint32 keysym);
 const KeyInfo* keyInfoForQtKey(int qtKey, bool keypad);
+
+} // namespace vantalo
+
+namespace vantalo {
+
+// The stored key code of a key event's Qt key, or nothing for a key Vantalo cannot grab. Shifted
+// symbols of a US layout (%, ?, ...) count as their unshifted key, since the shortcut names keys.
+std::optional<quint16> keyCodeForQtKey(int qtKey, bool keypad);
+
+// Qt's modifiers in the stored encoding, as Qt maps them on macOS: Ctrl → command,
+// Meta → control, Alt → option, Shift → shift. Everything else is dropped.
+quint64 storedModifiers(Qt::KeyboardModifiers modifiers);
 
 } // namespace vantalo

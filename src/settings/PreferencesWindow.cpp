@@ -1,20 +1,142 @@
 #include "PreferencesWindow.h"
 
-#include <QLabel>
+#include "HotkeySettingsNotifier.h"
+#include "KeychainStore.h"
+#include "SettingsKeys.h"
+#include "ShortcutSettings.h"
+#include "UserDefaults.h"
+
+#include <QFormLayout>
+#include <QGraphicsOpacityEffect>
+#include <QGroupBox>
+#include <QHBoxLayout>
+#include <QPropertyAnimation>
+#include <QTimer>
 #include <QVBoxLayout>
 
 namespace vantalo {
 
-PreferencesWindow::PreferencesWindow(QWidget* parent)
-    : QWidget(parent, Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint | Qt::CustomizeWindowHint)
+namespace {
+constexpr int kSavedHoldMs = 2000;
+constexpr int kFadeMs = 200;
+
+QLineEdit* field(QWidget* parent)
+{
+    auto* edit = new QLineEdit(parent);
+    edit->setClearButtonEnabled(false);
+    return edit;
+}
+} // namespace
+
+PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keychain,
+                                     HotkeySettingsNotifier& hotkeySettings, QWidget* parent)
+    : QDialog(parent, Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint | Qt::CustomizeWindowHint),
+      m_defaults(defaults), m_keychain(keychain), m_hotkeySettings(hotkeySettings)
 {
     setWindowTitle(title);
     setFixedSize(420, 420);
+    setModal(false);
+
     auto* layout = new QVBoxLayout(this);
-    auto* placeholder = new QLabel(tr("The shortcut, S3 and credential settings will live here."), this);
-    placeholder->setAlignment(Qt::AlignCenter);
-    placeholder->setWordWrap(true);
-    layout->addWidget(placeholder);
+
+    auto* shortcutBox = new QGroupBox(QStringLiteral("Keyboard Shortcut"), this);
+    auto* shortcutRow = new QHBoxLayout(shortcutBox);
+    shortcutRow->addWidget(new QLabel(QStringLiteral("Start Recording"), shortcutBox));
+    shortcutRow->addStretch();
+    m_recorder = new HotkeyRecorderButton(shortcutBox);
+    m_recorder->setMinimumSize(80, 22);
+    m_recorder->setMaximumSize(140, 28);
+    shortcutRow->addWidget(m_recorder, 0, Qt::AlignVCenter);
+    m_recorderView = std::make_unique<HotkeyRecorderView>(m_recorder);
+    refreshRecorder();
+    layout->addWidget(shortcutBox);
+
+    auto* credentialsBox = new QGroupBox(QStringLiteral("AWS Credentials"), this);
+    auto* credentials = new QFormLayout(credentialsBox);
+    m_accessKeyId = field(credentialsBox);
+    m_secretAccessKey = field(credentialsBox);
+    m_secretAccessKey->setEchoMode(QLineEdit::Password);
+    credentials->addRow(QStringLiteral("Access Key ID"), m_accessKeyId);
+    credentials->addRow(QStringLiteral("Secret Access Key"), m_secretAccessKey);
+    layout->addWidget(credentialsBox);
+
+    auto* s3Box = new QGroupBox(QStringLiteral("S3 Configuration"), this);
+    auto* s3 = new QFormLayout(s3Box);
+    const auto bound = [&](const QString& key, const QString& fallback) {
+        QLineEdit* edit = field(s3Box);
+        edit->setText(m_defaults.stringForKey(key).value_or(fallback));
+        // Stored as typed; a cleared field stores the empty string.
+        connect(edit, &QLineEdit::textEdited, this,
+                [this, key](const QString& text) { m_defaults.setString(key, text); });
+        return edit;
+    };
+    m_bucketName = bound(SettingsKey::s3BucketName, SettingsKey::defaultBucketName);
+    m_region = bound(SettingsKey::s3Region, SettingsKey::defaultRegion);
+    m_cdnDomain = bound(SettingsKey::cdnDomain, SettingsKey::defaultCdnDomain);
+    s3->addRow(QStringLiteral("Bucket Name"), m_bucketName);
+    s3->addRow(QStringLiteral("Region"), m_region);
+    s3->addRow(QStringLiteral("CDN Domain"), m_cdnDomain);
+    layout->addWidget(s3Box);
+    layout->addStretch();
+
+    auto* saveRow = new QHBoxLayout;
+    saveRow->addStretch();
+    m_saved = new QLabel(QStringLiteral("Saved"), this);
+    m_saved->setForegroundRole(QPalette::PlaceholderText);
+    auto* opacity = new QGraphicsOpacityEffect(m_saved);
+    opacity->setOpacity(0.0);
+    m_saved->setGraphicsEffect(opacity);
+    saveRow->addWidget(m_saved);
+    m_save = new QPushButton(QStringLiteral("Save"), this);
+    m_save->setDefault(true);
+    connect(m_save, &QPushButton::clicked, this, &PreferencesWindow::save);
+    saveRow->addWidget(m_save);
+    layout->addLayout(saveRow);
+}
+
+void PreferencesWindow::showEvent(QShowEvent* event)
+{
+    loadCredentials();
+    QDialog::showEvent(event);
+}
+
+void PreferencesWindow::loadCredentials()
+{
+    m_accessKeyId->setText(m_keychain.loadCredential(CredentialKey::accessKeyId).value_or(QString()));
+    m_secretAccessKey->setText(m_keychain.loadCredential(CredentialKey::secretAccessKey).value_or(QString()));
+}
+
+void PreferencesWindow::save()
+{
+    // Stored as typed, untrimmed; a failure is not reported (the confirmation shows regardless).
+    m_keychain.saveCredential(CredentialKey::accessKeyId, m_accessKeyId->text());
+    m_keychain.saveCredential(CredentialKey::secretAccessKey, m_secretAccessKey->text());
+    setSavedShown(true);
+    // Every Save hides the note two seconds after itself; a later Save does not push it back.
+    QTimer::singleShot(kSavedHoldMs, this, [this] { setSavedShown(false); });
+}
+
+void PreferencesWindow::setSavedShown(bool shown)
+{
+    m_showSaved = shown;
+    auto* effect = static_cast<QGraphicsOpacityEffect*>(m_saved->graphicsEffect());
+    auto* fade = new QPropertyAnimation(effect, "opacity", this);
+    fade->setDuration(kFadeMs);
+    fade->setEndValue(shown ? 1.0 : 0.0);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+void PreferencesWindow::storeShortcut(quint16 keyCode, quint64 modifiers)
+{
+    vantalo::storeShortcut(m_defaults, Shortcut{keyCode, modifiers});
+    m_hotkeySettings.post();
+    refreshRecorder();
+}
+
+void PreferencesWindow::refreshRecorder()
+{
+    m_recorderView->update(readShortcut(m_defaults),
+                           [this](quint16 keyCode, quint64 modifiers) { storeShortcut(keyCode, modifiers); });
 }
 
 } // namespace vantalo

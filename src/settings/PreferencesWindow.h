@@ -1,17 +1,66 @@
 #pragma once
 
-#include <QWidget>
+#include "hotkey/HotkeyRecorderButton.h"
+
+#include <QDialog>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
+
+#include <memory>
 
 namespace vantalo {
 
-// The preferences window: titled, closable, 420 × 420 points.
-class PreferencesWindow : public QWidget
+class HotkeySettingsNotifier;
+class KeychainStore;
+class UserDefaults;
+
+// The preferences: the recording shortcut (in force at once), the upload credentials (kept in
+// the keyring by Save) and the S3 settings (stored as they are typed). Titled, closable,
+// 420 × 420 points. A dialog so that Return reaches the Save button.
+class PreferencesWindow : public QDialog
 {
     Q_OBJECT
 public:
     static inline const QString title = QStringLiteral("Vantalo Preferences");
 
-    explicit PreferencesWindow(QWidget* parent = nullptr);
+    PreferencesWindow(UserDefaults& defaults, KeychainStore& keychain, HotkeySettingsNotifier& hotkeySettings,
+                      QWidget* parent = nullptr);
+
+    bool isSavedShown() const { return m_showSaved; }
+    HotkeyRecorderButton* recorderButton() const { return m_recorder; }
+    QLineEdit* accessKeyIdField() const { return m_accessKeyId; }
+    QLineEdit* secretAccessKeyField() const { return m_secretAccessKey; }
+    QLineEdit* bucketNameField() const { return m_bucketName; }
+    QLineEdit* regionField() const { return m_region; }
+    QLineEdit* cdnDomainField() const { return m_cdnDomain; }
+    QPushButton* saveButton() const { return m_save; }
+
+    void save();
+
+protected:
+    void showEvent(QShowEvent* event) override;
+
+private:
+    void loadCredentials();
+    void storeShortcut(quint16 keyCode, quint64 modifiers);
+    void refreshRecorder();
+    void setSavedShown(bool shown);
+
+    UserDefaults& m_defaults;
+    KeychainStore& m_keychain;
+    HotkeySettingsNotifier& m_hotkeySettings;
+
+    HotkeyRecorderButton* m_recorder;
+    std::unique_ptr<HotkeyRecorderView> m_recorderView;
+    QLineEdit* m_accessKeyId;
+    QLineEdit* m_secretAccessKey;
+    QLineEdit* m_bucketName;
+    QLineEdit* m_region;
+    QLineEdit* m_cdnDomain;
+    QLabel* m_saved;
+    QPushButton* m_save;
+    bool m_showSaved = false;
 };
 
 } // namespace vantalo

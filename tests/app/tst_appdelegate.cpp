@@ -2,6 +2,8 @@
 
 #include "app/AppDelegate.h"
 #include "settings/HotkeySettingsNotifier.h"
+#include "settings/KeychainStore.h"
+#include "settings/MemorySecretStore.h"
 #include "settings/ShortcutSettings.h"
 #include "settings/UserDefaults.h"
 
@@ -102,6 +104,8 @@ class TestAppDelegate : public QObject
     QTemporaryDir m_dir;
     std::unique_ptr<UserDefaults> m_defaults;
     HotkeySettingsNotifier m_notifier;
+    MemorySecretStore m_secrets;
+    KeychainStore m_keychain{m_secrets};
     FakeHistory m_history;
     std::unique_ptr<CoordinatorRig> m_rig;
     FakePreview* m_preview = nullptr;
@@ -129,7 +133,7 @@ private Q_SLOTS:
         m_history.failure.reset();
         m_printed.clear();
         m_delegate = std::make_unique<AppDelegate>(
-            AppServices{*m_defaults, m_notifier, m_rig->permission, m_history,
+            AppServices{*m_defaults, m_keychain, m_notifier, m_rig->permission, m_history,
                         [this](const QString& line) { m_printed << line; }},
             m_rig->make(*m_defaults, m_dir.path()), std::move(preview), std::move(historyWindow));
         m_delegate->setupApplication();
