@@ -2,6 +2,7 @@
 
 #include "RecordingToolbarState.h"
 #include "hotkey/HotkeyRegistrar.h"
+#include "overlays/RegionGeometry.h"
 #include "settings/ShortcutSettings.h"
 
 #include <QDateTime>
@@ -155,9 +156,7 @@ void CaptureCoordinator::handleRegionChanged(const QRectF& region)
 {
     m_selectedRegion = region;
     if (const auto size = m_c.toolbarController->panelSize()) {
-        // Centred over the region, the panel's bottom edge 14 points above the region's top edge.
-        m_c.toolbarController->movePanel(
-            {region.center().x() - size->width() * 0.5, region.y() + region.height() + 14.0});
+        m_c.toolbarController->movePanel(geometry::adjustedToolbarOrigin(region, *size));
     }
 }
 
