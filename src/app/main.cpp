@@ -3,7 +3,10 @@
 #include "app/StatusIcon.h"
 #include "capture/CaptureCoordinator.h"
 #include "capture/NullCollaborators.h"
+#include "capture/RecordingToolbarWindowController.h"
 #include "history/UnavailableHistory.h"
+#include "overlays/RegionPreviewOverlay.h"
+#include "overlays/RegionSelectionWindowController.h"
 #include "platform/Platform.h"
 #include "recording/GifEncoder.h"
 #include "settings/HotkeySettingsNotifier.h"
@@ -77,11 +80,15 @@ int main(int argc, char** argv)
     HotkeySettingsNotifier hotkeySettings;
     UnavailableHistoryStore historyStore;
 
+    const auto compositing = [&platform] { return platform->compositingManagerRunning(); };
     CaptureCollaborators collaborators{
-        platform->createHotkeyManager(print),     platform->createScreenRecorder(),
-        std::make_shared<GifEncoder>(),           std::make_unique<NullRegionSelector>(),
-        std::make_unique<NullToolbarPresenter>(), std::make_unique<NullBorderPresenter>(),
-        std::make_unique<NullRegionAdjuster>(),
+        platform->createHotkeyManager(print),
+        platform->createScreenRecorder(),
+        std::make_shared<GifEncoder>(),
+        std::make_unique<RegionSelectionWindowController>(compositing),
+        std::make_unique<RecordingToolbarWindowController>(compositing),
+        std::make_unique<RecordingBorderOverlay>(compositing),
+        std::make_unique<RegionPreviewOverlay>(compositing),
     };
     auto coordinator = std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults,
                                                             platform->screenCapturePermission(), print);

@@ -23,6 +23,9 @@ public:
     virtual std::unique_ptr<HotkeyRegistrar> createHotkeyManager(LinePrinter print) = 0;
     virtual std::unique_ptr<FrameRecorder> createScreenRecorder() = 0;
     virtual ScreenCapturePermission& screenCapturePermission() = 0;
+    // Whether translucent windows are composited over what lies below them; without it, an
+    // overlay must paint what it covers itself.
+    virtual bool compositingManagerRunning() const = 0;
 };
 
 // Picks the platform for the running session; call after the QGuiApplication exists.

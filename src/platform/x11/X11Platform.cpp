@@ -6,6 +6,9 @@
 
 #include <QGuiApplication>
 
+#include <cstdlib>
+#include <memory>
+
 namespace vantalo {
 
 X11Platform::X11Platform()
@@ -24,6 +27,27 @@ std::unique_ptr<HotkeyRegistrar> X11Platform::createHotkeyManager(LinePrinter pr
         return std::make_unique<UnavailableHotkeyRegistrar>(std::move(print));
     }
     return std::make_unique<X11HotkeyManager>(m_connection, m_root, std::move(print));
+}
+
+bool X11Platform::compositingManagerRunning() const
+{
+    if (!m_connection) {
+        return false;
+    }
+    // A compositing manager owns the selection _NET_WM_CM_S<screen>.
+    const QByteArray name = QByteArrayLiteral("_NET_WM_CM_S0");
+    std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
+        xcb_intern_atom_reply(m_connection, xcb_intern_atom(m_connection, 0, name.size(), name.constData()),
+                              nullptr),
+        &std::free);
+    if (!atom) {
+        return false;
+    }
+    std::unique_ptr<xcb_get_selection_owner_reply_t, decltype(&std::free)> owner(
+        xcb_get_selection_owner_reply(m_connection, xcb_get_selection_owner(m_connection, atom->atom),
+                                      nullptr),
+        &std::free);
+    return owner && owner->owner != XCB_NONE;
 }
 
 std::unique_ptr<FrameRecorder> X11Platform::createScreenRecorder()

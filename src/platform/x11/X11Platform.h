@@ -18,6 +18,7 @@ public:
     std::unique_ptr<HotkeyRegistrar> createHotkeyManager(LinePrinter print) override;
     std::unique_ptr<FrameRecorder> createScreenRecorder() override;
     ScreenCapturePermission& screenCapturePermission() override { return m_permission; }
+    bool compositingManagerRunning() const override;
 
 private:
     GrantedCapturePermission m_permission;

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "CaptureCollaborators.h"
+#include "RecordingToolbarState.h"
+
+#include <QPointer>
+#include <QWidget>
+
+#include <functional>
+
+namespace vantalo {
+
+// The floating toolbar: a 40-point capsule inside 20 points of padding, holding the red Start dot,
+// or, while recording, Restart, the stop square and the elapsed time. It never takes the keyboard
+// focus from the application in front.
+class RecordingToolbarPanel : public QWidget
+{
+    Q_OBJECT
+public:
+    enum class Button
+    {
+        none,
+        restart,
+        recordStop,
+    };
+
+    RecordingToolbarPanel(RecordingToolbarState& state, bool compositing);
+
+    // The buttons' rectangles in widget coordinates, for the current look.
+    QRectF buttonRect(Button button) const;
+    Button hovered() const { return m_hovered; }
+    QSize contentSize() const;
+
+    std::function<void(Button)> onPressed;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void leaveEvent(QEvent* event) override;
+
+private:
+    void relayout();
+    Button buttonAt(const QPointF& p) const;
+    double labelWidth() const;
+
+    RecordingToolbarState& m_state;
+    bool m_compositing;
+    Button m_hovered = Button::none;
+};
+
+class RecordingToolbarWindowController final : public ToolbarPresenter
+{
+public:
+    explicit RecordingToolbarWindowController(std::function<bool()> compositing);
+    ~RecordingToolbarWindowController() override;
+
+    void show(const QRectF& region) override;
+    void hide() override;
+    std::optional<QSizeF> panelSize() const override;
+    void movePanel(const QPointF& origin) override;
+    RecordingToolbarState& toolbarState() override { return m_state; }
+    RecordingToolbarPanel* panel() const { return m_panel; }
+
+private:
+    std::function<bool()> m_compositing;
+    RecordingToolbarState m_state;
+    QPointer<RecordingToolbarPanel> m_panel;
+};
+
+// The red frame 2 points outside the recorded region. Clicks pass through it; it only covers a
+// ring round the region, so nothing of it is ever captured.
+class RecordingBorderOverlay final : public BorderPresenter
+{
+public:
+    explicit RecordingBorderOverlay(std::function<bool()> compositing) : m_compositing(std::move(compositing))
+    {
+    }
+    ~RecordingBorderOverlay() override { hide(); }
+
+    void show(const QRectF& region) override;
+    void hide() override;
+    QWidget* window() const { return m_window; }
+
+private:
+    std::function<bool()> m_compositing;
+    QPointer<QWidget> m_window;
+};
+
+} // namespace vantalo

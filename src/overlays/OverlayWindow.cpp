@@ -1,0 +1,74 @@
+#include "OverlayWindow.h"
+
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QPainter>
+
+namespace vantalo {
+
+DisplayInfo displayInfoFor(const QScreen* screen)
+{
+    const QScreen* primary = QGuiApplication::primaryScreen();
+    return DisplayInfo{screen->name(), fromQtRect(QRectF(screen->geometry()), QRectF(primary->geometry()))};
+}
+
+OverlayWindow::OverlayWindow(QScreen* screen, bool compositing, double dimAlpha)
+    : QWidget(nullptr,
+              Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::X11BypassWindowManagerHint | Qt::Tool),
+      m_screen(screen), m_display(displayInfoFor(screen)), m_dimAlpha(dimAlpha)
+{
+    setAttribute(Qt::WA_DeleteOnClose);
+    setMouseTracking(true);
+    setFocusPolicy(Qt::StrongFocus);
+    if (compositing) {
+        setAttribute(Qt::WA_TranslucentBackground);
+    } else {
+        setAttribute(Qt::WA_OpaquePaintEvent);
+        m_still = screen->grabWindow(0).toImage();
+    }
+    setScreen(screen);
+    setGeometry(screen->geometry());
+}
+
+QRectF OverlayWindow::toWidget(const QRectF& viewRect) const
+{
+    return toQtRect(viewRect, QRectF(rect()));
+}
+
+QPointF OverlayWindow::toView(const QPointF& widgetPoint) const
+{
+    return fromQtPoint(widgetPoint, QRectF(rect()));
+}
+
+void OverlayWindow::paintDimmed(QPainter& painter, const QRectF& holeInView) const
+{
+    const QColor dim(0, 0, 0, qRound(m_dimAlpha * 255));
+    const QRectF hole = holeInView.isEmpty() ? QRectF() : toWidget(holeInView);
+    if (!m_still.isNull()) {
+        painter.drawImage(rect(), m_still);
+        painter.fillRect(rect(), dim);
+        if (!hole.isEmpty()) {
+            const QRectF source(hole.topLeft() * m_still.devicePixelRatio(),
+                                hole.size() * m_still.devicePixelRatio());
+            painter.drawImage(hole, m_still, source);
+        }
+        return;
+    }
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(rect(), dim);
+    if (!hole.isEmpty()) {
+        painter.fillRect(hole, Qt::transparent);
+    }
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+}
+
+void OverlayWindow::keyPressEvent(QKeyEvent* event)
+{
+    // Escape cancels; other keys are swallowed.
+    event->accept();
+    if (event->key() == Qt::Key_Escape && onEscape) {
+        onEscape();
+    }
+}
+
+} // namespace vantalo

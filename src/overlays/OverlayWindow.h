@@ -1,0 +1,48 @@
+#pragma once
+
+#include "common/Geometry.h"
+
+#include <QImage>
+#include <QPointer>
+#include <QScreen>
+#include <QWidget>
+
+#include <functional>
+
+namespace vantalo {
+
+// The display a screen is, in the y-up global space.
+DisplayInfo displayInfoFor(const QScreen* screen);
+
+// A borderless, topmost window covering one display, dimmed except for a hole. Where a compositor
+// runs the hole shows the live screen; where none does (translucent windows would be black) the
+// window paints a still of its display taken as it opens, dimmed, with the hole undimmed.
+// Geometry is y-up inside the view (origin at the display's bottom-left), as the overlays work.
+class OverlayWindow : public QWidget
+{
+    Q_OBJECT
+public:
+    OverlayWindow(QScreen* screen, bool compositing, double dimAlpha);
+
+    QScreen* screen() const { return m_screen; }
+    const DisplayInfo& display() const { return m_display; }
+    bool showsStill() const { return !m_still.isNull(); }
+
+    QRectF toWidget(const QRectF& viewRect) const;
+    QPointF toView(const QPointF& widgetPoint) const;
+
+    std::function<void()> onEscape;
+
+protected:
+    // Dims everything, then opens the hole (nothing when the rectangle is empty).
+    void paintDimmed(QPainter& painter, const QRectF& holeInView) const;
+    void keyPressEvent(QKeyEvent* event) override;
+
+private:
+    QPointer<QScreen> m_screen;
+    DisplayInfo m_display;
+    QImage m_still;
+    double m_dimAlpha;
+};
+
+} // namespace vantalo
