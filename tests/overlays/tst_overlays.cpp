@@ -1,0 +1,259 @@
+// The overlays, toolbar and border on a real X server (tests/with-xvfb.sh), driven with xdotool,
+// once without and once with a compositing manager (xcompmgr).
+#include "capture/RecordingToolbarWindowController.h"
+#include "overlays/RegionPreviewOverlay.h"
+#include "overlays/RegionSelectionWindowController.h"
+
+#include <QApplication>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QProcess>
+#include <QScreen>
+#include <QTest>
+
+using namespace vantalo;
+
+namespace {
+
+const QColor kBackdrop(200, 100, 50);
+
+// Fills the screen with one colour and notes the clicks it gets.
+class Backdrop : public QWidget
+{
+public:
+    Backdrop() : QWidget(nullptr, Qt::FramelessWindowHint | Qt::X11BypassWindowManagerHint)
+    {
+        setAttribute(Qt::WA_OpaquePaintEvent);
+    }
+    QList<QPoint> clicks;
+
+protected:
+    void paintEvent(QPaintEvent*) override { QPainter(this).fillRect(rect(), kBackdrop); }
+    void mousePressEvent(QMouseEvent* event) override { clicks << event->globalPosition().toPoint(); }
+};
+
+void xdotool(const QStringList& args)
+{
+    QProcess::execute(QStringLiteral("xdotool"), args);
+}
+
+QString xdotoolOut(const QStringList& args)
+{
+    QProcess process;
+    process.start(QStringLiteral("xdotool"), args);
+    process.waitForFinished();
+    return QString::fromLatin1(process.readAllStandardOutput()).trimmed();
+}
+
+QColor screenPixel(int x, int y)
+{
+    return QGuiApplication::primaryScreen()->grabWindow(0, x, y, 1, 1).toImage().pixelColor(0, 0);
+}
+
+bool near(const QColor& a, const QColor& b, int tolerance = 6)
+{
+    return qAbs(a.red() - b.red()) <= tolerance && qAbs(a.green() - b.green()) <= tolerance &&
+           qAbs(a.blue() - b.blue()) <= tolerance;
+}
+
+QColor dimmed(const QColor& c, double alpha)
+{
+    return QColor(qRound(c.red() * (1 - alpha)), qRound(c.green() * (1 - alpha)),
+                  qRound(c.blue() * (1 - alpha)));
+}
+
+} // namespace
+
+class TestOverlays : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<Backdrop> m_backdrop;
+    QProcess m_compositor;
+    bool m_compositing = false;
+
+    void setCompositing(bool on)
+    {
+        if (on && m_compositor.state() == QProcess::NotRunning) {
+            m_compositor.start(QStringLiteral("xcompmgr"), {});
+            QVERIFY(m_compositor.waitForStarted());
+            QTest::qWait(500);
+        } else if (!on && m_compositor.state() != QProcess::NotRunning) {
+            m_compositor.kill();
+            m_compositor.waitForFinished();
+            QTest::qWait(300);
+        }
+        m_compositing = on;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_backdrop = std::make_unique<Backdrop>();
+        m_backdrop->setGeometry(QGuiApplication::primaryScreen()->geometry());
+        m_backdrop->show();
+        QVERIFY(QTest::qWaitForWindowExposed(m_backdrop.get()));
+        QTRY_VERIFY(near(screenPixel(50, 50), kBackdrop));
+    }
+    void cleanupTestCase() { setCompositing(false); }
+
+    void selectingARegion_data()
+    {
+        QTest::addColumn<bool>("compositing");
+        QTest::newRow("no compositor: a still") << false;
+        QTest::newRow("xcompmgr: the live screen") << true;
+    }
+    void selectingARegion()
+    {
+        QFETCH(bool, compositing);
+        setCompositing(compositing);
+        RegionSelectionWindowController selector([this] { return m_compositing; });
+        std::optional<std::pair<QRectF, DisplayInfo>> selected;
+        int cancels = 0;
+        selector.onRegionSelected = [&](const QRectF& region, const DisplayInfo& display) {
+            selected = std::pair(region, display);
+        };
+        selector.onCancelled = [&cancels] { ++cancels; };
+        selector.show();
+        selector.show();
+        QTRY_COMPARE(selector.windows().size(), QGuiApplication::screens().size());
+        QVERIFY(QTest::qWaitForWindowExposed(selector.windows().first()));
+        QCOMPARE(selector.windows().first()->showsStill(), !compositing);
+
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("300"), QStringLiteral("250"),
+                 QStringLiteral("mousedown"), QStringLiteral("1")});
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("600"), QStringLiteral("400")});
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("800"), QStringLiteral("650")});
+        QTest::qWait(300);
+        // Dimmed at 0.3 outside; the hole shows what lies below, undimmed.
+        QTRY_VERIFY2(near(screenPixel(100, 900), dimmed(kBackdrop, 0.3)),
+                     qPrintable(screenPixel(100, 900).name()));
+        QVERIFY2(near(screenPixel(550, 500), kBackdrop), qPrintable(screenPixel(550, 500).name()));
+        QCOMPARE(screenPixel(300, 450), QColor(Qt::white)); // the outline's first dash
+        QVERIFY(!selected);
+        xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
+        // Reported in the y-up global space: the top edge at y = 1080 − 250.
+        QTRY_VERIFY(selected.has_value());
+        QCOMPARE(selected->first, QRectF(300, 430, 500, 400));
+        QCOMPARE(selected->second.name, QGuiApplication::primaryScreen()->name());
+
+        // A 10-point drag is not a selection; Escape cancels once.
+        selected.reset();
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("100"), QStringLiteral("100"),
+                 QStringLiteral("mousedown"), QStringLiteral("1"), QStringLiteral("mousemove"),
+                 QStringLiteral("110"), QStringLiteral("160"), QStringLiteral("mouseup"),
+                 QStringLiteral("1")});
+        QTest::qWait(200);
+        QVERIFY(!selected);
+        xdotool({QStringLiteral("key"), QStringLiteral("Escape")});
+        QTRY_COMPARE(cancels, 1);
+        selector.dismiss();
+        QTRY_VERIFY(near(screenPixel(100, 900), kBackdrop));
+    }
+
+    void adjustingTheRegion_data() { selectingARegion_data(); }
+    void adjustingTheRegion()
+    {
+        QFETCH(bool, compositing);
+        setCompositing(compositing);
+        RegionPreviewOverlay preview([this] { return m_compositing; });
+        QList<QRectF> changes;
+        preview.onRegionChanged = [&changes](const QRectF& region) { changes << region; };
+        const DisplayInfo display{QGuiApplication::primaryScreen()->name(), QRectF(0, 0, 1920, 1080)};
+        // (300, 250)-(800, 650) on screen.
+        preview.show(display, QRectF(300, 430, 500, 400));
+        QVERIFY(QTest::qWaitForWindowExposed(preview.window()));
+        QTest::qWait(300);
+        QTRY_VERIFY(near(screenPixel(100, 900), dimmed(kBackdrop, 0.38)));
+        QVERIFY(near(screenPixel(550, 500), kBackdrop));
+        // A white handle at the top-left corner, another at the bottom middle.
+        QCOMPARE(screenPixel(298, 248), QColor(Qt::white));
+        QCOMPARE(screenPixel(550, 652), QColor(Qt::white));
+
+        // Drag the right handle 100 points left; the region shrinks from the right.
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("800"), QStringLiteral("450"),
+                 QStringLiteral("mousedown"), QStringLiteral("1")});
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("750"), QStringLiteral("452")});
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("700"), QStringLiteral("455"),
+                 QStringLiteral("mouseup"), QStringLiteral("1")});
+        QTRY_VERIFY(!changes.isEmpty());
+        QTRY_COMPARE(changes.last(), QRectF(300, 430, 400, 400));
+        // Then move it by dragging inside.
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("450"),
+                 QStringLiteral("mousedown"), QStringLiteral("1"), QStringLiteral("mousemove"),
+                 QStringLiteral("520"), QStringLiteral("440"), QStringLiteral("mouseup"),
+                 QStringLiteral("1")});
+        QTRY_COMPARE(changes.last(), QRectF(320, 440, 400, 400));
+        preview.hide();
+    }
+
+    void theToolbarNeverTakesTheFocus_data() { selectingARegion_data(); }
+    void theToolbarNeverTakesTheFocus()
+    {
+        QFETCH(bool, compositing);
+        setCompositing(compositing);
+        xdotool(
+            {QStringLiteral("windowfocus"), QStringLiteral("--sync"), QString::number(m_backdrop->winId())});
+        const QString focused = xdotoolOut({QStringLiteral("getwindowfocus")});
+
+        RecordingToolbarWindowController toolbar([this] { return m_compositing; });
+        int starts = 0;
+        int stops = 0;
+        toolbar.onStart = [&starts] { ++starts; };
+        toolbar.onStop = [&stops] { ++stops; };
+        // Region (300, 250)-(800, 650) on screen: the bar's middle is 14 + 20 points over its top.
+        toolbar.show(QRectF(300, 430, 500, 400));
+        QVERIFY(QTest::qWaitForWindowExposed(toolbar.panel()));
+        QCOMPARE(toolbar.panelSize(), QSizeF(84, 80));
+        QTRY_VERIFY(near(screenPixel(550, 216), QColor::fromRgbF(1.0f, 0.25f, 0.25f), 10));
+
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("550"), QStringLiteral("216")});
+        QTRY_COMPARE(toolbar.panel()->hovered(), RecordingToolbarPanel::Button::recordStop);
+        xdotool({QStringLiteral("click"), QStringLiteral("1")});
+        QTRY_COMPARE(starts, 1);
+        QCOMPARE(xdotoolOut({QStringLiteral("getwindowfocus")}), focused);
+
+        // The recording look: the stop square in the middle button sends Stop.
+        toolbar.toolbarState().startTimer();
+        QTRY_COMPARE(toolbar.panelSize(), QSizeF(200, 80));
+        // Qt knows the new geometry at once; the X server a moment later.
+        QTRY_COMPARE(
+            xdotoolOut({QStringLiteral("getwindowgeometry"), QString::number(toolbar.panel()->winId())})
+                .section(QStringLiteral("Geometry: "), 1)
+                .trimmed(),
+            QStringLiteral("200x80"));
+        QTest::qWait(100);
+        const QRectF stopButton = toolbar.panel()->buttonRect(RecordingToolbarPanel::Button::recordStop);
+        const QPoint stop = toolbar.panel()->mapToGlobal(stopButton.center().toPoint());
+        xdotool({QStringLiteral("mousemove"), QString::number(stop.x()), QString::number(stop.y()),
+                 QStringLiteral("click"), QStringLiteral("1")});
+        QTRY_COMPARE(stops, 1);
+        QCOMPARE(xdotoolOut({QStringLiteral("getwindowfocus")}), focused);
+        toolbar.hide();
+        QCOMPARE(toolbar.toolbarState().elapsedSeconds(), 0.0);
+        QVERIFY(!toolbar.toolbarState().isRecording());
+    }
+
+    void theBorderLetsClicksThrough_data() { selectingARegion_data(); }
+    void theBorderLetsClicksThrough()
+    {
+        QFETCH(bool, compositing);
+        setCompositing(compositing);
+        RecordingBorderOverlay border([this] { return m_compositing; });
+        border.show(QRectF(300, 430, 500, 400)); // (300, 250)-(800, 650) on screen
+        QVERIFY(QTest::qWaitForWindowExposed(border.window()));
+        QCOMPARE(border.window()->geometry(), QRect(296, 246, 508, 408));
+        // The stroke 2 points outside the left edge is red; the region itself is untouched.
+        QTRY_VERIFY2(screenPixel(298, 450).red() > 200 && screenPixel(298, 450).green() < 120,
+                     qPrintable(screenPixel(298, 450).name()));
+        QVERIFY(near(screenPixel(310, 450), kBackdrop));
+        m_backdrop->clicks.clear();
+        xdotool({QStringLiteral("mousemove"), QStringLiteral("298"), QStringLiteral("450"),
+                 QStringLiteral("click"), QStringLiteral("1")});
+        QTRY_COMPARE(m_backdrop->clicks.size(), 1);
+        border.hide();
+    }
+};
+
+QTEST_MAIN(TestOverlays)
+#include "tst_overlays.moc"
