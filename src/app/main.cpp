@@ -4,6 +4,7 @@
 #include "capture/CaptureCoordinator.h"
 #include "capture/NullCollaborators.h"
 #include "capture/RecordingToolbarWindowController.h"
+#include "history/GifHistoryStore.h"
 #include "history/UnavailableHistory.h"
 #include "overlays/RegionPreviewOverlay.h"
 #include "overlays/RegionSelectionWindowController.h"
@@ -78,7 +79,7 @@ int main(int argc, char** argv)
     QtKeychainSecretStore secrets(keychainService, print);
     KeychainStore keychain(secrets);
     HotkeySettingsNotifier hotkeySettings;
-    UnavailableHistoryStore historyStore;
+    GifHistoryStore historyStore(GifHistoryStore::defaultBaseDirectory(), print);
 
     const auto compositing = [&platform] { return platform->compositingManagerRunning(); };
     CaptureCollaborators collaborators{

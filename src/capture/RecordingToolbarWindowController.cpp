@@ -42,7 +42,7 @@ QFont timeFont()
 } // namespace
 
 RecordingToolbarPanel::RecordingToolbarPanel(RecordingToolbarState& state, bool compositing)
-    : QWidget(nullptr, floatingFlags()), m_state(state), m_compositing(compositing)
+    : QWidget(nullptr, floatingFlags()), m_state(&state), m_compositing(compositing)
 {
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_DeleteOnClose);
@@ -51,21 +51,26 @@ RecordingToolbarPanel::RecordingToolbarPanel(RecordingToolbarState& state, bool 
     if (compositing) {
         setAttribute(Qt::WA_TranslucentBackground);
     }
-    connect(&m_state, &RecordingToolbarState::changed, this, &RecordingToolbarPanel::relayout);
+    connect(&state, &RecordingToolbarState::changed, this, &RecordingToolbarPanel::relayout);
     relayout();
 }
 
 double RecordingToolbarPanel::labelWidth() const
 {
     const double text = QFontMetricsF(timeFont())
-                            .horizontalAdvance(RecordingToolbarState::elapsedLabel(m_state.elapsedSeconds()));
+                            .horizontalAdvance(RecordingToolbarState::elapsedLabel(
+                                m_state ? m_state->elapsedSeconds() : 0.0));
     return std::max(46.0, text) + 24; // at least 46 points, 12 points of padding each side
+}
+
+bool RecordingToolbarPanel::recording() const
+{
+    return m_state && m_state->isRecording();
 }
 
 QSize RecordingToolbarPanel::contentSize() const
 {
-    const double bar =
-        m_state.isRecording() ? 2 * kButtonWidth + 2 * kSeparatorWidth + labelWidth() : kButtonWidth;
+    const double bar = recording() ? 2 * kButtonWidth + 2 * kSeparatorWidth + labelWidth() : kButtonWidth;
     return QSize(qCeil(bar + 2 * kPadding), qCeil(kBarHeight + 2 * kPadding));
 }
 
@@ -93,7 +98,7 @@ void RecordingToolbarPanel::relayout()
 QRectF RecordingToolbarPanel::buttonRect(Button button) const
 {
     double x = kPadding;
-    if (m_state.isRecording()) {
+    if (recording()) {
         if (button == Button::restart) {
             return {x, kPadding, kButtonWidth, kBarHeight};
         }
@@ -167,7 +172,7 @@ void RecordingToolbarPanel::paintEvent(QPaintEvent*)
     const QColor dim(255, 255, 255, qRound(0.85 * 255));
     const QColor separator(255, 255, 255, qRound(0.12 * 255));
 
-    if (m_state.isRecording()) {
+    if (recording()) {
         const QRectF restart = buttonRect(Button::restart);
         highlight(Button::restart);
         // A counter-clockwise arrow.
@@ -190,13 +195,14 @@ void RecordingToolbarPanel::paintEvent(QPaintEvent*)
     highlight(Button::recordStop);
     p.setPen(Qt::NoPen);
     p.setBrush(kRed);
-    if (m_state.isRecording()) {
+    if (recording()) {
         p.drawRoundedRect(QRectF(main.center() - QPointF(6.5, 6.5), QSizeF(13, 13)), 3, 3);
         p.fillRect(QRectF(main.right(), bar.center().y() - 9, kSeparatorWidth, 18), separator);
         p.setPen(dim);
         p.setFont(timeFont());
         const QRectF label(main.right() + kSeparatorWidth, bar.top(), labelWidth(), kBarHeight);
-        p.drawText(label, Qt::AlignCenter, RecordingToolbarState::elapsedLabel(m_state.elapsedSeconds()));
+        p.drawText(label, Qt::AlignCenter,
+                   RecordingToolbarState::elapsedLabel(m_state ? m_state->elapsedSeconds() : 0.0));
     } else {
         p.drawEllipse(main.center(), 7, 7);
     }
@@ -210,6 +216,9 @@ RecordingToolbarWindowController::RecordingToolbarWindowController(std::function
 RecordingToolbarWindowController::~RecordingToolbarWindowController()
 {
     delete m_panel.data();
+    for (const QPointer<RecordingToolbarPanel>& fading : std::as_const(m_fading)) {
+        delete fading.data();
+    }
 }
 
 void RecordingToolbarWindowController::show(const QRectF& region)
@@ -262,6 +271,8 @@ void RecordingToolbarWindowController::hide()
         fade->setEndValue(0.0);
         QObject::connect(fade, &QPropertyAnimation::finished, panel, &QWidget::close);
         fade->start(QAbstractAnimation::DeleteWhenStopped);
+        m_fading.removeAll(nullptr);
+        m_fading.append(panel);
     } else {
         panel->close();
     }

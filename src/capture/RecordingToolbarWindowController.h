@@ -41,10 +41,12 @@ protected:
 
 private:
     void relayout();
+    bool recording() const;
     Button buttonAt(const QPointF& p) const;
     double labelWidth() const;
 
-    RecordingToolbarState& m_state;
+    // A panel fading out may outlive its controller and the state with it.
+    QPointer<RecordingToolbarState> m_state;
     bool m_compositing;
     Button m_hovered = Button::none;
 };
@@ -66,6 +68,7 @@ private:
     std::function<bool()> m_compositing;
     RecordingToolbarState m_state;
     QPointer<RecordingToolbarPanel> m_panel;
+    QList<QPointer<RecordingToolbarPanel>> m_fading;
 };
 
 // The red frame 2 points outside the recorded region. Clicks pass through it; it only covers a
