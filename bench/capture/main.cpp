@@ -1,6 +1,7 @@
 // Records a region of the current X display while a window animates inside it, and reports what
 // the recorder achieved next to Qt's own screen grab on the same region.
 #include "platform/x11/X11CaptureBackend.h"
+#include "recording/GifEncoder.h"
 #include "recording/ScreenRecorder.h"
 
 #include <QApplication>
@@ -77,7 +78,10 @@ int main(int argc, char** argv)
                                   QStringLiteral("Region WxH in points, or 'screen'."), QStringLiteral("WxH"),
                                   QStringLiteral("800x600"));
     const QCommandLineOption still(QStringLiteral("static"), QStringLiteral("Nothing moves in the region."));
-    parser.addOptions({seconds, size, still});
+    const QCommandLineOption encode(
+        QStringLiteral("encode"),
+        QStringLiteral("Hand frames to a GIF session as they come, as the application does."));
+    parser.addOptions({seconds, size, still, encode});
     parser.process(app);
 
     const QRect screen = QGuiApplication::primaryScreen()->geometry();
@@ -107,6 +111,11 @@ int main(int argc, char** argv)
     const double qtGrabMs = clock.nsecsElapsed() / 1e6 / kQtGrabs;
 
     ScreenRecorder recorder(std::make_unique<X11CaptureBackend>(), [] { return 1.0; });
+    std::shared_ptr<GifEncodingSession> session;
+    if (parser.isSet(encode)) {
+        session = std::make_shared<GifEncodingSession>();
+        recorder.frameSink = [session](const Frame& frame) { session->addFrame(frame); };
+    }
     FrameList frames;
     bool stopped = false;
     recorder.startRecording(
@@ -128,11 +137,24 @@ int main(int argc, char** argv)
         return 1;
     }
 
+    double tailSeconds = 0;
+    qsizetype gifBytes = 0;
+    if (session) {
+        QElapsedTimer tail;
+        tail.start();
+        const auto gif = session->finish(1.0 / 15);
+        tailSeconds = tail.nsecsElapsed() / 1e9;
+        gifBytes = gif ? gif->size() : 0;
+    }
     const CaptureStats stats = recorder.lastStats();
     const double n = std::max<long long>(1, stats.frames);
-    std::printf("region %dx%d for %.1f s%s: %lld frames (%lld stored once for being unchanged)\n",
+    std::printf("region %dx%d for %.1f s%s%s: %lld frames (%lld stored once for being unchanged)\n",
                 region.width(), region.height(), durationSeconds, parser.isSet(still) ? ", static" : "",
-                stats.frames, stats.sharedFrames);
+                session ? ", encoded while recording" : "", stats.frames, stats.sharedFrames);
+    if (session) {
+        std::printf("gif bytes=%lld finished %.3f s after the stop\n", static_cast<long long>(gifBytes),
+                    tailSeconds);
+    }
     std::printf("capture fps=%.2f late=%lld dropped=%lld cpu_ms_per_frame=%.2f grab_ms=%.2f qt_grab_ms=%.2f "
                 "peak_rss_mb=%.0f\n",
                 stats.frames / std::max(0.001, stats.seconds), stats.late, stats.skipped + stats.failedGrabs,

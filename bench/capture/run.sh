@@ -15,3 +15,6 @@ run() {
 run --seconds "$seconds" --size 800x600
 run --seconds "$seconds" --size screen
 run --seconds "$seconds" --size 800x600 --static
+# As the application records: frames go to the GIF encoder as they come and are not kept.
+run --seconds "$seconds" --size 800x600 --encode
+run --seconds "$seconds" --size screen --encode
