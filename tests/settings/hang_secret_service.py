@@ -1,7 +1,8 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """A Secret Service that takes the bus name and never answers, as a locked keyring waiting on
 its password prompt looks to a client."""
 import dbus
+import dbus.lowlevel
 import dbus.mainloop.glib
 import dbus.service
 from gi.repository import GLib
@@ -11,9 +12,9 @@ bus = dbus.SessionBus()
 
 
 def swallow(_bus, message):
-    if message.get_type() == 1:  # method call: keep it, answer nothing
-        return True
-    return False
+    if message.get_type() == dbus.lowlevel.MESSAGE_TYPE_METHOD_CALL:
+        return dbus.lowlevel.HANDLER_RESULT_HANDLED  # keep it, answer nothing
+    return dbus.lowlevel.HANDLER_RESULT_NOT_YET_HANDLED
 
 
 bus.add_message_filter(swallow)

@@ -102,7 +102,8 @@ private Q_SLOTS:
     {
         const QString hang = QStringLiteral(QT_TESTCASE_SOURCEDIR "/settings/hang_secret_service.py");
         const QString out =
-            probe(QStringLiteral("exec dbus-run-session -- bash -c 'python3 %1 | (read ready; exec \"$0\")' ")
+            probe(QStringLiteral(
+                      "exec dbus-run-session -- bash -c '/usr/bin/python3 %1 | (read ready; exec \"$0\")' ")
                       .arg(hang));
         QVERIFY2(out.contains(QStringLiteral("loaded=no saved=0")), qPrintable(out));
         QVERIFY2(out.contains(QStringLiteral("lines=1")), qPrintable(out));
