@@ -1,7 +1,5 @@
 #include "NullCollaborators.h"
 
-#include "recording/RecorderErrors.h"
-
 #include <QTimer>
 
 namespace vantalo {
@@ -15,11 +13,6 @@ void UnavailableRecorder::startRecording(const QRectF&, const QString&, int, dou
 void UnavailableRecorder::stopRecording(StopDone done)
 {
     QTimer::singleShot(0, [done = std::move(done)] { done(FrameList{}); });
-}
-
-std::expected<QByteArray, Failure> UnavailableEncoder::encode(const FrameList&, double) const
-{
-    return std::unexpected(failureOf(GifEncoderError::encodingFailed));
 }
 
 void UnavailableHotkeyRegistrar::registerHotkey(const Shortcut&, std::function<void()>)

@@ -1,52 +1,16 @@
 #pragma once
 
 #include "CaptureCollaborators.h"
-#include "RecordingToolbarState.h"
 #include "common/Console.h"
 #include "hotkey/HotkeyRegistrar.h"
-#include "recording/FrameEncoder.h"
 #include "recording/FrameRecorder.h"
 
 #include <QString>
 
 namespace vantalo {
 
-// Stand-ins for pieces this build cannot offer. They never pretend: a recorder that cannot
-// capture fails its start with the reason, and an overlay that cannot be drawn shows nothing.
-
-class NullRegionSelector final : public RegionSelector
-{
-public:
-    void show() override {}
-    void dismiss() override {}
-};
-
-class NullRegionAdjuster final : public RegionAdjuster
-{
-public:
-    void show(const DisplayInfo&, const QRectF&) override {}
-    void hide() override {}
-};
-
-class NullToolbarPresenter final : public ToolbarPresenter
-{
-public:
-    void show(const QRectF&) override {}
-    void hide() override {}
-    std::optional<QSizeF> panelSize() const override { return std::nullopt; }
-    void movePanel(const QPointF&) override {}
-    RecordingToolbarState& toolbarState() override { return m_state; }
-
-private:
-    RecordingToolbarState m_state;
-};
-
-class NullBorderPresenter final : public BorderPresenter
-{
-public:
-    void show(const QRectF&) override {}
-    void hide() override {}
-};
+// Stand-ins for services a session cannot offer. They never pretend: a recorder that cannot
+// capture fails its start with the reason, and a shortcut that cannot be grabbed says so.
 
 class UnavailableRecorder final : public FrameRecorder
 {
@@ -58,12 +22,6 @@ public:
 
 private:
     QString m_reason;
-};
-
-class UnavailableEncoder final : public FrameEncoder
-{
-public:
-    std::expected<QByteArray, Failure> encode(const FrameList& frames, double delaySeconds) const override;
 };
 
 class UnavailableHotkeyRegistrar final : public HotkeyRegistrar

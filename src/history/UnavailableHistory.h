@@ -5,18 +5,7 @@
 
 namespace vantalo {
 
-// Stand-ins until the history and the preview panel exist: a GIF is never lost, its path is
-// printed instead.
-class UnavailableHistoryStore final : public HistoryStore
-{
-public:
-    std::expected<GifHistoryItem, Failure> addGif(const QString&) override
-    {
-        return std::unexpected(Failure{QStringLiteral("The GIF history is not available in this version")});
-    }
-    QString filePath(const GifHistoryItem& item) const override { return item.filename; }
-};
-
+// Stand-ins until the preview panel and the history window exist: the kept GIF's path is printed.
 class PrintingPreviewPresenter final : public PreviewPresenter
 {
 public:
