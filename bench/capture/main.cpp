@@ -4,6 +4,8 @@
 #include "recording/GifEncoder.h"
 #include "recording/ScreenRecorder.h"
 
+#include "../common/ProcessStats.h"
+
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QElapsedTimer>
@@ -12,11 +14,11 @@
 #include <QTimer>
 #include <QWidget>
 
-#include <sys/resource.h>
-
 #include <cstdio>
 
 using namespace vantalo;
+using vantalo::bench::cpuSeconds;
+using vantalo::bench::peakRssMb;
 
 namespace {
 
@@ -57,13 +59,6 @@ private:
     QTimer m_tick;
     int m_frame = 0;
 };
-
-double peakRssMb()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss / 1024.0;
-}
 
 } // namespace
 

@@ -4,6 +4,8 @@
 // would, and the time from the last frame to the finished file is reported too.
 #include "recording/GifEncoder.h"
 
+#include "../common/ProcessStats.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
@@ -13,28 +15,13 @@
 #include <QThread>
 #include <QtConcurrent/QtConcurrentMap>
 
-#include <sys/resource.h>
-
 #include <cstdio>
 
 using namespace vantalo;
+using vantalo::bench::cpuSeconds;
+using vantalo::bench::peakRssMb;
 
 namespace {
-
-double cpuSeconds()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec +
-           usage.ru_stime.tv_usec / 1e6;
-}
-
-double peakRssMb()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss / 1024.0;
-}
 
 // A frame as the recorder keeps it: an exact 2 × 2 doubling is stored at its captured size.
 Frame asRecorded(const QImage& loaded)

@@ -1,5 +1,8 @@
 #include "OverlayWindow.h"
 
+#include "RegionGeometry.h"
+
+#include <QFontDatabase>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QPainter>
@@ -60,6 +63,24 @@ void OverlayWindow::paintDimmed(QPainter& painter, const QRectF& holeInView) con
         painter.fillRect(hole, Qt::transparent);
     }
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+}
+
+void OverlayWindow::paintSizePill(QPainter& painter, const QRectF& region, int pixelSize,
+                                  double backgroundAlpha,
+                                  const std::function<QRectF(const QSizeF&)>& placeBox) const
+{
+    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    font.setPixelSize(pixelSize);
+    font.setWeight(QFont::Medium);
+    painter.setFont(font);
+    const QString text = geometry::sizeLabel(region);
+    const QRectF box = toWidget(placeBox(QFontMetricsF(font).size(Qt::TextSingleLine, text)));
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(0, 0, 0, qRound(backgroundAlpha * 255)));
+    painter.drawRoundedRect(box, box.height() / 2, box.height() / 2);
+    painter.setPen(Qt::white);
+    painter.drawText(box, Qt::AlignCenter, text);
 }
 
 void OverlayWindow::keyPressEvent(QKeyEvent* event)

@@ -36,6 +36,10 @@ public:
 protected:
     // Dims everything, then opens the hole (nothing when the rectangle is empty).
     void paintDimmed(QPainter& painter, const QRectF& holeInView) const;
+    // The region's size ("640 × 480") in white on a dark capsule; `placeBox` turns the text's size
+    // into the capsule's rectangle in view coordinates.
+    void paintSizePill(QPainter& painter, const QRectF& region, int pixelSize, double backgroundAlpha,
+                       const std::function<QRectF(const QSizeF& textSize)>& placeBox) const;
     void keyPressEvent(QKeyEvent* event) override;
 
 private:

@@ -93,18 +93,8 @@ void RegionPreviewView::paintEvent(QPaintEvent*)
         p.drawEllipse(centre, geometry::handleRadius, geometry::handleRadius);
     }
 
-    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    font.setPixelSize(11);
-    font.setWeight(QFont::Medium);
-    p.setFont(font);
-    const QString text = geometry::sizeLabel(m_region);
-    const QSizeF textSize = QFontMetricsF(font).size(Qt::TextSingleLine, text);
-    const QRectF box = toWidget(geometry::previewLabelBox(m_region, textSize, width()));
-    p.setPen(Qt::NoPen);
-    p.setBrush(QColor(0, 0, 0, qRound(0.65 * 255)));
-    p.drawRoundedRect(box, box.height() / 2, box.height() / 2);
-    p.setPen(Qt::white);
-    p.drawText(box, Qt::AlignCenter, text);
+    paintSizePill(p, m_region, 11, 0.65,
+                  [&](const QSizeF& text) { return geometry::previewLabelBox(m_region, text, width()); });
 }
 
 void RegionPreviewOverlay::show(const DisplayInfo& display, const QRectF& region)

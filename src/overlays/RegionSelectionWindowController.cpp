@@ -60,19 +60,9 @@ void RegionSelectionView::paintEvent(QPaintEvent*)
     p.setBrush(Qt::NoBrush);
     p.drawRect(hole);
 
-    QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    font.setPixelSize(12);
-    font.setWeight(QFont::Medium);
-    p.setFont(font);
-    const QString text = geometry::sizeLabel(*m_currentRect);
-    const QSizeF textSize = QFontMetricsF(font).size(Qt::TextSingleLine, text);
-    const QRectF box = toWidget(geometry::selectionLabelBox(*m_currentRect, textSize));
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(Qt::NoPen);
-    p.setBrush(QColor(0, 0, 0, qRound(0.75 * 255)));
-    p.drawRoundedRect(box, box.height() / 2, box.height() / 2);
-    p.setPen(Qt::white);
-    p.drawText(box, Qt::AlignCenter, text);
+    const QRectF rect = *m_currentRect;
+    paintSizePill(p, rect, 12, 0.75,
+                  [&](const QSizeF& text) { return geometry::selectionLabelBox(rect, text); });
 }
 
 RegionSelectionWindowController::RegionSelectionWindowController(std::function<bool()> compositing)

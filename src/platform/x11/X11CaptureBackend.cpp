@@ -3,6 +3,8 @@
 #include <QLoggingCategory>
 #include <QPainter>
 
+#include "XcbReply.h"
+
 #include <xcb/randr.h>
 #include <xcb/shm.h>
 #include <xcb/xcb.h>
@@ -19,13 +21,6 @@ Q_LOGGING_CATEGORY(lcX11Capture, "vantalo.x11.capture", QtInfoMsg)
 namespace vantalo {
 
 namespace {
-
-template<typename T> using XcbReply = std::unique_ptr<T, decltype(&std::free)>;
-
-template<typename T> XcbReply<T> reply(T* raw)
-{
-    return XcbReply<T>(raw, &std::free);
-}
 
 using Connection = std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)>;
 
@@ -64,7 +59,7 @@ public:
         const xcb_query_extension_reply_t* xfixes = xcb_get_extension_data(c, &xcb_xfixes_id);
         if (xfixes && xfixes->present) {
             // XFixes wants its version asked before any other request.
-            auto version = reply(xcb_xfixes_query_version_reply(
+            auto version = xcbReply(xcb_xfixes_query_version_reply(
                 c, xcb_xfixes_query_version(c, XCB_XFIXES_MAJOR_VERSION, XCB_XFIXES_MINOR_VERSION), nullptr));
             m_hasXFixes = version && version->major_version >= 1;
         }
@@ -85,7 +80,7 @@ public:
             return std::unexpected(connectionLost(c));
         }
         if (cursorCookie) {
-            auto cursor = reply(xcb_xfixes_get_cursor_image_reply(c, *cursorCookie, nullptr));
+            auto cursor = xcbReply(xcb_xfixes_get_cursor_image_reply(c, *cursorCookie, nullptr));
             if (image && cursor) {
                 paintCursor(*image, *cursor);
             }
@@ -113,7 +108,7 @@ private:
             return;
         }
         const xcb_shm_seg_t segment = xcb_generate_id(c);
-        auto error = reply(xcb_request_check(c, xcb_shm_attach_checked(c, segment, id, 0)));
+        auto error = xcbReply(xcb_request_check(c, xcb_shm_attach_checked(c, segment, id, 0)));
         // Marked for removal at once: the segment goes away with the last detach, even if we crash.
         shmctl(id, IPC_RMID, nullptr);
         if (error) {
@@ -137,11 +132,11 @@ private:
     std::optional<QImage> grabShared()
     {
         xcb_connection_t* c = m_connection.get();
-        auto image = reply(xcb_shm_get_image_reply(c,
-                                                   xcb_shm_get_image(c, m_root, m_rect.x(), m_rect.y(),
-                                                                     m_rect.width(), m_rect.height(), ~0u,
-                                                                     XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment, 0),
-                                                   nullptr));
+        auto image = xcbReply(xcb_shm_get_image_reply(
+            c,
+            xcb_shm_get_image(c, m_root, m_rect.x(), m_rect.y(), m_rect.width(), m_rect.height(), ~0u,
+                              XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment, 0),
+            nullptr));
         if (!image) {
             return std::nullopt;
         }
@@ -152,10 +147,10 @@ private:
     {
         xcb_connection_t* c = m_connection.get();
         auto image =
-            reply(xcb_get_image_reply(c,
-                                      xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_root, m_rect.x(),
-                                                    m_rect.y(), m_rect.width(), m_rect.height(), ~0u),
-                                      nullptr));
+            xcbReply(xcb_get_image_reply(c,
+                                         xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_root, m_rect.x(),
+                                                       m_rect.y(), m_rect.width(), m_rect.height(), ~0u),
+                                         nullptr));
         if (!image) {
             return std::nullopt;
         }
@@ -215,12 +210,13 @@ std::expected<QList<CaptureDisplay>, Failure> X11CaptureBackend::displays()
     const xcb_query_extension_reply_t* randr = xcb_get_extension_data(c, &xcb_randr_id);
     if (randr && randr->present) {
         auto monitors =
-            reply(xcb_randr_get_monitors_reply(c, xcb_randr_get_monitors(c, screen->root, 1), nullptr));
+            xcbReply(xcb_randr_get_monitors_reply(c, xcb_randr_get_monitors(c, screen->root, 1), nullptr));
         if (monitors) {
             for (auto it = xcb_randr_get_monitors_monitors_iterator(monitors.get()); it.rem;
                  xcb_randr_monitor_info_next(&it)) {
                 const xcb_randr_monitor_info_t* monitor = it.data;
-                auto name = reply(xcb_get_atom_name_reply(c, xcb_get_atom_name(c, monitor->name), nullptr));
+                auto name =
+                    xcbReply(xcb_get_atom_name_reply(c, xcb_get_atom_name(c, monitor->name), nullptr));
                 CaptureDisplay display{name ? QString::fromLatin1(xcb_get_atom_name_name(name.get()),
                                                                   xcb_get_atom_name_name_length(name.get()))
                                             : QString(),

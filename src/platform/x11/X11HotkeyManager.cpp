@@ -1,5 +1,6 @@
 #include "X11HotkeyManager.h"
 
+#include "XcbReply.h"
 #include "hotkey/HotkeyMatcher.h"
 #include "hotkey/KeyCodes.h"
 
@@ -18,8 +19,6 @@ Q_LOGGING_CATEGORY(lcHotkey, "vantalo.hotkey", QtInfoMsg)
 namespace vantalo {
 
 namespace {
-template<typename T> using XcbReply = std::unique_ptr<T, decltype(&std::free)>;
-
 constexpr quint64 kCapsLockFlag = 0x10000;
 constexpr xcb_keysym_t kNumLockKeysym = 0xff7f;
 } // namespace
@@ -81,14 +80,13 @@ quint64 X11HotkeyManager::storedFlags(quint16 x11State)
 
 quint16 X11HotkeyManager::numLockMask()
 {
-    XcbReply<xcb_get_modifier_mapping_reply_t> mapping(
-        xcb_get_modifier_mapping_reply(m_connection, xcb_get_modifier_mapping(m_connection), nullptr),
-        &std::free);
+    const auto mapping = xcbReply<xcb_get_modifier_mapping_reply_t>(
+        xcb_get_modifier_mapping_reply(m_connection, xcb_get_modifier_mapping(m_connection), nullptr));
     if (!mapping) {
         return 0;
     }
-    XcbReply<xcb_keycode_t> numLockCodes(xcb_key_symbols_get_keycode(m_keySymbols, kNumLockKeysym),
-                                         &std::free);
+    const auto numLockCodes =
+        xcbReply<xcb_keycode_t>(xcb_key_symbols_get_keycode(m_keySymbols, kNumLockKeysym));
     if (!numLockCodes) {
         return 0;
     }
@@ -114,8 +112,8 @@ void X11HotkeyManager::registerHotkey(const Shortcut& shortcut, std::function<vo
     m_shortcut = shortcut;
 
     const KeyInfo* key = keyInfo(shortcut.keyCode);
-    XcbReply<xcb_keycode_t> keycodes(key ? xcb_key_symbols_get_keycode(m_keySymbols, key->keysym) : nullptr,
-                                     &std::free);
+    const auto keycodes =
+        xcbReply<xcb_keycode_t>(key ? xcb_key_symbols_get_keycode(m_keySymbols, key->keysym) : nullptr);
     if (!keycodes || keycodes.get()[0] == XCB_NO_SYMBOL ||
         (shortcut.modifiers & ~ModifierFlag::shortcutMask)) {
         fail();
@@ -134,7 +132,7 @@ void X11HotkeyManager::registerHotkey(const Shortcut& shortcut, std::function<vo
             }
             const xcb_void_cookie_t cookie = xcb_grab_key_checked(m_connection, 1, m_root, variant, keycode,
                                                                   XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
-            XcbReply<xcb_generic_error_t> error(xcb_request_check(m_connection, cookie), &std::free);
+            const auto error = xcbReply<xcb_generic_error_t>(xcb_request_check(m_connection, cookie));
             if (error) {
                 qCDebug(lcHotkey) << "grab refused, X error" << error->error_code;
                 refused = true;

@@ -2,6 +2,7 @@
 
 #include "X11CaptureBackend.h"
 #include "X11HotkeyManager.h"
+#include "XcbReply.h"
 #include "recording/ScreenRecorder.h"
 
 #include <QGuiApplication>
@@ -36,17 +37,13 @@ bool X11Platform::compositingManagerRunning() const
     }
     // A compositing manager owns the selection _NET_WM_CM_S<screen>.
     const QByteArray name = QByteArrayLiteral("_NET_WM_CM_S0");
-    std::unique_ptr<xcb_intern_atom_reply_t, decltype(&std::free)> atom(
-        xcb_intern_atom_reply(m_connection, xcb_intern_atom(m_connection, 0, name.size(), name.constData()),
-                              nullptr),
-        &std::free);
+    const auto atom = xcbReply<xcb_intern_atom_reply_t>(xcb_intern_atom_reply(
+        m_connection, xcb_intern_atom(m_connection, 0, name.size(), name.constData()), nullptr));
     if (!atom) {
         return false;
     }
-    std::unique_ptr<xcb_get_selection_owner_reply_t, decltype(&std::free)> owner(
-        xcb_get_selection_owner_reply(m_connection, xcb_get_selection_owner(m_connection, atom->atom),
-                                      nullptr),
-        &std::free);
+    const auto owner = xcbReply<xcb_get_selection_owner_reply_t>(xcb_get_selection_owner_reply(
+        m_connection, xcb_get_selection_owner(m_connection, atom->atom), nullptr));
     return owner && owner->owner != XCB_NONE;
 }
 
