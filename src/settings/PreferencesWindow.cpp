@@ -73,9 +73,14 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     m_bucketName = bound(SettingsKey::s3BucketName, SettingsKey::defaultBucketName);
     m_region = bound(SettingsKey::s3Region, SettingsKey::defaultRegion);
     m_cdnDomain = bound(SettingsKey::cdnDomain, SettingsKey::defaultCdnDomain);
+    m_endpoint = bound(SettingsKey::s3Endpoint, QString());
+    m_endpoint->setPlaceholderText(QStringLiteral("https://<account>.r2.cloudflarestorage.com"));
+    m_endpoint->setToolTip(
+        QStringLiteral("For S3-compatible storage (R2, MinIO, B2, Spaces). Leave empty for AWS."));
     s3->addRow(QStringLiteral("Bucket Name"), m_bucketName);
     s3->addRow(QStringLiteral("Region"), m_region);
     s3->addRow(QStringLiteral("CDN Domain"), m_cdnDomain);
+    s3->addRow(QStringLiteral("Endpoint (optional)"), m_endpoint);
     layout->addWidget(s3Box);
     layout->addStretch();
 

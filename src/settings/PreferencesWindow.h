@@ -34,6 +34,7 @@ public:
     QLineEdit* bucketNameField() const { return m_bucketName; }
     QLineEdit* regionField() const { return m_region; }
     QLineEdit* cdnDomainField() const { return m_cdnDomain; }
+    QLineEdit* endpointField() const { return m_endpoint; }
     QPushButton* saveButton() const { return m_save; }
 
     void save();
@@ -58,6 +59,7 @@ private:
     QLineEdit* m_bucketName;
     QLineEdit* m_region;
     QLineEdit* m_cdnDomain;
+    QLineEdit* m_endpoint;
     QLabel* m_saved;
     QPushButton* m_save;
     bool m_showSaved = false;

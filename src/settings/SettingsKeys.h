@@ -9,6 +9,8 @@ inline const QString hotkeyModifiers = QStringLiteral("hotkeyModifiers");
 inline const QString s3BucketName = QStringLiteral("s3BucketName");
 inline const QString s3Region = QStringLiteral("s3Region");
 inline const QString cdnDomain = QStringLiteral("cdnDomain");
+// S3-compatible storage; empty means AWS itself.
+inline const QString s3Endpoint = QStringLiteral("s3Endpoint");
 
 inline const QString defaultBucketName = QStringLiteral("vantalo-uploads");
 inline const QString defaultRegion = QStringLiteral("us-east-1");

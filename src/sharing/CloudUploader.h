@@ -1,14 +1,21 @@
 #pragma once
 
+#include "Uploader.h"
+
 #include <QString>
+
+#include <memory>
+
+class QNetworkAccessManager;
+class QObject;
 
 namespace vantalo {
 
 class UserDefaults;
 class KeychainStore;
 
-// Uploads a GIF to the user's own S3 bucket.
-class CloudUploader
+// Uploads a GIF to the user's own S3 bucket (or S3-compatible storage) with one SigV4-signed PUT.
+class CloudUploader final : public Uploader
 {
 public:
     // Everything the upload needs, read once at start-up.
@@ -19,18 +26,30 @@ public:
         QString cdnDomain;
         QString accessKeyId;
         QString secretAccessKey;
+        // S3-compatible storage (R2, MinIO, B2, Spaces...): the PUT goes path-style to this base
+        // URL. Empty for AWS itself.
+        QString endpoint;
 
-        // The three S3 keys (a stored empty string stays empty; the fall-backs apply only to a
-        // missing key) and both credentials (empty when absent).
+        // The S3 keys (a stored empty string stays empty; the fall-backs apply only to a missing
+        // key), both credentials (empty when absent), and the endpoint, which the environment
+        // variable VANTALO_S3_ENDPOINT overrides.
         static Config load(const UserDefaults& defaults, KeychainStore& keychain);
     };
 
-    explicit CloudUploader(Config config) : m_config(std::move(config)) {}
+    static inline const char* endpointVariable = "VANTALO_S3_ENDPOINT";
+
+    explicit CloudUploader(Config config);
+    ~CloudUploader() override;
 
     const Config& config() const { return m_config; }
 
+    void upload(const QByteArray& data, const QString& filename, Progress progress, Completion done) override;
+
 private:
     Config m_config;
+    std::shared_ptr<bool> m_alive;
+    std::unique_ptr<QObject> m_context;
+    std::unique_ptr<QNetworkAccessManager> m_network;
 };
 
 } // namespace vantalo

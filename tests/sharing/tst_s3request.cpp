@@ -13,9 +13,12 @@ namespace {
 
 CloudUploader::Config config()
 {
-    return CloudUploader::Config{QStringLiteral("vantalo-test"), QStringLiteral("eu-west-3"),
-                                 QStringLiteral("cdn.example.com"), QStringLiteral("AKIDEXAMPLE"),
-                                 QStringLiteral("wJalrXUtnFEMI/K7MDENG+bPxRfiCYEXAMPLEKEY")};
+    return CloudUploader::Config{QStringLiteral("vantalo-test"),
+                                 QStringLiteral("eu-west-3"),
+                                 QStringLiteral("cdn.example.com"),
+                                 QStringLiteral("AKIDEXAMPLE"),
+                                 QStringLiteral("wJalrXUtnFEMI/K7MDENG+bPxRfiCYEXAMPLEKEY"),
+                                 QString()};
 }
 
 QByteArray header(const S3SignedRequest& request, const QByteArray& name)

@@ -1,0 +1,188 @@
+#include "HostedUploader.h"
+
+#include "HttpTransfer.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+
+namespace vantalo {
+
+namespace {
+
+Failure hostedFailure(const QString& detail)
+{
+    return Failure{QStringLiteral("Upload failed: ") + detail};
+}
+
+std::optional<QString> buildTimeEndpoint()
+{
+#ifdef VANTALO_UPLOAD_URL
+    return QStringLiteral(VANTALO_UPLOAD_URL);
+#else
+    return std::nullopt;
+#endif
+}
+
+// A member that must be a string; the decoder's complaint otherwise.
+std::expected<QString, Failure> stringMember(const QJsonObject& object, const QString& name)
+{
+    const QJsonValue value = object.value(name);
+    if (value.isUndefined()) {
+        return std::unexpected(Failure{QStringLiteral("The server's answer has no \"%1\"").arg(name)});
+    }
+    if (!value.isString()) {
+        return std::unexpected(Failure{QStringLiteral("The server's \"%1\" is not a string").arg(name)});
+    }
+    return value.toString();
+}
+
+std::expected<QJsonObject, Failure> jsonObject(const QByteArray& body)
+{
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(body, &error);
+    if (error.error != QJsonParseError::NoError) {
+        return std::unexpected(
+            Failure{QStringLiteral("The server's answer is not valid JSON (%1)").arg(error.errorString())});
+    }
+    if (!document.isObject()) {
+        return std::unexpected(Failure{QStringLiteral("The server's answer is not a JSON object")});
+    }
+    return document.object();
+}
+
+} // namespace
+
+std::optional<QUrl> HostedUploader::resolveEndpoint(const std::optional<QString>& explicitEndpoint,
+                                                    const std::optional<QString>& buildTimeValue,
+                                                    const std::optional<QString>& environmentValue)
+{
+    const std::optional<QString> candidate =
+        explicitEndpoint ? explicitEndpoint : (buildTimeValue ? buildTimeValue : environmentValue);
+    if (!candidate || candidate->isEmpty()) {
+        return std::nullopt;
+    }
+    const QUrl url(*candidate, QUrl::StrictMode);
+    if (!url.isValid()) {
+        return std::nullopt;
+    }
+    return url;
+}
+
+std::unique_ptr<HostedUploader> HostedUploader::create(const std::optional<QString>& explicitEndpoint)
+{
+    const std::optional<QString> environment = qEnvironmentVariableIsSet(endpointVariable)
+                                                   ? std::optional(qEnvironmentVariable(endpointVariable))
+                                                   : std::nullopt;
+    const std::optional<QUrl> endpoint = resolveEndpoint(explicitEndpoint, buildTimeEndpoint(), environment);
+    if (!endpoint) {
+        return nullptr;
+    }
+    return std::make_unique<HostedUploader>(*endpoint);
+}
+
+HostedUploader::HostedUploader(QUrl endpointURL) : HostedUploader(std::move(endpointURL), Timeouts{}) {}
+
+HostedUploader::HostedUploader(QUrl endpointURL, Timeouts timeouts)
+    : m_endpointURL(std::move(endpointURL)), m_timeouts(timeouts), m_alive(std::make_shared<bool>(true)),
+      m_network(std::make_unique<QNetworkAccessManager>())
+{
+}
+
+HostedUploader::~HostedUploader()
+{
+    *m_alive = false;
+}
+
+QByteArray HostedUploader::initRequestBody(qint64 size)
+{
+    // Written by hand to keep the member order (QJsonObject sorts its keys).
+    return "{\"content_type\":\"image/gif\",\"size\":" + QByteArray::number(size) + "}";
+}
+
+void HostedUploader::upload(const QByteArray& data, const QString&, Progress progress, Completion done)
+{
+    const HttpRequest init{"POST",
+                           m_endpointURL,
+                           {{"Content-Type", "application/json"}},
+                           initRequestBody(data.size()),
+                           m_timeouts.initialization};
+    sendHttp(
+        *m_network, init, {},
+        [this, alive = m_alive, data, progress = std::move(progress),
+         done = std::move(done)](const HttpOutcome& answer) {
+            if (!*alive) {
+                return;
+            }
+            if (!answer) {
+                done(std::unexpected(answer.error()));
+                return;
+            }
+            if (answer->status == -1) {
+                done(std::unexpected(hostedFailure(QStringLiteral("No HTTP response from server"))));
+                return;
+            }
+            if (answer->status != 200) {
+                const auto object = jsonObject(answer->body);
+                const auto reason = object ? stringMember(*object, QStringLiteral("error"))
+                                           : std::expected<QString, Failure>(std::unexpected(Failure{}));
+                done(std::unexpected(hostedFailure(reason ? *reason
+                                                          : QStringLiteral("Server returned HTTP ") +
+                                                                QString::number(answer->status))));
+                return;
+            }
+            const auto object = jsonObject(answer->body);
+            if (!object) {
+                done(std::unexpected(object.error()));
+                return;
+            }
+            const auto uploadText = stringMember(*object, QStringLiteral("upload_url"));
+            const auto cdnText = stringMember(*object, QStringLiteral("cdn_url"));
+            if (!uploadText || !cdnText) {
+                done(std::unexpected(!uploadText ? uploadText.error() : cdnText.error()));
+                return;
+            }
+            const QUrl uploadURL(*uploadText, QUrl::StrictMode);
+            if (uploadText->isEmpty() || !isWebUrl(uploadURL)) {
+                done(std::unexpected(hostedFailure(QStringLiteral("Server returned an invalid upload URL"))));
+                return;
+            }
+            // A link in another scheme (file:, javascript:...) must never reach the clipboard;
+            // refuse it before anything is sent.
+            const QUrl cdnURL(*cdnText, QUrl::StrictMode);
+            if (cdnURL.isValid() && !cdnText->isEmpty() && !isWebUrl(cdnURL)) {
+                done(std::unexpected(hostedFailure(QStringLiteral("Server returned an invalid CDN URL"))));
+                return;
+            }
+            const HttpRequest put{
+                "PUT",
+                uploadURL,
+                {{"Content-Type", "image/gif"}, {"Content-Length", QByteArray::number(data.size())}},
+                data,
+                m_timeouts.transfer};
+            sendHttp(
+                *m_network, put, progress,
+                [alive, done, cdnURL, cdnText = *cdnText, size = data.size()](const HttpOutcome& stored) {
+                    if (!*alive) {
+                        return;
+                    }
+                    if (!stored) {
+                        done(std::unexpected(stored.error()));
+                        return;
+                    }
+                    if (stored->status < 200 || stored->status > 299) {
+                        done(std::unexpected(hostedFailure(QStringLiteral("S3 upload failed with HTTP ") +
+                                                           QString::number(stored->status))));
+                        return;
+                    }
+                    if (cdnText.isEmpty() || !isWebUrl(cdnURL)) {
+                        done(std::unexpected(
+                            hostedFailure(QStringLiteral("Server returned an invalid CDN URL"))));
+                        return;
+                    }
+                    done(UploadResult{cdnURL, size});
+                });
+        });
+}
+
+} // namespace vantalo

@@ -1,0 +1,48 @@
+#include "HttpTransfer.h"
+
+#include <QNetworkReply>
+#include <QNetworkRequest>
+
+namespace vantalo {
+
+bool isWebUrl(const QUrl& url)
+{
+    const QString scheme = url.scheme().toLower();
+    return url.isValid() && !url.host().isEmpty() &&
+           (scheme == QLatin1String("http") || scheme == QLatin1String("https"));
+}
+
+void sendHttp(QNetworkAccessManager& network, const HttpRequest& request, const Uploader::Progress& progress,
+              std::function<void(const HttpOutcome&)> done)
+{
+    if (!isWebUrl(request.url)) {
+        done(std::unexpected(Failure{QStringLiteral("Not an http or https URL")}));
+        return;
+    }
+    QNetworkRequest networkRequest(request.url);
+    networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                                QNetworkRequest::ManualRedirectPolicy);
+    networkRequest.setTransferTimeout(int(request.idleTimeout.count()));
+    for (const auto& [name, value] : request.headers) {
+        networkRequest.setRawHeader(name, value);
+    }
+    QNetworkReply* reply = network.sendCustomRequest(networkRequest, request.method, request.body);
+    if (progress) {
+        QObject::connect(reply, &QNetworkReply::uploadProgress, reply, [progress](qint64 sent, qint64 total) {
+            progress(sent, std::max<qint64>(total, 0));
+        });
+    }
+    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, done = std::move(done)] {
+        reply->deleteLater();
+        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+        if (status.isValid()) {
+            done(HttpAnswer{status.toInt(), reply->readAll()});
+        } else if (reply->error() != QNetworkReply::NoError) {
+            done(std::unexpected(Failure{reply->errorString()}));
+        } else {
+            done(HttpAnswer{-1, reply->readAll()});
+        }
+    });
+}
+
+} // namespace vantalo
