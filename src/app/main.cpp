@@ -4,8 +4,9 @@
 #include "capture/CaptureCoordinator.h"
 #include "capture/RecordingToolbarWindowController.h"
 #include "history/GifHistoryStore.h"
-#include "history/UnavailableHistory.h"
+#include "history/HistoryPanel.h"
 #include "hotkey/HotkeyRegistrar.h"
+#include "hotkey/ShortcutLabel.h"
 #include "overlays/RegionPreviewOverlay.h"
 #include "overlays/RegionSelectionWindowController.h"
 #include "platform/Platform.h"
@@ -13,7 +14,11 @@
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/KeychainStore.h"
 #include "settings/QtKeychainSecretStore.h"
+#include "settings/ShortcutSettings.h"
 #include "settings/UserDefaults.h"
+#include "sharing/CloudUploader.h"
+#include "sharing/HostedUploader.h"
+#include "sharing/PreviewPanelController.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -93,10 +98,22 @@ int main(int argc, char** argv)
     };
     auto coordinator = std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults,
                                                             platform->screenCapturePermission(), print);
+    // The uploaders read their settings and credentials once, now; changes apply at the next start.
+    PreviewPanelServices panelServices{
+        .historyStore = historyStore,
+        .cloudUploader = std::make_unique<CloudUploader>(CloudUploader::Config::load(defaults, keychain)),
+        .hostedUploader = HostedUploader::create(),
+        .scheduler = std::make_unique<TimerScheduler>(),
+        .compositing = compositing,
+        .openUrl = {},
+        .print = print,
+    };
+    auto previewPanel = std::make_unique<PreviewPanelController>(std::move(panelServices));
+    auto historyPanel = std::make_unique<HistoryPanelController>(
+        historyStore, [&defaults] { return displayShortcutLabel(menuShortcut(defaults)); });
     AppDelegate delegate(AppServices{defaults, keychain, hotkeySettings, platform->screenCapturePermission(),
                                      historyStore, print},
-                         std::move(coordinator), std::make_unique<PrintingPreviewPresenter>(print),
-                         std::make_unique<EmptyHistoryWindowPresenter>());
+                         std::move(coordinator), std::move(previewPanel), std::move(historyPanel));
 
     QObject::connect(&instance, &SingleInstance::messageReceived, &delegate,
                      [&delegate](const QByteArray& message) {

@@ -1,0 +1,21 @@
+#include "Formatting.h"
+
+namespace vantalo {
+
+QString fileSizeLabel(qint64 bytes, const QLocale& locale)
+{
+    const int decimals = bytes < 1000 * 1000 ? 0 : 1;
+    return locale.formattedDataSize(bytes, decimals, QLocale::DataSizeSIFormat);
+}
+
+QString dateTimeLabel(const QDateTime& time, const QLocale& locale)
+{
+    const QDateTime local = time.toLocalTime();
+    // Some locales' short time format carries seconds; a list of recordings does not need them.
+    QString timeFormat = locale.timeFormat(QLocale::ShortFormat);
+    timeFormat.remove(QStringLiteral(":ss"));
+    return locale.toString(local.date(), QLocale::ShortFormat) + QStringLiteral(", ") +
+           locale.toString(local.time(), timeFormat);
+}
+
+} // namespace vantalo

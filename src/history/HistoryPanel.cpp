@@ -1,0 +1,406 @@
+#include "HistoryPanel.h"
+
+#include "GifHistoryStore.h"
+#include "common/Formatting.h"
+#include "sharing/Symbols.h"
+
+#include <QGuiApplication>
+#include <QLabel>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QScreen>
+#include <QScrollBar>
+#include <QSet>
+#include <QStackedLayout>
+#include <QVBoxLayout>
+
+namespace vantalo {
+
+namespace {
+
+constexpr double kCellPadding = 8;
+constexpr double kThumbnailHeight = 100;
+constexpr double kStackSpacing = 4;
+constexpr double kDeleteButtonSide = 24; // a 16-point symbol padded by 4
+
+QFont captionFont()
+{
+    QFont f;
+    f.setPixelSize(11);
+    return f;
+}
+
+QColor secondary(const QPalette& palette, double opacity = 1.0)
+{
+    QColor c = palette.color(QPalette::WindowText);
+    c.setAlphaF(float(0.55 * opacity));
+    return c;
+}
+
+QRectF thumbnailFrame(const QRectF& cell)
+{
+    return {cell.x() + kCellPadding, cell.y() + kCellPadding, cell.width() - 2 * kCellPadding,
+            kThumbnailHeight};
+}
+
+class SymbolView : public QWidget
+{
+public:
+    SymbolView(Symbol symbol, int side, QWidget* parent) : QWidget(parent), m_symbol(symbol)
+    {
+        setFixedSize(side + 8, side + 8);
+    }
+
+protected:
+    void paintEvent(QPaintEvent*) override
+    {
+        QPainter p(this);
+        paintSymbol(p, m_symbol, QRectF(rect()).adjusted(4, 4, -4, -4), secondary(palette()), 1.6);
+    }
+
+private:
+    Symbol m_symbol;
+};
+
+} // namespace
+
+// ---- HistoryViewModel
+
+HistoryViewModel::HistoryViewModel(GifHistoryStore& store) : m_items(store.loadItems()), m_store(store) {}
+
+void HistoryViewModel::select(const GifHistoryItem& item)
+{
+    if (onSelect) {
+        onSelect(item);
+    }
+}
+
+void HistoryViewModel::deleteItem(const GifHistoryItem& item)
+{
+    m_store.deleteItem(item);
+    m_items.removeIf([&item](const GifHistoryItem& kept) { return kept.id == item.id; });
+    Q_EMIT itemsChanged();
+}
+
+// ---- HistoryGridView
+
+HistoryGridView::HistoryGridView(HistoryViewModel& model, QWidget* parent)
+    : QAbstractScrollArea(parent), m_model(model)
+{
+    setFrameShape(QFrame::NoFrame);
+    setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
+    setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    viewport()->setMouseTracking(true);
+    viewport()->setBackgroundRole(QPalette::Window);
+    verticalScrollBar()->setSingleStep(24);
+    connect(&m_model, &HistoryViewModel::itemsChanged, this, [this] {
+        m_hovered = -1;
+        relayout();
+    });
+}
+
+double HistoryGridView::cellHeight() const
+{
+    const double line = QFontMetricsF(captionFont()).height();
+    return 2 * kCellPadding + kThumbnailHeight + 2 * kStackSpacing + 2 * line;
+}
+
+HistoryGridLayout HistoryGridView::gridLayout() const
+{
+    // The whole width, scroll bar included: the bar sits in the right-hand padding, so the
+    // columns do not change when it appears.
+    return HistoryGridLayout::forWidth(width(), cellHeight());
+}
+
+QRectF HistoryGridView::cellRectInViewport(int index) const
+{
+    return gridLayout().cellRect(index).translated(0, -verticalScrollBar()->value());
+}
+
+QRectF HistoryGridView::deleteButtonRect(int index) const
+{
+    const QRectF frame = thumbnailFrame(cellRectInViewport(index));
+    return {frame.right() - kDeleteButtonSide, frame.top(), kDeleteButtonSide, kDeleteButtonSide};
+}
+
+void HistoryGridView::relayout()
+{
+    const HistoryGridLayout layout = gridLayout();
+    const int content = int(std::ceil(layout.contentHeight(int(m_model.items().size()))));
+    verticalScrollBar()->setPageStep(viewport()->height());
+    verticalScrollBar()->setRange(0, std::max(0, content - viewport()->height()));
+    syncThumbnails();
+    viewport()->update();
+}
+
+void HistoryGridView::syncThumbnails()
+{
+    if (!isVisible()) {
+        m_thumbnails.clear();
+        return;
+    }
+    const HistoryGridLayout layout = gridLayout();
+    const double top = verticalScrollBar()->value();
+    const auto [first, last] =
+        layout.visibleRange(top, top + viewport()->height(), int(m_model.items().size()));
+    QSet<QUuid> visible;
+    for (int i = first; i < last; ++i) {
+        visible.insert(m_model.items().at(i).id);
+    }
+    std::erase_if(m_thumbnails, [&visible](const auto& entry) { return !visible.contains(entry.first); });
+    const QSizeF frame(layout.columnWidth - 2 * kCellPadding, kThumbnailHeight);
+    for (int i = first; i < last; ++i) {
+        const GifHistoryItem& item = m_model.items().at(i);
+        auto found = m_thumbnails.find(item.id);
+        if (found != m_thumbnails.end()) {
+            const Thumbnail& kept = found->second;
+            if (kept.frame != frame.toSize()) {
+                m_thumbnails.erase(found); // the column width changed: decode at the new size
+            } else {
+                continue;
+            }
+        }
+        Thumbnail thumbnail;
+        thumbnail.frame = frame.toSize();
+        auto movie = std::make_unique<QMovie>(m_model.store().filePath(item));
+        // A missing or unreadable GIF leaves the picture empty; the texts still show.
+        if (movie->isValid() && movie->jumpToFrame(0) && !movie->currentImage().isNull()) {
+            thumbnail.fitted = movie->currentImage().size().scaled(frame.toSize(), Qt::KeepAspectRatio);
+            movie->setScaledSize(thumbnail.fitted);
+            const QUuid id = item.id;
+            connect(movie.get(), &QMovie::frameChanged, viewport(), [this, id] {
+                const qsizetype index = [&] {
+                    for (qsizetype i = 0; i < m_model.items().size(); ++i) {
+                        if (m_model.items().at(i).id == id) {
+                            return i;
+                        }
+                    }
+                    return qsizetype(-1);
+                }();
+                if (index >= 0) {
+                    viewport()->update(thumbnailFrame(cellRectInViewport(int(index))).toAlignedRect());
+                }
+            });
+            movie->start();
+            thumbnail.movie = std::move(movie);
+        }
+        m_thumbnails.emplace(item.id, std::move(thumbnail));
+    }
+}
+
+void HistoryGridView::paintEvent(QPaintEvent* event)
+{
+    QPainter p(viewport());
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setRenderHint(QPainter::SmoothPixmapTransform);
+    const HistoryGridLayout layout = gridLayout();
+    const double top = verticalScrollBar()->value();
+    const auto [first, last] = layout.visibleRange(top + event->rect().top(), top + event->rect().bottom(),
+                                                   int(m_model.items().size()));
+    const QFont caption = captionFont();
+    const double line = QFontMetricsF(caption).height();
+    p.setFont(caption);
+    for (int i = first; i < last; ++i) {
+        const GifHistoryItem& item = m_model.items().at(i);
+        const QRectF cell = layout.cellRect(i).translated(0, -top);
+        if (i == m_hovered) {
+            QColor tint = palette().color(QPalette::WindowText);
+            tint.setAlphaF(0.06f);
+            p.setPen(Qt::NoPen);
+            p.setBrush(tint);
+            p.drawRoundedRect(cell, 8, 8);
+        }
+        const QRectF frame = thumbnailFrame(cell);
+        const auto found = m_thumbnails.find(item.id);
+        if (found != m_thumbnails.end() && found->second.movie) {
+            const Thumbnail& thumbnail = found->second;
+            QRectF picture(QPointF(), QSizeF(thumbnail.fitted));
+            picture.moveCenter(frame.center());
+            QPainterPath clip;
+            clip.addRoundedRect(picture, 6, 6);
+            p.save();
+            p.setClipPath(clip);
+            p.drawImage(picture, thumbnail.movie->currentImage());
+            p.restore();
+        }
+        if (i == m_hovered) {
+            const QRectF button = deleteButtonRect(i).adjusted(4, 4, -4, -4);
+            paintSymbol(p, Symbol::xmarkCircleFill, button.adjusted(-1, -1, 1, 1), QColor(0, 0, 0, 84), 1);
+            paintSymbol(p, Symbol::xmarkCircleFill, button, Qt::white, 1);
+        }
+        const double textTop = frame.bottom() + kStackSpacing;
+        const QRectF dateLine(cell.left() + kCellPadding, textTop, frame.width(), line);
+        p.setPen(secondary(palette()));
+        p.drawText(
+            dateLine, Qt::AlignHCenter | Qt::AlignTop,
+            QFontMetricsF(caption).elidedText(dateTimeLabel(item.createdAt), Qt::ElideRight, frame.width()));
+        p.setPen(secondary(palette(), 0.7));
+        p.drawText(dateLine.translated(0, line + kStackSpacing), Qt::AlignHCenter | Qt::AlignTop,
+                   fileSizeLabel(item.fileSize));
+    }
+}
+
+void HistoryGridView::resizeEvent(QResizeEvent* event)
+{
+    QAbstractScrollArea::resizeEvent(event);
+    relayout();
+}
+
+void HistoryGridView::scrollContentsBy(int, int)
+{
+    syncThumbnails();
+    viewport()->update();
+}
+
+void HistoryGridView::showEvent(QShowEvent* event)
+{
+    QAbstractScrollArea::showEvent(event);
+    relayout();
+}
+
+void HistoryGridView::setHovered(int index)
+{
+    if (index == m_hovered) {
+        return;
+    }
+    const int previous = m_hovered;
+    m_hovered = index;
+    for (int i : {previous, index}) {
+        if (i >= 0) {
+            viewport()->update(cellRectInViewport(i).toAlignedRect().adjusted(-1, -1, 1, 1));
+        }
+    }
+}
+
+void HistoryGridView::mouseMoveEvent(QMouseEvent* event)
+{
+    const QPointF content = event->position() + QPointF(0, verticalScrollBar()->value());
+    setHovered(gridLayout().cellAt(content, int(m_model.items().size())));
+}
+
+void HistoryGridView::leaveEvent(QEvent*)
+{
+    setHovered(-1);
+}
+
+void HistoryGridView::mouseReleaseEvent(QMouseEvent* event)
+{
+    if (event->button() != Qt::LeftButton) {
+        return;
+    }
+    const QPointF content = event->position() + QPointF(0, verticalScrollBar()->value());
+    const int index = gridLayout().cellAt(content, int(m_model.items().size()));
+    if (index < 0) {
+        return;
+    }
+    const GifHistoryItem item = m_model.items().at(index);
+    if (deleteButtonRect(index).contains(event->position())) {
+        m_model.deleteItem(item);
+        // The pointer now rests on whichever cell moved up under it.
+        setHovered(gridLayout().cellAt(content, int(m_model.items().size())));
+    } else {
+        m_model.select(item);
+    }
+}
+
+// ---- HistoryPanelView
+
+HistoryPanelView::HistoryPanelView(HistoryViewModel& model, const QString& shortcutLabel, QWidget* parent)
+    : QWidget(parent), m_model(model)
+{
+    m_stack = new QStackedLayout(this);
+    m_grid = new HistoryGridView(model, this);
+    m_stack->addWidget(m_grid);
+
+    m_empty = new QWidget(this);
+    auto* column = new QVBoxLayout(m_empty);
+    column->setSpacing(12);
+    column->addStretch();
+    auto* symbol = new SymbolView(Symbol::photoStack, 40, m_empty);
+    column->addWidget(symbol, 0, Qt::AlignHCenter);
+    auto* title = new QLabel(QStringLiteral("No GIFs yet"), m_empty);
+    QFont titleFont = title->font();
+    titleFont.setPixelSize(20);
+    title->setFont(titleFont);
+    title->setForegroundRole(QPalette::PlaceholderText);
+    column->addWidget(title, 0, Qt::AlignHCenter);
+    m_hint = new QLabel(QStringLiteral("Record a GIF with ") + shortcutLabel, m_empty);
+    QFont hintFont = m_hint->font();
+    hintFont.setPixelSize(12);
+    m_hint->setFont(hintFont);
+    QPalette hintPalette = m_hint->palette();
+    hintPalette.setColor(QPalette::WindowText, secondary(hintPalette, 0.7));
+    m_hint->setPalette(hintPalette);
+    column->addWidget(m_hint, 0, Qt::AlignHCenter);
+    column->addStretch();
+    m_stack->addWidget(m_empty);
+
+    setMinimumSize(320, 300);
+    connect(&m_model, &HistoryViewModel::itemsChanged, this, &HistoryPanelView::refresh);
+    refresh();
+}
+
+bool HistoryPanelView::showsEmptyState() const
+{
+    return m_stack->currentWidget() == m_empty;
+}
+
+QString HistoryPanelView::emptyHint() const
+{
+    return m_hint->text();
+}
+
+void HistoryPanelView::refresh()
+{
+    m_stack->setCurrentWidget(m_model.items().isEmpty() ? m_empty : static_cast<QWidget*>(m_grid));
+}
+
+// ---- HistoryPanelController
+
+HistoryPanelController::HistoryPanelController(GifHistoryStore& store, std::function<QString()> shortcutLabel)
+    : m_store(store), m_shortcutLabel(std::move(shortcutLabel))
+{
+}
+
+HistoryPanelController::~HistoryPanelController()
+{
+    delete m_window.data();
+}
+
+void HistoryPanelController::show()
+{
+    if (m_window && m_window->isVisible()) {
+        m_window->raise();
+        m_window->activateWindow();
+        return;
+    }
+    delete m_window.data();
+
+    auto* window = new QWidget;
+    window->setWindowTitle(QStringLiteral("GIF History"));
+    auto* model = new HistoryViewModel(m_store);
+    model->setParent(window);
+    model->onSelect = [this](const GifHistoryItem& item) {
+        if (onSelectItem) {
+            onSelectItem(item);
+        }
+    };
+    auto* layout = new QVBoxLayout(window);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(new HistoryPanelView(*model, m_shortcutLabel ? m_shortcutLabel() : QString(), window));
+    window->setMinimumSize(320, 300);
+    window->resize(480, 400);
+    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
+        QRect frame(QPoint(), window->size());
+        frame.moveCenter(screen->availableGeometry().center());
+        window->move(frame.topLeft());
+    }
+    window->show();
+    window->raise();
+    window->activateWindow();
+    m_window = window;
+    m_viewModel = model;
+}
+
+} // namespace vantalo

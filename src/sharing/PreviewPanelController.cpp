@@ -1,0 +1,268 @@
+#include "PreviewPanelController.h"
+
+#include "common/Formatting.h"
+#include "common/Geometry.h"
+#include "history/GifHistoryStore.h"
+
+#include <QDesktopServices>
+#include <QFile>
+#include <QFileInfo>
+#include <QGuiApplication>
+#include <QPropertyAnimation>
+#include <QScreen>
+
+namespace vantalo {
+
+PreviewPanelController::PreviewPanelController(PreviewPanelServices services, QObject* parent)
+    : QObject(parent), m_services(std::move(services)), m_panelState(std::make_shared<PreviewPanelState>())
+{
+    if (!m_services.openUrl) {
+        m_services.openUrl = [print = m_services.print](const QUrl& url) {
+            if (!QDesktopServices::openUrl(url)) {
+                print(QStringLiteral("No application opens ") + url.toLocalFile());
+            }
+        };
+    }
+}
+
+PreviewPanelController::~PreviewPanelController()
+{
+    if (m_autoDismissTimer) {
+        m_services.scheduler->cancel(*m_autoDismissTimer);
+    }
+    delete m_panel.data();
+}
+
+QRectF PreviewPanelController::panelFrame(const QSizeF& size, const QRectF& visibleFrame)
+{
+    return QRectF(
+        QPointF(visibleFrame.right() - size.width() - screenInset, visibleFrame.top() + screenInset), size);
+}
+
+QString PreviewPanelController::fileSizeText(const QString& gifPath)
+{
+    const QFileInfo info(gifPath);
+    if (!info.exists() || !info.isFile()) {
+        return {};
+    }
+    return fileSizeLabel(info.size());
+}
+
+void PreviewPanelController::show(const QString& gifPath, const std::optional<QUuid>& historyItemID)
+{
+    dismiss();
+    m_currentHistoryItemID = historyItemID;
+    const QString fileSize = fileSizeText(gifPath);
+    m_panelState = std::make_shared<PreviewPanelState>();
+
+    QScreen* screen = QGuiApplication::primaryScreen();
+    if (!screen) {
+        return;
+    }
+    const bool compositing = m_services.compositing();
+    auto* view = new PreviewPanelView(gifPath, fileSize, m_panelState, compositing);
+    view->setAttribute(Qt::WA_DeleteOnClose);
+    const QPointer<PreviewPanelController> self(this);
+    view->onUpload = [self, gifPath] {
+        if (self) {
+            self->startUpload(gifPath);
+        }
+    };
+    view->onCopy = [self, gifPath] {
+        if (self) {
+            self->copyGIFToClipboard(gifPath);
+        }
+    };
+    view->onCopyURL = [self] {
+        if (self) {
+            self->copyUploadedURL();
+        }
+    };
+    view->onDelete = [self, gifPath] {
+        if (self) {
+            self->deleteGIF(gifPath);
+        }
+    };
+    view->onOpenInApp = [self, gifPath] {
+        if (self) {
+            self->openInDefaultApp(gifPath);
+        }
+    };
+    view->onClose = [self] {
+        if (self) {
+            self->dismiss();
+        }
+    };
+
+    // Worked out y-up, like every other placement, and converted once.
+    const QRectF primary = screen->geometry();
+    const QRectF visible = fromQtRect(screen->availableGeometry(), primary);
+    const QRectF frame = toQtRect(panelFrame(view->fittingSize(), visible), primary);
+    view->move(frame.topLeft().toPoint());
+    if (compositing) {
+        view->setWindowOpacity(0.0);
+        view->show();
+        auto* fade = new QPropertyAnimation(view, "windowOpacity", view);
+        fade->setDuration(fadeInMs);
+        fade->setEasingCurve(QEasingCurve::OutCubic);
+        fade->setEndValue(1.0);
+        fade->start(QAbstractAnimation::DeleteWhenStopped);
+    } else {
+        view->show();
+    }
+    view->raise();
+    m_panel = view;
+    resetAutoDismissTimer();
+}
+
+void PreviewPanelController::dismiss()
+{
+    if (m_autoDismissTimer) {
+        m_services.scheduler->cancel(*m_autoDismissTimer);
+        m_autoDismissTimer.reset();
+    }
+    if (!m_panel) {
+        return;
+    }
+    const QPointer<PreviewPanelView> closing = m_panel;
+    const QPointer<PreviewPanelController> self(this);
+    const auto finish = [self, closing] {
+        if (self && self->m_panel == closing) {
+            self->m_panel = nullptr;
+        }
+        if (closing) {
+            closing->close();
+        }
+    };
+    if (!m_services.compositing()) {
+        finish();
+        return;
+    }
+    auto* fade = new QPropertyAnimation(closing, "windowOpacity", closing);
+    fade->setDuration(fadeOutMs);
+    fade->setEndValue(0.0);
+    connect(fade, &QPropertyAnimation::finished, this, finish);
+    fade->start(QAbstractAnimation::DeleteWhenStopped);
+}
+
+void PreviewPanelController::resetAutoDismissTimer()
+{
+    if (m_autoDismissTimer) {
+        m_services.scheduler->cancel(*m_autoDismissTimer);
+    }
+    const QPointer<PreviewPanelController> self(this);
+    m_autoDismissTimer = m_services.scheduler->schedule(autoDismissInterval, [self] {
+        if (self) {
+            self->m_autoDismissTimer.reset();
+            self->dismiss();
+        }
+    });
+}
+
+void PreviewPanelController::startUpload(const QString& gifPath)
+{
+    resetAutoDismissTimer();
+    // The outcome belongs to this panel's state and item, whatever is shown by the time it arrives.
+    const std::shared_ptr<PreviewPanelState> state = m_panelState;
+    const std::optional<QUuid> historyItemID = m_currentHistoryItemID;
+    if (!state->isUploading()) {
+        state->setUploading(true);
+    }
+
+    QFile file(gifPath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        finishUpload(state, historyItemID, std::unexpected(Failure{file.errorString()}));
+        return;
+    }
+    const QByteArray data = file.readAll();
+    Uploader& uploader = m_services.hostedUploader ? *m_services.hostedUploader : *m_services.cloudUploader;
+    const QPointer<PreviewPanelController> self(this);
+    uploader.upload(
+        data, QFileInfo(gifPath).fileName(),
+        [state](qint64 sent, qint64 total) {
+            if (state->isUploading()) {
+                state->setProgress(sent, total);
+            }
+        },
+        [self, state, historyItemID](const UploadOutcome& outcome) {
+            if (self) {
+                self->finishUpload(state, historyItemID, outcome);
+            }
+        });
+}
+
+void PreviewPanelController::finishUpload(const std::shared_ptr<PreviewPanelState>& state,
+                                          const std::optional<QUuid>& historyItemID,
+                                          const UploadOutcome& outcome)
+{
+    if (!outcome) {
+        showFeedback(QStringLiteral("Upload failed"));
+        m_services.print(QStringLiteral("Upload error: ") + outcome.error().description);
+        state->setUploading(false);
+        return;
+    }
+    if (historyItemID) {
+        m_services.historyStore.updateUploadURL(*historyItemID, outcome->url);
+    }
+    state->setUploadedURL(outcome->url);
+    m_clipboardManager.copyLink(outcome->url);
+    showFeedback(QStringLiteral("Copied!"));
+    state->setUploading(false);
+}
+
+void PreviewPanelController::copyGIFToClipboard(const QString& gifPath)
+{
+    resetAutoDismissTimer();
+    QFile file(gifPath);
+    if (!file.open(QIODevice::ReadOnly)) {
+        m_services.print(QStringLiteral("Copy error: ") + file.errorString());
+        return;
+    }
+    m_clipboardManager.copyGIF(file.readAll(), gifPath);
+    showFeedback(QStringLiteral("Copied!"));
+}
+
+void PreviewPanelController::copyUploadedURL()
+{
+    const std::optional<QUrl> url = m_panelState->uploadedURL();
+    if (!url) {
+        return;
+    }
+    resetAutoDismissTimer();
+    m_clipboardManager.copyLink(*url);
+    showFeedback(QStringLiteral("Copied!"));
+}
+
+void PreviewPanelController::deleteGIF(const QString& gifPath)
+{
+    bool deleted = false;
+    if (m_currentHistoryItemID) {
+        for (const GifHistoryItem& item : m_services.historyStore.loadItems()) {
+            if (item.id == *m_currentHistoryItemID) {
+                m_services.historyStore.deleteItem(item);
+                deleted = true;
+                break;
+            }
+        }
+    }
+    if (!deleted) {
+        QFile::remove(gifPath);
+    }
+    dismiss();
+}
+
+void PreviewPanelController::openInDefaultApp(const QString& gifPath)
+{
+    m_services.openUrl(QUrl::fromLocalFile(gifPath));
+}
+
+void PreviewPanelController::showFeedback(const QString& message)
+{
+    if (!m_panel) {
+        return;
+    }
+    auto* window = new FeedbackMessageWindow(message, m_services.compositing());
+    window->showCentredOn(m_panel->frameGeometry().center());
+}
+
+} // namespace vantalo

@@ -1,0 +1,90 @@
+#pragma once
+
+#include "ClipboardManager.h"
+#include "PreviewPanelState.h"
+#include "PreviewPanelView.h"
+#include "Uploader.h"
+#include "common/Console.h"
+#include "common/Scheduler.h"
+#include "history/HistoryStore.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QRectF>
+#include <QUuid>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+namespace vantalo {
+
+class GifHistoryStore;
+
+// What the controller works with.
+struct PreviewPanelServices
+{
+    GifHistoryStore& historyStore;
+    // The S3 uploader, and the hosted one when this installation has a service (it then takes
+    // every upload).
+    std::unique_ptr<Uploader> cloudUploader;
+    std::unique_ptr<Uploader> hostedUploader;
+    std::unique_ptr<Scheduler> scheduler = std::make_unique<TimerScheduler>();
+    // Whether translucent windows can fade (a compositing manager runs).
+    std::function<bool()> compositing = [] { return true; };
+    // Opens a file in its default application.
+    std::function<void(const QUrl&)> openUrl;
+    LinePrinter print = stdoutPrinter();
+};
+
+// The floating panel for a finished or chosen GIF, at the bottom-right corner of the primary
+// screen: plays it, and offers upload, copy, delete and open. It closes itself a minute after it
+// was shown or after the last upload or copy.
+class PreviewPanelController : public QObject, public PreviewPresenter
+{
+    Q_OBJECT
+public:
+    static constexpr std::chrono::milliseconds autoDismissInterval{60000};
+    static constexpr int screenInset = 24;
+    static constexpr int fadeInMs = 220;
+    static constexpr int fadeOutMs = 180;
+
+    explicit PreviewPanelController(PreviewPanelServices services, QObject* parent = nullptr);
+    ~PreviewPanelController() override;
+
+    void show(const QString& gifPath, const std::optional<QUuid>& historyItemID) override;
+    void dismiss();
+
+    // The panel's frame, y-up: `inset` points in from the bottom-right of the usable area.
+    static QRectF panelFrame(const QSizeF& size, const QRectF& visibleFrame);
+    // The size badge's text; empty when the file's size cannot be read.
+    static QString fileSizeText(const QString& gifPath);
+
+    PreviewPanelView* panel() const { return m_panel; }
+    const std::shared_ptr<PreviewPanelState>& panelState() const { return m_panelState; }
+    std::optional<QUuid> currentHistoryItemID() const { return m_currentHistoryItemID; }
+    bool hasAutoDismissTimer() const { return m_autoDismissTimer.has_value(); }
+
+    // The panel's actions.
+    void startUpload(const QString& gifPath);
+    void copyGIFToClipboard(const QString& gifPath);
+    void copyUploadedURL();
+    void deleteGIF(const QString& gifPath);
+    void openInDefaultApp(const QString& gifPath);
+
+private:
+    void resetAutoDismissTimer();
+    void showFeedback(const QString& message);
+    void finishUpload(const std::shared_ptr<PreviewPanelState>& state,
+                      const std::optional<QUuid>& historyItemID, const UploadOutcome& outcome);
+
+    PreviewPanelServices m_services;
+    QPointer<PreviewPanelView> m_panel;
+    std::optional<Scheduler::TaskId> m_autoDismissTimer;
+    std::shared_ptr<PreviewPanelState> m_panelState;
+    ClipboardManager m_clipboardManager;
+    std::optional<QUuid> m_currentHistoryItemID;
+};
+
+} // namespace vantalo

@@ -1,0 +1,305 @@
+#include "../fakes/PanelFakes.h"
+#include "common/Formatting.h"
+#include "history/GifHistoryStore.h"
+#include "sharing/PreviewPanelController.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QMimeData>
+#include <QScreen>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace vantalo;
+using namespace vantalo::test;
+using namespace std::chrono_literals;
+
+class PreviewPanelTest : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> m_dir;
+    std::unique_ptr<GifHistoryStore> m_store;
+    std::unique_ptr<PreviewPanelController> m_controller;
+    ManualScheduler* m_clock = nullptr;
+    FakeUploader* m_cloud = nullptr;
+    FakeUploader* m_hosted = nullptr;
+    QStringList m_printed;
+    QList<QUrl> m_opened;
+
+    void makeController(bool withHosted, bool compositing = false)
+    {
+        auto clock = std::make_unique<ManualScheduler>();
+        auto cloud = std::make_unique<FakeUploader>();
+        auto hosted = withHosted ? std::make_unique<FakeUploader>() : nullptr;
+        m_clock = clock.get();
+        m_cloud = cloud.get();
+        m_hosted = hosted.get();
+        m_controller = std::make_unique<PreviewPanelController>(PreviewPanelServices{
+            .historyStore = *m_store,
+            .cloudUploader = std::move(cloud),
+            .hostedUploader = std::move(hosted),
+            .scheduler = std::move(clock),
+            .compositing = [compositing] { return compositing; },
+            .openUrl = [this](const QUrl& url) { m_opened.append(url); },
+            .print = [this](const QString& line) { m_printed.append(line); },
+        });
+    }
+
+    // A GIF kept in the history, as the application shows one after a recording.
+    GifHistoryItem keptGif(QSize size = QSize(1000, 800))
+    {
+        const QString path = writeFile(m_dir->filePath(QStringLiteral("new.gif")), testGif(size));
+        return *m_store->addGif(path);
+    }
+
+    QList<PreviewPanelView*> panelsOnScreen() const
+    {
+        QList<PreviewPanelView*> panels;
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            if (auto* panel = qobject_cast<PreviewPanelView*>(w); panel && panel->isVisible()) {
+                panels.append(panel);
+            }
+        }
+        return panels;
+    }
+
+    QStringList feedbackShown() const
+    {
+        QStringList messages;
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            if (auto* message = qobject_cast<FeedbackMessageWindow*>(w); message && message->isVisible()) {
+                messages.append(message->message());
+            }
+        }
+        return messages;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_dir = std::make_unique<QTemporaryDir>();
+        m_store = std::make_unique<GifHistoryStore>(m_dir->filePath(QStringLiteral("Vantalo")),
+                                                    [](const QString&) {});
+        m_printed.clear();
+        m_opened.clear();
+        QApplication::clipboard()->clear();
+        makeController(false);
+    }
+
+    void cleanup()
+    {
+        m_controller.reset();
+        for (QWidget* w : QApplication::topLevelWidgets()) {
+            delete w;
+        }
+    }
+
+    void panelSitsAtTheBottomRightWithThePictureAndItsSize()
+    {
+        const GifHistoryItem item = keptGif();
+        const QString path = m_store->filePath(item);
+        m_controller->show(path, item.id);
+        PreviewPanelView* panel = m_controller->panel();
+        QVERIFY(panel && panel->isVisible());
+        QVERIFY(panel->windowFlags().testFlag(Qt::WindowDoesNotAcceptFocus));
+        QVERIFY(panel->testAttribute(Qt::WA_ShowWithoutActivating));
+
+        // 1000 × 800 fits into 280 × 220 as 275 × 220; the panel adds the divider and the row.
+        QCOMPARE(panel->preview()->fittedSize(), QSize(275, 220));
+        QCOMPARE(panel->size(), QSize(280, 220 + 1 + 54));
+        const QRect available = QGuiApplication::primaryScreen()->availableGeometry();
+        QCOMPARE(panel->geometry().right() + 1, available.right() + 1 - 24);
+        QCOMPARE(panel->geometry().bottom() + 1, available.bottom() + 1 - 24);
+        QCOMPARE(panel->preview()->badge(), fileSizeLabel(QFileInfo(path).size()));
+        QTRY_VERIFY(panel->preview()->isPlaying());
+        QCOMPARE(panel->closeButton()->geometry(), QRect(280 - 10 - 22, 10, 22, 22));
+
+        // An unreadable file: no picture, no size, and the actions still act on the file.
+        const QString broken = writeFile(m_dir->filePath(QStringLiteral("broken.gif")), "not a gif");
+        m_controller->show(broken, std::nullopt);
+        QVERIFY(m_controller->panel()->preview()->fittedSize().isEmpty());
+        QCOMPARE(m_controller->panel()->preview()->badge(), fileSizeLabel(9));
+        m_controller->show(m_dir->filePath(QStringLiteral("gone.gif")), std::nullopt);
+        QCOMPARE(m_controller->panel()->preview()->badge(), QString());
+        m_controller->copyGIFToClipboard(m_dir->filePath(QStringLiteral("gone.gif")));
+        QCOMPARE(m_printed.size(), 1);
+        QVERIFY(m_printed.first().startsWith(QStringLiteral("Copy error: ")));
+        QVERIFY(feedbackShown().isEmpty());
+    }
+
+    void closesAMinuteAfterTheLastUploadOrCopyButNotAfterOpen()
+    {
+        const GifHistoryItem item = keptGif(QSize(64, 48));
+        const QString path = m_store->filePath(item);
+        m_controller->show(path, item.id);
+        m_clock->advance(50s);
+        m_controller->panel()->copyButton()->click();
+        QCOMPARE(QApplication::clipboard()->mimeData()->data(QStringLiteral("image/gif")),
+                 testGif(QSize(64, 48)));
+        QCOMPARE(feedbackShown(), QStringList{QStringLiteral("Copied!")});
+        m_clock->advance(59s); // 109 s
+        QVERIFY(m_controller->panel());
+        m_clock->advance(1s); // 110 s
+        QVERIFY(!m_controller->panel());
+        QVERIFY(panelsOnScreen().isEmpty());
+        QCOMPARE(m_clock->pending(), 0);
+
+        // Clicking the picture opens the file and leaves the closing time alone.
+        m_controller->show(path, item.id);
+        m_clock->advance(50s);
+        QTest::mouseClick(m_controller->panel()->preview(), Qt::LeftButton);
+        QCOMPARE(m_opened, QList<QUrl>{QUrl::fromLocalFile(path)});
+        m_clock->advance(10s);
+        QVERIFY(!m_controller->panel());
+
+        // Copy URL without a link does nothing, not even keep the panel.
+        m_controller->show(path, item.id);
+        m_clock->advance(50s);
+        m_controller->copyUploadedURL();
+        m_clock->advance(10s);
+        QVERIFY(!m_controller->panel());
+    }
+
+    void twoQuickShowsLeaveOnePanelThatStillCloses()
+    {
+        makeController(false, true); // with a compositor: the panels fade
+        const GifHistoryItem item = keptGif(QSize(64, 48));
+        m_controller->show(m_store->filePath(item), item.id);
+        PreviewPanelView* first = m_controller->panel();
+        m_controller->show(m_store->filePath(item), item.id);
+        QVERIFY(m_controller->panel() != first);
+        QTRY_COMPARE(panelsOnScreen().size(), 1);
+        QCOMPARE(m_controller->panel(), panelsOnScreen().first());
+        QCOMPARE(m_clock->pending(), 1);
+
+        m_controller->panel()->closeButton()->click();
+        QCOMPARE(m_clock->pending(), 0);
+        QTRY_VERIFY(panelsOnScreen().isEmpty());
+        QVERIFY(!m_controller->panel());
+
+        m_controller->show(m_store->filePath(item), item.id);
+        m_controller->show(m_store->filePath(item), item.id);
+        m_clock->advance(60s);
+        QTRY_VERIFY(panelsOnScreen().isEmpty());
+    }
+
+    void uploadGoesReadyUploadingUploadedAndRecordsTheLink()
+    {
+        const GifHistoryItem item = keptGif(QSize(64, 48));
+        const QString path = m_store->filePath(item);
+        m_controller->show(path, item.id);
+        PreviewPanelView* panel = m_controller->panel();
+        QCOMPARE(panel->shownRow(), PreviewPanelState::Row::ready);
+
+        m_clock->advance(30s);
+        panel->uploadButton()->click();
+        QCOMPARE(panel->shownRow(), PreviewPanelState::Row::uploading);
+        QCOMPARE(panel->uploadingText(), QStringLiteral("Uploading\u2026"));
+        QCOMPARE(m_cloud->calls.size(), size_t(1));
+        QCOMPARE(m_cloud->calls[0].filename, item.filename);
+        QCOMPARE(m_cloud->calls[0].data, testGif(QSize(64, 48)));
+        m_cloud->calls[0].progress(42, 100);
+        QCOMPARE(panel->uploadingText(), QStringLiteral("Uploading\u2026 42%"));
+
+        const QUrl link(QStringLiteral("https://cdn.example.com/gifs/") + item.filename);
+        m_cloud->calls[0].done(UploadResult{link, 100});
+        QCOMPARE(panel->shownRow(), PreviewPanelState::Row::uploaded);
+        QCOMPARE(panel->uploadButton()->text(), QStringLiteral("Copy URL"));
+        QCOMPARE(panel->uploadButton()->tint(), QColor::fromRgbF(0.3f, 0.9f, 0.45f));
+        QCOMPARE(m_store->loadItems().first().uploadURL, std::optional(link));
+        const QMimeData* clip = QApplication::clipboard()->mimeData();
+        QCOMPARE(clip->text(), link.toString());
+        QVERIFY(!clip->hasFormat(QStringLiteral("image/gif")));
+        QCOMPARE(feedbackShown(), QStringList{QStringLiteral("Copied!")});
+
+        // The upload moved the closing to 90 s; Copy URL at 80 s moves it to 140 s.
+        m_clock->advance(50s);
+        QApplication::clipboard()->clear();
+        panel->uploadButton()->click();
+        QCOMPARE(QApplication::clipboard()->text(), link.toString());
+        m_clock->advance(59s);
+        QVERIFY(m_controller->panel());
+        m_clock->advance(1s);
+        QVERIFY(!m_controller->panel());
+
+        // A panel always opens in the not-uploaded state, even for an uploaded item.
+        m_controller->show(path, item.id);
+        QCOMPARE(m_controller->panel()->shownRow(), PreviewPanelState::Row::ready);
+    }
+
+    void failedUploadSaysSoAndGoesBackToReady()
+    {
+        const GifHistoryItem item = keptGif(QSize(64, 48));
+        m_controller->show(m_store->filePath(item), item.id);
+        m_controller->panel()->uploadButton()->click();
+        m_cloud->calls[0].done(std::unexpected(Failure{QStringLiteral("Upload failed: HTTP 403")}));
+        QCOMPARE(m_controller->panel()->shownRow(), PreviewPanelState::Row::ready);
+        QCOMPARE(feedbackShown(), QStringList{QStringLiteral("Upload failed")});
+        QCOMPARE(m_printed, QStringList{QStringLiteral("Upload error: Upload failed: HTTP 403")});
+        QVERIFY(!m_store->loadItems().first().uploadURL);
+
+        // A file that cannot be read fails the same way without reaching the uploader.
+        const QString gone = m_dir->filePath(QStringLiteral("gone.gif"));
+        m_controller->show(gone, std::nullopt);
+        m_controller->panel()->uploadButton()->click();
+        QCOMPARE(m_cloud->calls.size(), size_t(1));
+        QCOMPARE(m_controller->panel()->shownRow(), PreviewPanelState::Row::ready);
+        QVERIFY(m_printed.last().startsWith(QStringLiteral("Upload error: ")));
+    }
+
+    void uploadOutlivesItsPanelAndTheHostedServiceTakesEveryUpload()
+    {
+        makeController(true);
+        const GifHistoryItem item = keptGif(QSize(64, 48));
+        const QString loose = writeFile(m_dir->filePath(QStringLiteral("loose.gif")), testGif(QSize(8, 8)));
+        m_controller->show(loose, std::nullopt);
+        const std::shared_ptr<PreviewPanelState> looseState = m_controller->panelState();
+        m_controller->panel()->uploadButton()->click();
+        QVERIFY(m_cloud->calls.empty());
+        QCOMPARE(m_hosted->calls.size(), size_t(1));
+
+        // Another GIF is shown before the answer arrives: the answer still belongs to the first.
+        m_controller->show(m_store->filePath(item), item.id);
+        const QUrl link(QStringLiteral("https://cdn.example.com/abc.gif"));
+        m_hosted->calls[0].done(UploadResult{link, 10});
+        QCOMPARE(looseState->uploadedURL(), std::optional(link));
+        QCOMPARE(m_controller->panel()->shownRow(), PreviewPanelState::Row::ready);
+        QCOMPARE(QApplication::clipboard()->text(), link.toString());
+        QVERIFY(!m_store->loadItems().first().uploadURL); // the loose GIF has no history entry
+    }
+
+    void deleteRemovesTheFileAndItsEntryWithoutAsking()
+    {
+        const GifHistoryItem item = keptGif(QSize(64, 48));
+        const QString path = m_store->filePath(item);
+        m_controller->show(path, item.id);
+        m_controller->panel()->deleteButton()->click();
+        QVERIFY(!QFile::exists(path));
+        QVERIFY(m_store->loadItems().isEmpty());
+        QVERIFY(!m_controller->panel());
+
+        // Without a history id only the file goes; other entries stay.
+        const GifHistoryItem other = keptGif(QSize(8, 8));
+        const QString loose = writeFile(m_dir->filePath(QStringLiteral("loose.gif")), testGif(QSize(8, 8)));
+        m_controller->show(loose, std::nullopt);
+        m_controller->panel()->deleteButton()->click();
+        QVERIFY(!QFile::exists(loose));
+        QCOMPARE(m_store->loadItems().size(), 1);
+        QVERIFY(QFile::exists(m_store->filePath(other)));
+    }
+
+    void feedbackIsAtLeastEightyWideAndCentredOnThePoint()
+    {
+        FeedbackMessageWindow shortMessage(QStringLiteral("!"), false);
+        QCOMPARE(shortMessage.width(), 80);
+        shortMessage.showCentredOn(QPoint(400, 300));
+        QCOMPARE(shortMessage.geometry().center(), QPoint(399, 299));
+        FeedbackMessageWindow longMessage(QStringLiteral("A much longer message than usual"), false);
+        QVERIFY(longMessage.width() > 80);
+        QCOMPARE(longMessage.height(), 32);
+    }
+};
+
+QTEST_MAIN(PreviewPanelTest)
+#include "tst_previewpanel.moc"
