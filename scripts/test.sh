@@ -6,6 +6,13 @@ cd "$(dirname "$0")/.."
 
 bash scripts/check-format.sh
 
+# The uploads are tested against a real S3-compatible server that checks SigV4 signatures.
+tools="$PWD/build-tools/s3rver"
+if [ ! -f "$tools/node_modules/@20minutes/s3rver/lib/cli.js" ]; then
+  npm install --prefix "$tools" --no-audit --no-fund --silent @20minutes/s3rver@5.0.0
+fi
+export VANTALO_S3RVER="$tools/node_modules/@20minutes/s3rver"
+
 run_suite() {
   local dir=$1
   shift

@@ -28,21 +28,32 @@ void sendHttp(QNetworkAccessManager& network, const HttpRequest& request, const 
     }
     QNetworkReply* reply = network.sendCustomRequest(networkRequest, request.method, request.body);
     if (progress) {
+        // Qt closes an upload with a (0, 0) report; only reports with a known size mean anything.
         QObject::connect(reply, &QNetworkReply::uploadProgress, reply, [progress](qint64 sent, qint64 total) {
-            progress(sent, std::max<qint64>(total, 0));
+            if (total > 0) {
+                progress(sent, total);
+            }
         });
     }
-    QObject::connect(reply, &QNetworkReply::finished, reply, [reply, done = std::move(done)] {
-        reply->deleteLater();
-        const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-        if (status.isValid()) {
-            done(HttpAnswer{status.toInt(), reply->readAll()});
-        } else if (reply->error() != QNetworkReply::NoError) {
-            done(std::unexpected(Failure{reply->errorString()}));
-        } else {
-            done(HttpAnswer{-1, reply->readAll()});
-        }
-    });
+    QObject::connect(
+        reply, &QNetworkReply::finished, reply, [reply, url = request.url, done = std::move(done)] {
+            reply->deleteLater();
+            const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+            if (status.isValid()) {
+                done(HttpAnswer{status.toInt(), reply->readAll()});
+            } else if (reply->error() != QNetworkReply::NoError) {
+                // A pre-signed URL carries its signature in the query: keep it out of every message.
+                QString message = reply->errorString();
+                const QString bare = url.toString(QUrl::RemoveQuery | QUrl::RemoveUserInfo);
+                for (const QString& spelled :
+                     {url.toString(), url.toDisplayString(), QString::fromUtf8(url.toEncoded())}) {
+                    message.replace(spelled, bare);
+                }
+                done(std::unexpected(Failure{message}));
+            } else {
+                done(HttpAnswer{-1, reply->readAll()});
+            }
+        });
 }
 
 } // namespace vantalo

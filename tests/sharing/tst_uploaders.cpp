@@ -1,0 +1,333 @@
+#include "../fakes/HttpFixture.h"
+#include "sharing/CloudUploader.h"
+#include "sharing/HostedUploader.h"
+
+#include <QDir>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QTimer>
+
+using namespace vantalo;
+using namespace vantalo::test;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct Awaited
+{
+    UploadOutcome outcome = std::unexpected(Failure{QStringLiteral("no answer")});
+    qint64 progressTotal = -1;
+};
+
+Awaited await(Uploader& uploader, const QByteArray& data,
+              const QString& filename = QStringLiteral("clip.gif"))
+{
+    Awaited result;
+    QEventLoop loop;
+    bool finished = false;
+    uploader.upload(
+        data, filename, [&result](qint64, qint64 total) { result.progressTotal = total; },
+        [&](const UploadOutcome& outcome) {
+            result.outcome = outcome;
+            finished = true;
+            loop.quit();
+        });
+    if (!finished) {
+        QTimer::singleShot(20s, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    return result;
+}
+
+QString errorOf(const Awaited& awaited)
+{
+    return awaited.outcome ? QStringLiteral("(succeeded)") : awaited.outcome.error().description;
+}
+
+CloudUploader::Config s3Config(const QString& endpoint, const QString& secret = QStringLiteral("S3RVER"))
+{
+    return {QStringLiteral("vantalo-test"),
+            QStringLiteral("us-east-1"),
+            QStringLiteral("cdn.example.com"),
+            QStringLiteral("S3RVER"),
+            secret,
+            endpoint};
+}
+
+QByteArray gifBytes(int size)
+{
+    QByteArray data("GIF89a");
+    while (data.size() < size) {
+        data.append(char(data.size() * 7));
+    }
+    return data.left(size);
+}
+
+} // namespace
+
+class UploadersTest : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_s3Data;
+    QProcess m_s3rver;
+    QString m_s3Endpoint;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        // A real S3-compatible server that checks SigV4 signatures, installed by the test command.
+        const QString package = qEnvironmentVariable("VANTALO_S3RVER");
+        if (package.isEmpty()) {
+            return;
+        }
+        m_s3rver.setProgram(QStringLiteral("node"));
+        m_s3rver.setArguments({QStringLiteral("-e"),
+                               QStringLiteral("require(process.env.VANTALO_S3RVER + '/lib/cli.js')"
+                                              ".parseAsync(process.argv).catch(e => { console.error(e); "
+                                              "process.exit(1) })"),
+                               QStringLiteral("s3rver"), QStringLiteral("-d"), m_s3Data.path(),
+                               QStringLiteral("-a"), QStringLiteral("127.0.0.1"), QStringLiteral("-p"),
+                               QStringLiteral("0"), QStringLiteral("--configure-bucket"),
+                               QStringLiteral("vantalo-test")});
+        m_s3rver.start();
+        QVERIFY(m_s3rver.waitForStarted());
+        const QRegularExpression listening(QStringLiteral("listening on 127\\.0\\.0\\.1:(\\d+)"));
+        QByteArray output;
+        QTRY_VERIFY_WITH_TIMEOUT(
+            (output += m_s3rver.readAllStandardOutput(), listening.match(output).hasMatch()), 20000);
+        m_s3Endpoint = QStringLiteral("http://127.0.0.1:") + listening.match(output).captured(1);
+    }
+
+    void cleanupTestCase()
+    {
+        if (m_s3rver.state() != QProcess::NotRunning) {
+            m_s3rver.terminate();
+            m_s3rver.waitForFinished(5000);
+        }
+    }
+
+    void s3UploadStoresTheObjectAndAnswersWithTheCdnLink()
+    {
+        if (m_s3Endpoint.isEmpty()) {
+            QSKIP("VANTALO_S3RVER is not set (make test installs the S3-compatible server)");
+        }
+        CloudUploader uploader(s3Config(m_s3Endpoint));
+        const QByteArray data = gifBytes(300 * 1000);
+        const Awaited stored = await(uploader, data, QStringLiteral("vantalo_A b+c.gif"));
+        QVERIFY2(stored.outcome, qPrintable(errorOf(stored)));
+        QCOMPARE(stored.outcome->url,
+                 QUrl(QStringLiteral("https://cdn.example.com/gifs/vantalo_A%20b%2Bc.gif")));
+        QCOMPARE(stored.outcome->size, data.size());
+        QCOMPARE(stored.progressTotal, data.size());
+
+        QNetworkAccessManager network;
+        QNetworkReply* reply = network.get(
+            QNetworkRequest(QUrl(m_s3Endpoint + QStringLiteral("/vantalo-test/gifs/vantalo_A%20b%2Bc.gif"))));
+        QTRY_VERIFY(reply->isFinished());
+        QCOMPARE(reply->readAll(), data);
+        reply->deleteLater();
+
+        const Awaited empty = await(uploader, QByteArray(), QStringLiteral("empty.gif"));
+        QVERIFY2(empty.outcome, qPrintable(errorOf(empty)));
+        QCOMPARE(empty.outcome->size, 0);
+
+        // The server checks the signature: a wrong secret is refused.
+        CloudUploader wrong(s3Config(m_s3Endpoint, QStringLiteral("not-the-secret")));
+        QCOMPARE(errorOf(await(wrong, data)), QStringLiteral("Upload failed: HTTP 403"));
+    }
+
+    void s3RefusesBeforeSendingWhenItCannot()
+    {
+        HttpFixture server;
+        CloudUploader noSecret(s3Config(server.url(), QString()));
+        QCOMPARE(
+            errorOf(await(noSecret, "GIF")),
+            QStringLiteral("Cloud upload not configured \u2014 add your AWS credentials in Preferences"));
+        CloudUploader plainHttp(s3Config(QStringLiteral("http://storage.example.com")));
+        QVERIFY(
+            errorOf(await(plainHttp, "GIF")).startsWith(QStringLiteral("Upload failed: the S3 endpoint")));
+        QVERIFY(server.requests.isEmpty());
+    }
+
+    void s3StatusDecidesTheOutcome_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("error");
+        QTest::newRow("200") << 200 << QString();
+        QTest::newRow("299") << 299 << QString();
+        QTest::newRow("199") << 199 << QStringLiteral("Upload failed: HTTP 199");
+        QTest::newRow("300") << 300 << QStringLiteral("Upload failed: HTTP 300");
+        QTest::newRow("500") << 500 << QStringLiteral("Upload failed: HTTP 500");
+    }
+    void s3StatusDecidesTheOutcome()
+    {
+        QFETCH(int, status);
+        QFETCH(QString, error);
+        HttpFixture server;
+        server.handler = [status](const HttpFixture::Request&) { return HttpFixture::Response{status, {}}; };
+        CloudUploader uploader(s3Config(server.url()));
+        const Awaited awaited = await(uploader, "GIF89a");
+        QCOMPARE(awaited.outcome.has_value(), error.isEmpty());
+        if (!error.isEmpty()) {
+            QCOMPARE(errorOf(awaited), error);
+        }
+        QCOMPARE(server.requests.size(), 1);
+        const HttpFixture::Request& put = server.requests.first();
+        QCOMPARE(put.method, QByteArray("PUT"));
+        QCOMPARE(put.target, QByteArray("/vantalo-test/gifs/clip.gif"));
+        QCOMPARE(put.header("Content-Type"), QByteArray("image/gif"));
+        QVERIFY(put.header("Authorization").startsWith("AWS4-HMAC-SHA256 Credential=S3RVER/"));
+    }
+
+    void hostedEndpointComesFromTheFirstSourceThatHasOne_data()
+    {
+        using Text = std::optional<QString>;
+        QTest::addColumn<Text>("explicitEndpoint");
+        QTest::addColumn<Text>("buildTime");
+        QTest::addColumn<Text>("environment");
+        QTest::addColumn<QString>("expected");
+        const Text none;
+        const Text a = QStringLiteral("https://a.example/init");
+        const Text b = QStringLiteral("https://b.example/init");
+        QTest::newRow("build time wins") << none << a << b << *a;
+        QTest::newRow("environment") << none << none << b << *b;
+        QTest::newRow("explicit") << b << a << none << *b;
+        QTest::newRow("empty build time stops the search") << none << Text(QString()) << b << QString();
+        QTest::newRow("neither") << none << none << none << QString();
+        QTest::newRow("unparsable") << none << Text(QStringLiteral("http://[::1")) << none << QString();
+    }
+    void hostedEndpointComesFromTheFirstSourceThatHasOne()
+    {
+        using Text = std::optional<QString>;
+        QFETCH(Text, explicitEndpoint);
+        QFETCH(Text, buildTime);
+        QFETCH(Text, environment);
+        QFETCH(QString, expected);
+        const std::optional<QUrl> endpoint =
+            HostedUploader::resolveEndpoint(explicitEndpoint, buildTime, environment);
+        QCOMPARE(endpoint ? endpoint->toString() : QString(), expected);
+    }
+
+    void hostedUploadAsksThenPuts()
+    {
+        HttpFixture service;
+        HttpFixture storage;
+        const QString cdn = QStringLiteral("https://cdn.example.com/u/abc.gif");
+        service.handler = [&](const HttpFixture::Request&) {
+            return HttpFixture::Response{200, "{\"upload_url\":\"" +
+                                                  storage.url("/put?X-Amz-Signature=s3cr3t").toUtf8() +
+                                                  "\",\"cdn_url\":\"" + cdn.toUtf8() + "\",\"extra\":1}"};
+        };
+        storage.handler = [](const HttpFixture::Request&) { return HttpFixture::Response{204, {}}; };
+        HostedUploader uploader(QUrl(service.url(QStringLiteral("/v1/init"))));
+        const QByteArray data = gifBytes(1024);
+        const Awaited awaited = await(uploader, data);
+        QVERIFY2(awaited.outcome, qPrintable(errorOf(awaited)));
+        QCOMPARE(awaited.outcome->url, QUrl(cdn));
+        QCOMPARE(awaited.outcome->size, 1024);
+
+        const HttpFixture::Request& init = service.requests.first();
+        QCOMPARE(init.method, QByteArray("POST"));
+        QCOMPARE(init.target, QByteArray("/v1/init"));
+        QCOMPARE(init.header("Content-Type"), QByteArray("application/json"));
+        QCOMPARE(init.body, QByteArray("{\"content_type\":\"image/gif\",\"size\":1024}"));
+        QVERIFY(init.header("Authorization").isEmpty());
+        const HttpFixture::Request& put = storage.requests.first();
+        QCOMPARE(put.method, QByteArray("PUT"));
+        QCOMPARE(put.target, QByteArray("/put?X-Amz-Signature=s3cr3t"));
+        QCOMPARE(put.header("Content-Type"), QByteArray("image/gif"));
+        QCOMPARE(put.header("Content-Length"), QByteArray("1024"));
+        QCOMPARE(put.body, data);
+    }
+
+    void hostedFailuresSayWhatWentWrong_data()
+    {
+        QTest::addColumn<int>("initStatus");
+        QTest::addColumn<QByteArray>("initBody");
+        QTest::addColumn<int>("putStatus"); // 0: no PUT may be made
+        QTest::addColumn<QString>("error");
+        const QByteArray good = "{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"https://cdn.example.com/a.gif\"}";
+        QTest::newRow("201 is not 200")
+            << 201 << good << 0 << QStringLiteral("Upload failed: Server returned HTTP 201");
+        QTest::newRow("403 with a reason") << 403 << QByteArray("{\"error\":\"Daily limit reached\"}") << 0
+                                           << QStringLiteral("Upload failed: Daily limit reached");
+        QTest::newRow("403 without") << 403 << QByteArray() << 0
+                                     << QStringLiteral("Upload failed: Server returned HTTP 403");
+        QTest::newRow("empty upload URL")
+            << 200 << QByteArray("{\"upload_url\":\"\",\"cdn_url\":\"https://c/a.gif\"}") << 0
+            << QStringLiteral("Upload failed: Server returned an invalid upload URL");
+        QTest::newRow("file: upload URL")
+            << 200
+            << QByteArray("{\"upload_url\":\"file:///tmp/vantalo-pwned\",\"cdn_url\":\"https://c/a.gif\"}")
+            << 0 << QStringLiteral("Upload failed: Server returned an invalid upload URL");
+        QTest::newRow("ftp: CDN URL")
+            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"ftp://c/a.gif\"}") << 0
+            << QStringLiteral("Upload failed: Server returned an invalid CDN URL");
+        QTest::newRow("unparsable CDN URL")
+            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"http://[::1\"}") << 200
+            << QStringLiteral("Upload failed: Server returned an invalid CDN URL");
+        QTest::newRow("PUT refused") << 200 << good << 403
+                                     << QStringLiteral("Upload failed: S3 upload failed with HTTP 403");
+        QTest::newRow("not JSON") << 200 << QByteArray("<html>") << 0 << QStringLiteral("*not valid JSON*");
+        QTest::newRow("member missing")
+            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\"}") << 0 << QStringLiteral("*\"cdn_url\"*");
+    }
+    void hostedFailuresSayWhatWentWrong()
+    {
+        QFETCH(int, initStatus);
+        QFETCH(QByteArray, initBody);
+        QFETCH(int, putStatus);
+        QFETCH(QString, error);
+        HttpFixture service;
+        HttpFixture storage;
+        initBody.replace("UPLOAD", storage.url(QStringLiteral("/put")).toUtf8());
+        service.handler = [&](const HttpFixture::Request&) {
+            return HttpFixture::Response{initStatus, initBody};
+        };
+        storage.handler = [&](const HttpFixture::Request&) { return HttpFixture::Response{putStatus, {}}; };
+        HostedUploader uploader(QUrl(service.url()));
+        const QString got = errorOf(await(uploader, "GIF89a"));
+        if (error.startsWith('*')) {
+            QVERIFY2(got.contains(error.mid(1, error.size() - 2)), qPrintable(got));
+        } else {
+            QCOMPARE(got, error);
+        }
+        QCOMPARE(storage.requests.size(), putStatus == 0 ? 0 : 1);
+        QVERIFY(!QFile::exists(QStringLiteral("/tmp/vantalo-pwned")));
+    }
+
+    void hostedStallsEndAtEachTimeout()
+    {
+        HttpFixture service;
+        HttpFixture storage;
+        service.handler = [](const HttpFixture::Request&) { return std::nullopt; };
+        HostedUploader::Timeouts shortened{300ms, 300ms};
+        HostedUploader stalledInit(QUrl(service.url()), shortened);
+        QVERIFY(!await(stalledInit, "GIF89a").outcome);
+        QVERIFY(storage.requests.isEmpty());
+
+        service.handler = [&](const HttpFixture::Request&) {
+            return HttpFixture::Response{
+                200, "{\"upload_url\":\"" +
+                         storage.url(QStringLiteral("/put?X-Amz-Signature=s3cr3t")).toUtf8() +
+                         "\",\"cdn_url\":\"https://c/a.gif\"}"};
+        };
+        storage.handler = [](const HttpFixture::Request&) { return std::nullopt; };
+        HostedUploader stalledPut(QUrl(service.url()), shortened);
+        QElapsedTimer clock;
+        clock.start();
+        const Awaited awaited = await(stalledPut, "GIF89a");
+        QVERIFY(!awaited.outcome);
+        QVERIFY2(!errorOf(awaited).contains(QStringLiteral("s3cr3t")), qPrintable(errorOf(awaited)));
+        QVERIFY(clock.elapsed() < 10000);
+        QCOMPARE(storage.requests.size(), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(UploadersTest)
+#include "tst_uploaders.moc"
