@@ -1,0 +1,11 @@
+#!/usr/bin/env bash
+# make bench-history: the history window opened on 10, 100 and 1,000 GIFs, against the naive
+# window (a QLabel playing a QMovie per GIF), each in its own process under its own Xvfb.
+set -euo pipefail
+build=$1
+binary="$build/bench/vantalo-bench-history"
+run() { xvfb-run -a -s "-screen 0 1920x1080x24 -nolisten tcp" "$binary" "$@"; }
+for n in 10 100 1000; do
+  run --items "$n"
+  run --items "$n" --peer
+done
