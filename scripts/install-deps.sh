@@ -10,8 +10,13 @@ packages=(
   libimagequant-dev
   xvfb xauth x11-utils x11-xserver-utils trayer xdotool xclip xcompmgr imagemagick gifsicle
   dbus dbus-x11 gnome-keyring libsecret-1-0 libsecret-tools python3 python3-gi python3-dbus python3-botocore
-  fonts-dejavu-core
+  fonts-dejavu-core dpkg-dev desktop-file-utils appstream
 )
+
+# Node.js runs the S3-compatible server of the upload tests; machines often have their own.
+if ! command -v npm >/dev/null; then
+  packages+=(nodejs npm)
+fi
 
 missing=()
 for p in "${packages[@]}"; do

@@ -57,24 +57,28 @@ QIcon statusIcon(StatusIconLook look)
     return icon;
 }
 
+QImage renderApplicationIcon(int sizePx)
+{
+    QImage image(sizePx, sizePx, QImage::Format_ARGB32_Premultiplied);
+    image.fill(Qt::transparent);
+    QPainter p(&image);
+    p.setRenderHint(QPainter::Antialiasing);
+    const qreal s = sizePx;
+    p.setPen(Qt::NoPen);
+    p.setBrush(QColor(28, 28, 30));
+    p.drawRoundedRect(QRectF(s * 0.04, s * 0.04, s * 0.92, s * 0.92), s * 0.22, s * 0.22);
+    p.setBrush(kRecordRed);
+    p.drawEllipse(QPointF(s / 2, s / 2), s * 0.27, s * 0.27);
+    p.setBrush(Qt::white);
+    p.drawEllipse(QPointF(s / 2, s / 2), s * 0.11, s * 0.11);
+    return image;
+}
+
 QIcon applicationIcon()
 {
     QIcon icon;
     for (int size : {32, 64, 128, 256}) {
-        QImage image(size, size, QImage::Format_ARGB32_Premultiplied);
-        image.fill(Qt::transparent);
-        QPainter p(&image);
-        p.setRenderHint(QPainter::Antialiasing);
-        const qreal s = size;
-        p.setPen(Qt::NoPen);
-        p.setBrush(QColor(28, 28, 30));
-        p.drawRoundedRect(QRectF(s * 0.04, s * 0.04, s * 0.92, s * 0.92), s * 0.22, s * 0.22);
-        p.setBrush(kRecordRed);
-        p.drawEllipse(QPointF(s / 2, s / 2), s * 0.27, s * 0.27);
-        p.setBrush(Qt::white);
-        p.drawEllipse(QPointF(s / 2, s / 2), s * 0.11, s * 0.11);
-        p.end();
-        icon.addPixmap(QPixmap::fromImage(image));
+        icon.addPixmap(QPixmap::fromImage(renderApplicationIcon(size)));
     }
     return icon;
 }

@@ -15,7 +15,8 @@ enum class StatusIconLook
 QIcon statusIcon(StatusIconLook look);
 QImage renderStatusIcon(StatusIconLook look, int sizePx);
 
-// Vantalo's application icon (About box, windows).
+// Vantalo's application icon (About box, windows, the desktop's launchers).
 QIcon applicationIcon();
+QImage renderApplicationIcon(int sizePx);
 
 } // namespace vantalo
