@@ -44,6 +44,8 @@ QFont timeFont()
 RecordingToolbarPanel::RecordingToolbarPanel(RecordingToolbarState& state, bool compositing)
     : QWidget(nullptr, floatingFlags()), m_state(&state), m_compositing(compositing)
 {
+    // Named for window lists, screen readers and scripted runs.
+    setWindowTitle(QStringLiteral("Vantalo Recording Toolbar"));
     setAttribute(Qt::WA_ShowWithoutActivating);
     setAttribute(Qt::WA_DeleteOnClose);
     setMouseTracking(true);

@@ -353,7 +353,7 @@ PreviewPanelView::PreviewPanelView(const QString& gifPath, const QString& fileSi
     : m_state(std::move(state)), m_compositing(compositing)
 {
     makeFloatingPanel(this, false);
-    setWindowTitle(QStringLiteral("Vantalo"));
+    setWindowTitle(QStringLiteral("Vantalo Preview"));
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);

@@ -1,0 +1,321 @@
+#!/usr/bin/python3
+"""One recording from end to end, played as a user plays it, on the X display in $DISPLAY.
+
+Starts a tray host, an animated test window and Vantalo; presses the shortcut, drags a region over
+the window, presses Start, records for three seconds, stops with the shortcut; then checks the GIF
+(an independent decoder), the preview panel, Copy, Upload (with --upload: against a local
+S3-compatible server), the history window and Delete. A screenshot is kept at every step.
+
+With --demo nothing is deleted and the run ends by printing where the GIF and the screenshots are.
+"""
+import argparse
+import json
+import os
+import re
+import shutil
+import signal
+import subprocess
+import sys
+import tempfile
+import time
+import urllib.request
+from pathlib import Path
+
+from PIL import Image, ImageDraw, ImageSequence
+
+SCREEN = (1920, 1080)
+REGION = (320, 220, 400, 300)  # x, y, width, height of the dragged rectangle
+WINDOW_AT = (300, 200)  # where the animated window sits
+BUCKET = "e2e-bucket"
+CDN = "cdn.e2e.test"
+
+
+class Flow:
+    def __init__(self, args):
+        self.args = args
+        self.artifacts = Path(args.artifacts)
+        self.artifacts.mkdir(parents=True, exist_ok=True)
+        self.scratch = Path(tempfile.mkdtemp(prefix="vantalo-flow-"))
+        self.processes = []
+        self.step = 0
+        self.home = Path(os.environ["HOME"])
+        self.data = Path(os.environ.get("XDG_DATA_HOME", self.home / ".local/share")) / "Vantalo"
+        self.config = Path(os.environ.get("XDG_CONFIG_HOME", self.home / ".config")) / "Vantalo"
+        self.s3_endpoint = None
+        self.s3_data = self.scratch / "s3"
+
+    # ---- helpers
+
+    def start(self, argv, log=None, env=None):
+        out = open(self.artifacts / log, "wb") if log else subprocess.DEVNULL
+        process = subprocess.Popen(argv, stdout=out, stderr=subprocess.STDOUT, env=env)
+        self.processes.append(process)
+        return process
+
+    def shot(self, name):
+        self.step += 1
+        path = self.artifacts / f"{self.step:02d}-{name}.png"
+        subprocess.run(["import", "-window", "root", str(path)], check=True)
+        return path
+
+    @staticmethod
+    def xdotool(*argv):
+        return subprocess.run(["xdotool", *map(str, argv)], check=True, capture_output=True, text=True).stdout
+
+    @staticmethod
+    def wait_for(what, predicate, seconds=15.0):
+        deadline = time.monotonic() + seconds
+        while time.monotonic() < deadline:
+            value = predicate()
+            if value:
+                return value
+            time.sleep(0.05)
+        raise AssertionError(f"timed out waiting for {what}")
+
+    def window(self, title):
+        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{re.escape(title)}$"],
+                               capture_output=True, text=True).stdout.split()
+        if not found:
+            return None
+        shell = self.xdotool("getwindowgeometry", "--shell", found[-1])
+        values = dict(line.split("=", 1) for line in shell.split())
+        return int(values["X"]), int(values["Y"]), int(values["WIDTH"]), int(values["HEIGHT"])
+
+    def click(self, x, y, button=1):
+        self.xdotool("mousemove", x, y)
+        time.sleep(0.15)
+        self.xdotool("click", button)
+
+    def history(self):
+        try:
+            return json.loads((self.data / "history.json").read_text())
+        except (FileNotFoundError, json.JSONDecodeError):
+            return []
+
+    def clipboard(self, target):
+        result = subprocess.run(["xclip", "-selection", "clipboard", "-t", target, "-o"], capture_output=True)
+        return result.stdout if result.returncode == 0 else None
+
+    def log(self, text):
+        print(text, flush=True)
+
+    # ---- the scene
+
+    def animated_window(self):
+        """A 440 × 340 window with a moving square and a counter, played by ImageMagick's animate."""
+        frames = []
+        for i in range(30):
+            frame = Image.new("RGB", (440, 340), (32, 56, 92))
+            draw = ImageDraw.Draw(frame)
+            x = 20 + i * 12
+            draw.rectangle([x, 120, x + 60, 180], fill=(255, 196, 0))
+            draw.rectangle([20, 20, 20 + i * 13, 44], fill=(80, 200, 120))
+            draw.text((20, 290), f"frame {i:02d}", fill=(255, 255, 255))
+            frames.append(frame)
+        path = self.scratch / "scene.gif"
+        frames[0].save(path, save_all=True, append_images=frames[1:], duration=70, loop=0)
+        self.start(["animate", "-geometry", f"+{WINDOW_AT[0]}+{WINDOW_AT[1]}", str(path)])
+        self.wait_for("the animated window", lambda: subprocess.run(
+            ["xdotool", "search", "--onlyvisible", "--class", "animate"], capture_output=True).returncode == 0)
+
+    def s3_server(self):
+        package = os.environ.get("VANTALO_S3RVER")
+        if not package:
+            raise SystemExit("--upload needs VANTALO_S3RVER (the @20minutes/s3rver package directory)")
+        script = ("require(process.env.VANTALO_S3RVER + '/lib/cli.js').parseAsync(process.argv)"
+                  ".catch(e => { console.error(e); process.exit(1) })")
+        process = subprocess.Popen(["node", "-e", script, "s3rver", "-d", str(self.s3_data), "-a", "127.0.0.1",
+                                    "-p", "0", "--configure-bucket", BUCKET],
+                                   stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
+        self.processes.append(process)
+        for line in process.stdout:
+            match = re.search(r"listening on 127\.0\.0\.1:(\d+)", line)
+            if match:
+                self.s3_endpoint = f"http://127.0.0.1:{match.group(1)}"
+                break
+        if not self.s3_endpoint:
+            raise AssertionError("the S3-compatible server did not start")
+
+    def configure_uploads(self):
+        """Settings in the settings file, the key pair in the keyring, as Preferences would store them."""
+        self.config.mkdir(parents=True, exist_ok=True)
+        (self.config / "Vantalo.conf").write_text(
+            f"[General]\ns3BucketName={BUCKET}\ns3Region=us-east-1\ncdnDomain={CDN}\ns3Endpoint={self.s3_endpoint}\n")
+        for key in ("aws-access-key-id", "aws-secret-access-key"):
+            subprocess.run(["secret-tool", "store", f"--label=com.vantalo.app/{key}", "user", key,
+                            "server", "com.vantalo.app", "type", "plaintext"],
+                           input=b"S3RVER", check=True)
+
+    # ---- the flow
+
+    def run(self):
+        self.start(["trayer", "--edge", "top", "--align", "right", "--widthtype", "request", "--height", "28"])
+        if self.args.compositor:
+            self.start(["xcompmgr"])
+        if self.args.upload:
+            self.s3_server()
+            self.configure_uploads()
+        self.animated_window()
+
+        env = dict(os.environ, QT_LOGGING_RULES="vantalo.*.debug=true")
+        self.app = self.start([self.args.binary], log="vantalo.log", env=env)
+        self.wait_for("Vantalo to start", lambda: "launched" in self.app_log())
+        time.sleep(2.5)  # the tray docks the icon
+        self.shot("started")
+
+        kept_before = {item["id"] for item in self.history()}
+        self.xdotool("key", "ctrl+g")
+        self.wait_for("the selection overlay", lambda: "-> selecting" in self.app_log())
+        time.sleep(0.5)
+        self.shot("selecting")
+        x, y, w, h = REGION
+        self.xdotool("mousemove", x, y)
+        self.xdotool("mousedown", 1)
+        for step in range(1, 11):
+            self.xdotool("mousemove", x + w * step // 10, y + h * step // 10)
+            time.sleep(0.03)
+        self.xdotool("mouseup", 1)
+        toolbar = self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
+        self.shot("adjusting")
+        tx, ty, tw, th = toolbar
+        self.click(tx + tw // 2, ty + th // 2)
+        self.wait_for("the recording to start", lambda: "-> recording" in self.app_log(), seconds=5)
+        started = time.monotonic()
+        self.xdotool("mousemove", x + w + 200, y + h + 100)  # out of the picture
+        time.sleep(1.0)
+        self.shot("recording")
+        time.sleep(max(0.0, started + 2.95 - time.monotonic()))  # the stop key lands ~50 ms later
+        self.xdotool("key", "ctrl+g")
+
+        items = self.wait_for("the GIF in the history",
+                              lambda: [item for item in self.history() if item["id"] not in kept_before], seconds=30)
+        assert self.history()[0]["id"] == items[0]["id"], "the new GIF is not listed first"
+        panel = self.wait_for("the preview panel", lambda: self.window("Vantalo Preview"))
+        time.sleep(0.5)
+        preview_shot = self.shot("preview")
+        gif = self.data / "gifs" / items[0]["filename"]
+        self.check_gif(gif)
+        px, py, pw, ph = panel
+        assert (px + pw, py + ph) == (SCREEN[0] - 24, SCREEN[1] - 24), f"panel at {panel}"
+        assert pw == 280, f"panel {pw} wide"
+        row_y = py + ph - 27
+        copy_x, upload_x, delete_x = px + 140, px + 50, px + 230
+
+        self.click(copy_x, row_y)
+        copied = self.wait_for("the GIF on the clipboard", lambda: self.clipboard("image/gif"))
+        assert copied == gif.read_bytes(), "the clipboard holds other bytes than the GIF"
+        self.shot("copied")
+
+        if self.args.upload:
+            self.click(upload_x, row_y)
+            link = f"https://{CDN}/gifs/{gif.name}"
+            self.wait_for("the link on the clipboard", lambda: self.clipboard("UTF8_STRING") == link.encode())
+            self.shot("uploaded")
+            assert self.history()[0].get("uploadURL") == link, self.history()[0]
+            with urllib.request.urlopen(f"{self.s3_endpoint}/{BUCKET}/gifs/{gif.name}") as stored:
+                assert stored.read() == gif.read_bytes(), "the stored object differs from the GIF"
+
+        self.open_history()
+        self.wait_for("the history window", lambda: self.window("GIF History"))
+        time.sleep(0.8)
+        self.shot("history")
+
+        if self.args.demo:
+            if self.args.demo_upload:
+                self.demo_upload(upload_x, row_y, gif)
+            self.log(f"GIF: {gif}")
+            self.log(f"Screenshot of the preview panel: {preview_shot}")
+            self.log(f"All screenshots: {self.artifacts}")
+            return
+
+        self.click(delete_x, row_y)
+        self.wait_for("the GIF to go", lambda: not gif.exists() and
+                      all(item["id"] != items[0]["id"] for item in self.history()))
+        self.wait_for("the panel to close", lambda: self.window("Vantalo Preview") is None)
+        self.shot("deleted")
+        self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
+                 f"screenshots in {self.artifacts}")
+
+    def demo_upload(self, x, y, gif):
+        """Upload to the bucket the user configured; report what came of it."""
+        self.click(x, y)
+        outcome = self.wait_for("the upload", lambda: (self.clipboard("UTF8_STRING") or b"").startswith(b"http")
+                                and self.clipboard("UTF8_STRING").decode()
+                                or next((line for line in self.app_log().splitlines()
+                                         if line.startswith("Upload error: ")), None), seconds=90)
+        self.shot("uploaded")
+        self.log(f"Upload: {outcome}")
+
+    def open_history(self):
+        """The tray menu, by keyboard from its first item: Record GIF, History..."""
+        icon = self.tray_icon()
+        self.click(icon[0], icon[1], button=3)
+        time.sleep(0.6)
+        self.xdotool("key", "Down", "Down", "Return")
+
+    def tray_icon(self):
+        tray = self.wait_for("the tray", lambda: self.window("panel"))
+        x, y, w, h = tray
+        return x + w - h // 2, y + h // 2
+
+    def app_log(self):
+        try:
+            return (self.artifacts / "vantalo.log").read_text(errors="replace")
+        except FileNotFoundError:
+            return ""
+
+    def check_gif(self, path):
+        image = Image.open(path)
+        frames = [frame.convert("RGB") for frame in ImageSequence.Iterator(image)]
+        delays = [frame.info.get("duration", 0) for frame in ImageSequence.Iterator(Image.open(path))]
+        _, _, w, h = REGION
+        assert image.size == (2 * w, 2 * h), f"GIF is {image.size}, region {w}×{h}"
+        assert abs(len(frames) - 45) <= 2, f"{len(frames)} frames"
+        assert abs(sum(delays) - len(frames) * 1000 / 15) <= 10, f"delays sum to {sum(delays)} ms"
+        assert frames[0].tobytes() != frames[-1].tobytes(), "the animation does not move"
+        self.log(f"GIF {image.size[0]}×{image.size[1]}, {len(frames)} frames, {sum(delays) / 1000:.2f} s")
+
+    def stop(self):
+        for process in reversed(self.processes):
+            if process.poll() is None:
+                process.send_signal(signal.SIGTERM)
+        for process in self.processes:
+            try:
+                process.wait(timeout=10)
+            except subprocess.TimeoutExpired:
+                process.kill()
+        shutil.rmtree(self.scratch, ignore_errors=True)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__)
+    parser.add_argument("--binary", required=True)
+    parser.add_argument("--artifacts", required=True)
+    parser.add_argument("--upload", action="store_true")
+    parser.add_argument("--compositor", action="store_true")
+    parser.add_argument("--demo", action="store_true", help="keep the GIF, print where things are, and leave "
+                        "Vantalo running until interrupted")
+    parser.add_argument("--demo-upload", action="store_true", help="in the demo, upload to the configured bucket")
+    args = parser.parse_args()
+    flow = Flow(args)
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(0))
+    try:
+        flow.run()
+        if args.demo:
+            print("Vantalo keeps running in the virtual display; stop it with Ctrl+C.", flush=True)
+            while flow.app.poll() is None:
+                time.sleep(0.5)
+    except AssertionError as failure:
+        flow.shot("failure")
+        print(f"FAILED: {failure}", file=sys.stderr)
+        print(flow.app_log(), file=sys.stderr)
+        return 1
+    except KeyboardInterrupt:
+        pass
+    finally:
+        flow.stop()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
