@@ -19,25 +19,25 @@ if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
   export XDG_RUNTIME_DIR
 fi
 
-pids=()
 cleanup() {
-  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
+  [ -n "${xvfb:-}" ] && kill "$xvfb" 2>/dev/null
   wait 2>/dev/null || true
 }
 trap cleanup EXIT
 trap 'exit 130' INT TERM
 
 Xvfb "$DISPLAY" -screen 0 1920x1080x24 -nolisten tcp >/dev/null 2>&1 &
-pids+=($!)
+xvfb=$!
 for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
-trayer --edge top --align right --widthtype request --height 28 --tint 0x202020 --transparent true \
-  --alpha 0 >/dev/null 2>&1 &
-pids+=($!)
 
-echo "No display found: Vantalo runs inside a virtual display ($DISPLAY, 1920×1080) with a tray host."
+echo "No display found: Vantalo runs inside a virtual display ($DISPLAY, 1920×1080) with a tray host,"
+echo "and plays a first recording as a demo: shortcut, region, Start, three seconds, shortcut."
 echo "Look at it with:  DISPLAY=$DISPLAY import -window root vantalo.png"
 echo "Drive it with:    DISPLAY=$DISPLAY xdotool key ctrl+g"
-echo "Stop it with Ctrl+C (or: kill $$)."
-"$binary" &
-pids+=($!)
-wait "${pids[-1]}"
+# The demo uploads only to a bucket you configured (and whose credentials the keyring holds).
+upload=()
+config="${XDG_CONFIG_HOME:-$HOME/.config}/Vantalo/Vantalo.conf"
+if [ -f "$config" ] && grep -q '^s3BucketName=.' "$config"; then
+  upload=(--demo-upload)
+fi
+/usr/bin/python3 tests/e2e/flow.py --demo "${upload[@]}" --binary "$binary" --artifacts "$PWD/build/demo"
