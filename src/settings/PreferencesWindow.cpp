@@ -74,7 +74,7 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     m_region = bound(SettingsKey::s3Region, SettingsKey::defaultRegion);
     m_cdnDomain = bound(SettingsKey::cdnDomain, SettingsKey::defaultCdnDomain);
     m_endpoint = bound(SettingsKey::s3Endpoint, QString());
-    m_endpoint->setPlaceholderText(QStringLiteral("https://<account>.r2.cloudflarestorage.com"));
+    m_endpoint->setPlaceholderText(QStringLiteral("https://storage.example.com"));
     m_endpoint->setToolTip(
         QStringLiteral("For S3-compatible storage (R2, MinIO, B2, Spaces). Leave empty for AWS."));
     s3->addRow(QStringLiteral("Bucket Name"), m_bucketName);

@@ -77,8 +77,11 @@ class Flow:
                                capture_output=True, text=True).stdout.split()
         if not found:
             return None
-        shell = self.xdotool("getwindowgeometry", "--shell", found[-1])
-        values = dict(line.split("=", 1) for line in shell.split())
+        # The window may close between the search and this question.
+        shell = subprocess.run(["xdotool", "getwindowgeometry", "--shell", found[-1]], capture_output=True, text=True)
+        if shell.returncode != 0:
+            return None
+        values = dict(line.split("=", 1) for line in shell.stdout.split())
         return int(values["X"]), int(values["Y"]), int(values["WIDTH"]), int(values["HEIGHT"])
 
     def click(self, x, y, button=1):
@@ -179,12 +182,14 @@ class Flow:
         self.shot("adjusting")
         tx, ty, tw, th = toolbar
         self.click(tx + tw // 2, ty + th // 2)
-        self.wait_for("the recording to start", lambda: "-> recording" in self.app_log(), seconds=5)
+        # Timed from the click. The stop key takes effect about 0.1 s after it is sent (xdotool, the
+        # X server, the grab, the event loop), so it is sent 2.9 s after the click to stop at 3 s.
         started = time.monotonic()
+        self.wait_for("the recording to start", lambda: "-> recording" in self.app_log(), seconds=5)
         self.xdotool("mousemove", x + w + 200, y + h + 100)  # out of the picture
         time.sleep(1.0)
         self.shot("recording")
-        time.sleep(max(0.0, started + 2.95 - time.monotonic()))  # the stop key lands ~50 ms later
+        time.sleep(max(0.0, started + 2.9 - time.monotonic()))
         self.xdotool("key", "ctrl+g")
 
         items = self.wait_for("the GIF in the history",
@@ -216,9 +221,9 @@ class Flow:
                 assert stored.read() == gif.read_bytes(), "the stored object differs from the GIF"
 
         self.open_history()
-        self.wait_for("the history window", lambda: self.window("GIF History"))
+        history = self.wait_for("the history window", lambda: self.window("GIF History"))
         time.sleep(0.8)
-        self.shot("history")
+        self.check_history_lists_the_gif(self.shot("history"), history)
 
         if self.args.demo:
             if self.args.demo_upload:
@@ -263,6 +268,14 @@ class Flow:
             return (self.artifacts / "vantalo.log").read_text(errors="replace")
         except FileNotFoundError:
             return ""
+
+    @staticmethod
+    def check_history_lists_the_gif(screenshot, window):
+        """The first cell's thumbnail shows the recorded scene (its dark blue background)."""
+        x, y, _, _ = window
+        cell = Image.open(screenshot).convert("RGB").crop((x + 16, y + 16, x + 16 + 200, y + 16 + 116))
+        scene = sum(1 for r, g, b in cell.getdata() if abs(r - 32) < 12 and abs(g - 56) < 12 and abs(b - 92) < 12)
+        assert scene > 2000, f"the history window shows no thumbnail of the GIF ({scene} scene pixels)"
 
     def check_gif(self, path):
         image = Image.open(path)

@@ -8,6 +8,7 @@
 #include "settings/SettingsKeys.h"
 #include "settings/ShortcutSettings.h"
 #include "settings/UserDefaults.h"
+#include "sharing/CloudUploader.h"
 
 #include <QApplication>
 #include <QSignalSpy>
@@ -128,6 +129,18 @@ private Q_SLOTS:
         QCOMPARE(defaults.stringForKey(SettingsKey::s3BucketName), QString());
         QVERIFY(defaults.stringForKey(SettingsKey::s3BucketName).has_value());
         QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
+
+        // The endpoint for S3-compatible storage: empty until typed; the environment overrides it.
+        QVERIFY(window->endpointField()->text().isEmpty());
+        QTest::keyClicks(window->endpointField(), QStringLiteral("https://minio.example.com:9000"));
+        QCOMPARE(defaults.stringForKey(SettingsKey::s3Endpoint),
+                 QStringLiteral("https://minio.example.com:9000"));
+        QCOMPARE(CloudUploader::Config::load(defaults, keychain).endpoint,
+                 QStringLiteral("https://minio.example.com:9000"));
+        qputenv(CloudUploader::endpointVariable, "http://127.0.0.1:4569");
+        QCOMPARE(CloudUploader::Config::load(defaults, keychain).endpoint,
+                 QStringLiteral("http://127.0.0.1:4569"));
+        qunsetenv(CloudUploader::endpointVariable);
 
         // Credentials reach the keyring only through Save; Return in a field is Save.
         QTest::keyClicks(window->accessKeyIdField(), QStringLiteral("AKIDEXAMPLE"));
