@@ -344,23 +344,26 @@ private Q_SLOTS:
 
     void aVanishingXServerStopsTheStream()
     {
-        // A server of its own, so this test can take it away.
-        // A display number with neither a socket nor a lock file: a lock left by a server that died
-        // makes Xvfb refuse the number.
-        int display = 180;
-        while (QFile::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(display)) ||
-               QFile::exists(QStringLiteral("/tmp/.X%1-lock").arg(display))) {
-            ++display;
-        }
+        // A server of its own, so this test can take it away. It picks a free display number itself
+        // and writes it once it accepts clients.
         QProcess xvfb;
         xvfb.start(QStringLiteral("Xvfb"),
-                   {QStringLiteral(":%1").arg(display), QStringLiteral("-screen"), QStringLiteral("0"),
-                    QStringLiteral("640x480x24"), QStringLiteral("-nolisten"), QStringLiteral("tcp")});
+                   {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
+                    QStringLiteral("0"), QStringLiteral("640x480x24"), QStringLiteral("-nolisten"),
+                    QStringLiteral("tcp")});
         QVERIFY(xvfb.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(
-            QProcess::execute(QStringLiteral("xdpyinfo"),
-                              {QStringLiteral("-display"), QStringLiteral(":%1").arg(display)}) == 0,
-            10000);
+        QByteArray number;
+        QTRY_VERIFY_WITH_TIMEOUT((number += xvfb.readAllStandardOutput(), number.endsWith('\n')), 10000);
+        const int display = number.trimmed().toInt();
+        const auto serverAnswers = [display] {
+            QProcess probe;
+            probe.setStandardOutputFile(QProcess::nullDevice());
+            probe.setStandardErrorFile(QProcess::nullDevice());
+            probe.start(QStringLiteral("xdpyinfo"),
+                        {QStringLiteral("-display"), QStringLiteral(":%1").arg(display)});
+            return probe.waitForFinished(5000) && probe.exitCode() == 0;
+        };
+        QTRY_VERIFY_WITH_TIMEOUT(serverAnswers(), 10000);
 
         auto recorder =
             makeRecorder(std::make_unique<X11CaptureBackend>(QByteArray(":") + QByteArray::number(display)));

@@ -10,9 +10,11 @@
 #include <xcb/xcb.h>
 #include <xcb/xfixes.h>
 
+#include <pthread.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 
@@ -69,6 +71,16 @@ public:
 
     std::expected<std::optional<QImage>, Failure> grab() override
     {
+        // A server that goes away turns the next write on its socket into SIGPIPE, which would end
+        // the whole process. Blocked on the capturing thread, the write fails instead and the
+        // connection reports the error (xcb writes nothing more after that).
+        static thread_local const bool sigpipeBlocked = [] {
+            sigset_t pipe;
+            sigemptyset(&pipe);
+            sigaddset(&pipe, SIGPIPE);
+            return pthread_sigmask(SIG_BLOCK, &pipe, nullptr) == 0;
+        }();
+        Q_UNUSED(sigpipeBlocked);
         xcb_connection_t* c = m_connection.get();
         if (xcb_connection_has_error(c)) {
             return std::unexpected(connectionLost(c));
