@@ -193,6 +193,10 @@ void GifImageView::paintEvent(QPaintEvent*)
 {
     QPainter p(this);
     p.setRenderHint(QPainter::SmoothPixmapTransform);
+    p.setRenderHint(QPainter::Antialiasing);
+    // The picture keeps to the panel's rounded corners.
+    const QPointF offset = mapTo(window(), QPoint());
+    p.setClipPath(roundedPath(QRectF(window()->rect()).translated(-offset), PreviewPanelView::cornerRadius));
     if (m_movie) {
         const QImage frame = m_movie->currentImage();
         QRect target(QPoint(), m_fitted);
@@ -202,7 +206,6 @@ void GifImageView::paintEvent(QPaintEvent*)
     if (m_badge.isEmpty()) {
         return;
     }
-    p.setRenderHint(QPainter::Antialiasing);
     QFont f = panelFont(10, QFont::DemiBold);
     f.setStyleHint(QFont::SansSerif);
     p.setFont(f);
