@@ -1,5 +1,6 @@
 #include "RecordingToolbarWindowController.h"
 
+#include "common/FloatingWindow.h"
 #include "common/Geometry.h"
 #include "overlays/RegionGeometry.h"
 
@@ -28,8 +29,7 @@ QRectF primaryGeometry()
 
 Qt::WindowFlags floatingFlags()
 {
-    return Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus |
-           Qt::X11BypassWindowManagerHint;
+    return floatingWindowFlags() | Qt::X11BypassWindowManagerHint;
 }
 
 QFont timeFont()

@@ -2,6 +2,7 @@
 
 #include "GifHistoryStore.h"
 #include "common/Formatting.h"
+#include "common/GifMovie.h"
 #include "sharing/Symbols.h"
 
 #include <QGuiApplication>
@@ -154,7 +155,8 @@ void HistoryGridView::syncThumbnails()
         const GifHistoryItem& item = m_model.items().at(i);
         auto found = m_thumbnails.find(item.id);
         if (found != m_thumbnails.end()) {
-            const Thumbnail& kept = found->second;
+            Thumbnail& kept = found->second;
+            kept.index = i; // cells move up when one above is deleted
             if (kept.frame != frame.toSize()) {
                 m_thumbnails.erase(found); // the column width changed: decode at the new size
             } else {
@@ -163,27 +165,21 @@ void HistoryGridView::syncThumbnails()
         }
         Thumbnail thumbnail;
         thumbnail.frame = frame.toSize();
-        auto movie = std::make_unique<QMovie>(m_model.store().filePath(item));
+        thumbnail.index = i;
         // A missing or unreadable GIF leaves the picture empty; the texts still show.
-        if (movie->isValid() && movie->jumpToFrame(0) && !movie->currentImage().isNull()) {
-            thumbnail.fitted = movie->currentImage().size().scaled(frame.toSize(), Qt::KeepAspectRatio);
-            movie->setScaledSize(thumbnail.fitted);
+        if (std::optional<FittedMovie> fitted =
+                openFittedMovie(m_model.store().filePath(item), frame.toSize())) {
+            thumbnail.fitted = fitted->size;
+            thumbnail.movie = std::move(fitted->movie);
             const QUuid id = item.id;
-            connect(movie.get(), &QMovie::frameChanged, viewport(), [this, id] {
-                const qsizetype index = [&] {
-                    for (qsizetype i = 0; i < m_model.items().size(); ++i) {
-                        if (m_model.items().at(i).id == id) {
-                            return i;
-                        }
-                    }
-                    return qsizetype(-1);
-                }();
-                if (index >= 0) {
-                    viewport()->update(thumbnailFrame(cellRectInViewport(int(index))).toAlignedRect());
+            connect(thumbnail.movie.get(), &QMovie::frameChanged, viewport(), [this, id] {
+                const auto shown = m_thumbnails.find(id);
+                if (shown != m_thumbnails.end()) {
+                    viewport()->update(
+                        thumbnailFrame(cellRectInViewport(shown->second.index)).toAlignedRect());
                 }
             });
-            movie->start();
-            thumbnail.movie = std::move(movie);
+            thumbnail.movie->start();
         }
         m_thumbnails.emplace(item.id, std::move(thumbnail));
     }

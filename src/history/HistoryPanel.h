@@ -75,6 +75,7 @@ private:
         std::unique_ptr<QMovie> movie;
         QSize frame; // the space it was fitted into
         QSize fitted;
+        int index = 0; // its cell
     };
     void relayout();
     void syncThumbnails();

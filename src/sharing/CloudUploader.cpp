@@ -7,7 +7,6 @@
 #include "settings/UserDefaults.h"
 
 #include <QFutureWatcher>
-#include <QNetworkAccessManager>
 #include <QtConcurrent>
 
 namespace vantalo {
@@ -29,15 +28,12 @@ CloudUploader::Config CloudUploader::Config::load(const UserDefaults& defaults, 
 }
 
 CloudUploader::CloudUploader(Config config)
-    : m_config(std::move(config)), m_alive(std::make_shared<bool>(true)),
-      m_context(std::make_unique<QObject>()), m_network(std::make_unique<QNetworkAccessManager>())
+    : m_config(std::move(config)), m_context(std::make_unique<QObject>()),
+      m_http(std::make_unique<HttpClient>())
 {
 }
 
-CloudUploader::~CloudUploader()
-{
-    *m_alive = false;
-}
+CloudUploader::~CloudUploader() = default;
 
 void CloudUploader::upload(const QByteArray& data, const QString& filename, Progress progress,
                            Completion done)
@@ -47,7 +43,7 @@ void CloudUploader::upload(const QByteArray& data, const QString& filename, Prog
     auto* watcher = new QFutureWatcher<Built>(m_context.get());
     QObject::connect(
         watcher, &QFutureWatcher<Built>::finished, m_context.get(),
-        [this, watcher, data, alive = m_alive, progress = std::move(progress), done = std::move(done)] {
+        [this, watcher, data, progress = std::move(progress), done = std::move(done)] {
             watcher->deleteLater();
             const Built built = watcher->result();
             if (!built) {
@@ -60,21 +56,18 @@ void CloudUploader::upload(const QByteArray& data, const QString& filename, Prog
                 return;
             }
             const HttpRequest request{"PUT", built->url, built->headers, data, std::chrono::seconds(60)};
-            sendHttp(*m_network, request, progress,
-                     [alive, done, link = built->publicUrl, size = data.size()](const HttpOutcome& outcome) {
-                         if (!*alive) {
-                             return;
-                         }
-                         if (!outcome) {
-                             done(std::unexpected(outcome.error()));
-                         } else if (outcome->status >= 200 && outcome->status <= 299) {
-                             done(UploadResult{link, size});
-                         } else {
-                             done(std::unexpected(cloudUploaderFailure(
-                                 CloudUploaderError::uploadFailed,
-                                 QStringLiteral("HTTP ") + QString::number(outcome->status))));
-                         }
-                     });
+            m_http->send(request, progress,
+                         [done, link = built->publicUrl, size = data.size()](const HttpOutcome& outcome) {
+                             if (!outcome) {
+                                 done(std::unexpected(outcome.error()));
+                             } else if (outcome->status >= 200 && outcome->status <= 299) {
+                                 done(UploadResult{link, size});
+                             } else {
+                                 done(std::unexpected(cloudUploaderFailure(
+                                     CloudUploaderError::uploadFailed,
+                                     QStringLiteral("HTTP ") + QString::number(outcome->status))));
+                             }
+                         });
         });
     watcher->setFuture(QtConcurrent::run([config = m_config, filename, data] {
         return buildS3Request(config, config.endpoint, filename, data, QDateTime::currentDateTimeUtc());

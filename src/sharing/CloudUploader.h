@@ -6,13 +6,13 @@
 
 #include <memory>
 
-class QNetworkAccessManager;
 class QObject;
 
 namespace vantalo {
 
 class UserDefaults;
 class KeychainStore;
+class HttpClient;
 
 // Uploads a GIF to the user's own S3 bucket (or S3-compatible storage) with one SigV4-signed PUT.
 class CloudUploader final : public Uploader
@@ -47,9 +47,8 @@ public:
 
 private:
     Config m_config;
-    std::shared_ptr<bool> m_alive;
-    std::unique_ptr<QObject> m_context;
-    std::unique_ptr<QNetworkAccessManager> m_network;
+    std::unique_ptr<QObject> m_context; // the signing jobs' watchers
+    std::unique_ptr<HttpClient> m_http;
 };
 
 } // namespace vantalo

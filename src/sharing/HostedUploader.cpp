@@ -4,7 +4,6 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QNetworkAccessManager>
 
 namespace vantalo {
 
@@ -51,6 +50,17 @@ std::expected<QJsonObject, Failure> jsonObject(const QByteArray& body)
     return document.object();
 }
 
+// The service's reason for refusing, when its answer is an ErrorResponse.
+std::optional<QString> errorReason(const QByteArray& body)
+{
+    const auto object = jsonObject(body);
+    if (!object) {
+        return std::nullopt;
+    }
+    const auto reason = stringMember(*object, QStringLiteral("error"));
+    return reason ? std::optional(*reason) : std::nullopt;
+}
+
 } // namespace
 
 std::optional<QUrl> HostedUploader::resolveEndpoint(const std::optional<QString>& explicitEndpoint,
@@ -84,15 +94,11 @@ std::unique_ptr<HostedUploader> HostedUploader::create(const std::optional<QStri
 HostedUploader::HostedUploader(QUrl endpointURL) : HostedUploader(std::move(endpointURL), Timeouts{}) {}
 
 HostedUploader::HostedUploader(QUrl endpointURL, Timeouts timeouts)
-    : m_endpointURL(std::move(endpointURL)), m_timeouts(timeouts), m_alive(std::make_shared<bool>(true)),
-      m_network(std::make_unique<QNetworkAccessManager>())
+    : m_endpointURL(std::move(endpointURL)), m_timeouts(timeouts), m_http(std::make_unique<HttpClient>())
 {
 }
 
-HostedUploader::~HostedUploader()
-{
-    *m_alive = false;
-}
+HostedUploader::~HostedUploader() = default;
 
 QByteArray HostedUploader::initRequestBody(qint64 size)
 {
@@ -107,13 +113,9 @@ void HostedUploader::upload(const QByteArray& data, const QString&, Progress pro
                            {{"Content-Type", "application/json"}},
                            initRequestBody(data.size()),
                            m_timeouts.initialization};
-    sendHttp(
-        *m_network, init, {},
-        [this, alive = m_alive, data, progress = std::move(progress),
-         done = std::move(done)](const HttpOutcome& answer) {
-            if (!*alive) {
-                return;
-            }
+    m_http->send(
+        init, {},
+        [this, data, progress = std::move(progress), done = std::move(done)](const HttpOutcome& answer) {
             if (!answer) {
                 done(std::unexpected(answer.error()));
                 return;
@@ -123,12 +125,9 @@ void HostedUploader::upload(const QByteArray& data, const QString&, Progress pro
                 return;
             }
             if (answer->status != 200) {
-                const auto object = jsonObject(answer->body);
-                const auto reason = object ? stringMember(*object, QStringLiteral("error"))
-                                           : std::expected<QString, Failure>(std::unexpected(Failure{}));
-                done(std::unexpected(hostedFailure(reason ? *reason
-                                                          : QStringLiteral("Server returned HTTP ") +
-                                                                QString::number(answer->status))));
+                done(std::unexpected(hostedFailure(errorReason(answer->body)
+                                                       .value_or(QStringLiteral("Server returned HTTP ") +
+                                                                 QString::number(answer->status)))));
                 return;
             }
             const auto object = jsonObject(answer->body);
@@ -160,12 +159,9 @@ void HostedUploader::upload(const QByteArray& data, const QString&, Progress pro
                 {{"Content-Type", "image/gif"}, {"Content-Length", QByteArray::number(data.size())}},
                 data,
                 m_timeouts.transfer};
-            sendHttp(
-                *m_network, put, progress,
-                [alive, done, cdnURL, cdnText = *cdnText, size = data.size()](const HttpOutcome& stored) {
-                    if (!*alive) {
-                        return;
-                    }
+            m_http->send(
+                put, progress,
+                [done, cdnURL, cdnText = *cdnText, size = data.size()](const HttpOutcome& stored) {
                     if (!stored) {
                         done(std::unexpected(stored.error()));
                         return;

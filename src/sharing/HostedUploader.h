@@ -8,10 +8,9 @@
 #include <memory>
 #include <optional>
 
-class QNetworkAccessManager;
-class QObject;
-
 namespace vantalo {
+
+class HttpClient;
 
 // Uploads through a service the deployment runs: a small JSON request asks it for a pre-signed
 // upload URL and the public link, then the GIF is PUT to the upload URL.
@@ -49,8 +48,7 @@ public:
 private:
     QUrl m_endpointURL;
     Timeouts m_timeouts;
-    std::shared_ptr<bool> m_alive;
-    std::unique_ptr<QNetworkAccessManager> m_network;
+    std::unique_ptr<HttpClient> m_http;
 };
 
 } // namespace vantalo

@@ -12,8 +12,18 @@ bool isWebUrl(const QUrl& url)
            (scheme == QLatin1String("http") || scheme == QLatin1String("https"));
 }
 
-void sendHttp(QNetworkAccessManager& network, const HttpRequest& request, const Uploader::Progress& progress,
-              std::function<void(const HttpOutcome&)> done)
+HttpClient::HttpClient()
+    : m_alive(std::make_shared<bool>(true)), m_network(std::make_unique<QNetworkAccessManager>())
+{
+}
+
+HttpClient::~HttpClient()
+{
+    *m_alive = false;
+}
+
+void HttpClient::send(const HttpRequest& request, const Uploader::Progress& progress,
+                      std::function<void(const HttpOutcome&)> done)
 {
     if (!isWebUrl(request.url)) {
         done(std::unexpected(Failure{QStringLiteral("Not an http or https URL")}));
@@ -26,7 +36,7 @@ void sendHttp(QNetworkAccessManager& network, const HttpRequest& request, const 
     for (const auto& [name, value] : request.headers) {
         networkRequest.setRawHeader(name, value);
     }
-    QNetworkReply* reply = network.sendCustomRequest(networkRequest, request.method, request.body);
+    QNetworkReply* reply = m_network->sendCustomRequest(networkRequest, request.method, request.body);
     if (progress) {
         // Qt closes an upload with a (0, 0) report; only reports with a known size mean anything.
         QObject::connect(reply, &QNetworkReply::uploadProgress, reply, [progress](qint64 sent, qint64 total) {
@@ -35,25 +45,29 @@ void sendHttp(QNetworkAccessManager& network, const HttpRequest& request, const 
             }
         });
     }
-    QObject::connect(
-        reply, &QNetworkReply::finished, reply, [reply, url = request.url, done = std::move(done)] {
-            reply->deleteLater();
-            const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
-            if (status.isValid()) {
-                done(HttpAnswer{status.toInt(), reply->readAll()});
-            } else if (reply->error() != QNetworkReply::NoError) {
-                // A pre-signed URL carries its signature in the query: keep it out of every message.
-                QString message = reply->errorString();
-                const QString bare = url.toString(QUrl::RemoveQuery | QUrl::RemoveUserInfo);
-                for (const QString& spelled :
-                     {url.toString(), url.toDisplayString(), QString::fromUtf8(url.toEncoded())}) {
-                    message.replace(spelled, bare);
-                }
-                done(std::unexpected(Failure{message}));
-            } else {
-                done(HttpAnswer{-1, reply->readAll()});
-            }
-        });
+    QObject::connect(reply, &QNetworkReply::finished, reply,
+                     [reply, alive = m_alive, url = request.url, done = std::move(done)] {
+                         reply->deleteLater();
+                         if (!*alive) {
+                             return;
+                         }
+                         const QVariant status = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute);
+                         if (status.isValid()) {
+                             done(HttpAnswer{status.toInt(), reply->readAll()});
+                         } else if (reply->error() != QNetworkReply::NoError) {
+                             // A pre-signed URL carries its signature in the query: keep it out of every
+                             // message.
+                             QString message = reply->errorString();
+                             const QString bare = url.toString(QUrl::RemoveQuery | QUrl::RemoveUserInfo);
+                             for (const QString& spelled : {url.toString(), url.toDisplayString(),
+                                                            QString::fromUtf8(url.toEncoded())}) {
+                                 message.replace(spelled, bare);
+                             }
+                             done(std::unexpected(Failure{message}));
+                         } else {
+                             done(HttpAnswer{-1, reply->readAll()});
+                         }
+                     });
 }
 
 } // namespace vantalo

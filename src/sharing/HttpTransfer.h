@@ -10,6 +10,7 @@
 #include <chrono>
 #include <expected>
 #include <functional>
+#include <memory>
 #include <utility>
 
 namespace vantalo {
@@ -39,9 +40,23 @@ struct HttpRequest
 // to a file: URL by writing the local file.
 bool isWebUrl(const QUrl& url);
 
-// Sends one request; `done` runs once, on this thread. Redirects are not followed: a signed or
-// pre-signed PUT would not survive one, and the 3xx status is the more useful answer.
-void sendHttp(QNetworkAccessManager& network, const HttpRequest& request, const Uploader::Progress& progress,
+// Sends requests for one owner. `done` runs once per request, on this thread, unless the client is
+// destroyed first: then what is in flight is abandoned without a call. Redirects are not followed:
+// a signed or pre-signed PUT would not survive one, and the 3xx status is the more useful answer.
+class HttpClient
+{
+public:
+    HttpClient();
+    ~HttpClient();
+    HttpClient(const HttpClient&) = delete;
+    HttpClient& operator=(const HttpClient&) = delete;
+
+    void send(const HttpRequest& request, const Uploader::Progress& progress,
               std::function<void(const HttpOutcome&)> done);
+
+private:
+    std::shared_ptr<bool> m_alive;
+    std::unique_ptr<QNetworkAccessManager> m_network;
+};
 
 } // namespace vantalo

@@ -62,37 +62,21 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
     const bool compositing = m_services.compositing();
     auto* view = new PreviewPanelView(gifPath, fileSize, m_panelState, compositing);
     view->setAttribute(Qt::WA_DeleteOnClose);
+    // Each action holds the controller weakly: a panel can outlive it.
     const QPointer<PreviewPanelController> self(this);
-    view->onUpload = [self, gifPath] {
-        if (self) {
-            self->startUpload(gifPath);
-        }
+    const auto bind = [self](auto action) {
+        return [self, action] {
+            if (self) {
+                action(*self);
+            }
+        };
     };
-    view->onCopy = [self, gifPath] {
-        if (self) {
-            self->copyGIFToClipboard(gifPath);
-        }
-    };
-    view->onCopyURL = [self] {
-        if (self) {
-            self->copyUploadedURL();
-        }
-    };
-    view->onDelete = [self, gifPath] {
-        if (self) {
-            self->deleteGIF(gifPath);
-        }
-    };
-    view->onOpenInApp = [self, gifPath] {
-        if (self) {
-            self->openInDefaultApp(gifPath);
-        }
-    };
-    view->onClose = [self] {
-        if (self) {
-            self->dismiss();
-        }
-    };
+    view->onUpload = bind([gifPath](PreviewPanelController& c) { c.startUpload(gifPath); });
+    view->onCopy = bind([gifPath](PreviewPanelController& c) { c.copyGIFToClipboard(gifPath); });
+    view->onCopyURL = bind([](PreviewPanelController& c) { c.copyUploadedURL(); });
+    view->onDelete = bind([gifPath](PreviewPanelController& c) { c.deleteGIF(gifPath); });
+    view->onOpenInApp = bind([gifPath](PreviewPanelController& c) { c.openInDefaultApp(gifPath); });
+    view->onClose = bind([](PreviewPanelController& c) { c.dismiss(); });
 
     // Worked out y-up, like every other placement, and converted once.
     const QRectF primary = screen->geometry();

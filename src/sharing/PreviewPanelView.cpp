@@ -1,5 +1,8 @@
 #include "PreviewPanelView.h"
 
+#include "common/FloatingWindow.h"
+#include "common/GifMovie.h"
+
 #include <QHBoxLayout>
 #include <QMouseEvent>
 #include <QPainter>
@@ -35,18 +38,26 @@ QFont panelFont(double pixelSize, QFont::Weight weight)
     return f;
 }
 
-QVariantAnimation* easeTo(QObject* owner, double from, double to, int durationMs,
-                          std::function<void(double)> apply)
+// Eases `value` (a member of `owner`) to `to`, replacing the animation of it still running, and
+// repaints `owner` at every step.
+void animateValue(QWidget* owner, QPointer<QVariantAnimation>& running, double& value, double to,
+                  int durationMs)
 {
+    if (running) {
+        running->stop();
+    }
     auto* animation = new QVariantAnimation(owner);
-    animation->setStartValue(from);
+    animation->setStartValue(value);
     animation->setEndValue(to);
     animation->setDuration(durationMs);
     animation->setEasingCurve(QEasingCurve::InOutQuad);
     QObject::connect(animation, &QVariantAnimation::valueChanged, owner,
-                     [apply = std::move(apply)](const QVariant& value) { apply(value.toDouble()); });
+                     [owner, &value](const QVariant& step) {
+                         value = step.toDouble();
+                         owner->update();
+                     });
     animation->start(QAbstractAnimation::DeleteWhenStopped);
-    return animation;
+    running = animation;
 }
 
 QPainterPath roundedPath(const QRectF& rect, double radius)
@@ -143,8 +154,7 @@ protected:
 
 void makeFloatingPanel(QWidget* window, bool clickThrough)
 {
-    Qt::WindowFlags flags = Qt::Tool | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint |
-                            Qt::WindowDoesNotAcceptFocus | Qt::NoDropShadowWindowHint;
+    Qt::WindowFlags flags = floatingWindowFlags() | Qt::NoDropShadowWindowHint;
     if (clickThrough) {
         flags |= Qt::WindowTransparentForInput;
     }
@@ -158,13 +168,10 @@ void makeFloatingPanel(QWidget* window, bool clickThrough)
 
 GifImageView::GifImageView(const QString& path, QSize maximumSize, QWidget* parent) : QWidget(parent)
 {
-    auto movie = std::make_unique<QMovie>(path);
-    if (movie->isValid() && movie->jumpToFrame(0) && !movie->currentImage().isNull()) {
-        m_fitted = movie->currentImage().size().scaled(maximumSize, Qt::KeepAspectRatio);
-        movie->setScaledSize(m_fitted);
-        movie->jumpToFrame(0);
-        connect(movie.get(), &QMovie::frameChanged, this, [this] { update(); });
-        m_movie = std::move(movie);
+    if (std::optional<FittedMovie> fitted = openFittedMovie(path, maximumSize)) {
+        m_fitted = fitted->size;
+        m_movie = std::move(fitted->movie);
+        connect(m_movie.get(), &QMovie::frameChanged, this, [this] { update(); });
     }
     setCursor(Qt::PointingHandCursor);
 }
@@ -262,25 +269,14 @@ PanelCloseButton::PanelCloseButton(QWidget* parent) : QAbstractButton(parent)
     setAccessibleName(QStringLiteral("Close"));
 }
 
-void PanelCloseButton::animateHover(double to)
-{
-    if (m_animation) {
-        m_animation->stop();
-    }
-    m_animation = easeTo(this, m_hover, to, 120, [this](double value) {
-        m_hover = value;
-        update();
-    });
-}
-
 void PanelCloseButton::enterEvent(QEnterEvent*)
 {
-    animateHover(1.0);
+    animateValue(this, m_animation, m_hover, 1.0, 120);
 }
 
 void PanelCloseButton::leaveEvent(QEvent*)
 {
-    animateHover(0.0);
+    animateValue(this, m_animation, m_hover, 0.0, 120);
 }
 
 void PanelCloseButton::paintEvent(QPaintEvent*)
@@ -304,17 +300,10 @@ PanelActionButton::PanelActionButton(Symbol symbol, const QString& label, QColor
     setFocusPolicy(Qt::NoFocus);
     setCursor(Qt::PointingHandCursor);
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
-    const auto animatePressed = [this](double to) {
-        if (m_animation) {
-            m_animation->stop();
-        }
-        m_animation = easeTo(this, m_pressed, to, 100, [this](double v) {
-            m_pressed = v;
-            update();
-        });
-    };
-    connect(this, &QAbstractButton::pressed, this, [animatePressed] { animatePressed(1.0); });
-    connect(this, &QAbstractButton::released, this, [animatePressed] { animatePressed(0.0); });
+    connect(this, &QAbstractButton::pressed, this,
+            [this] { animateValue(this, m_animation, m_pressed, 1.0, 100); });
+    connect(this, &QAbstractButton::released, this,
+            [this] { animateValue(this, m_animation, m_pressed, 0.0, 100); });
 }
 
 void PanelActionButton::setLook(Symbol symbol, const QString& label, QColor tint)

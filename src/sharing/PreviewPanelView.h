@@ -66,7 +66,6 @@ protected:
     void leaveEvent(QEvent* event) override;
 
 private:
-    void animateHover(double to);
     double m_hover = 0.0;
     QPointer<QVariantAnimation> m_animation;
 };
