@@ -209,30 +209,6 @@ private Q_SLOTS:
         QCOMPARE(m_preview->shown[2].id, m_history.itemId);
     }
 
-    void statusIconLooks()
-    {
-        // The recording look is red; the idle look has no red at all.
-        const auto redPixels = [](const QImage& image) {
-            int red = 0;
-            for (int y = 0; y < image.height(); ++y) {
-                for (int x = 0; x < image.width(); ++x) {
-                    const QColor c = image.pixelColor(x, y);
-                    red += c.alpha() > 200 && c.red() > 200 && c.green() < 100 && c.blue() < 100;
-                }
-            }
-            return red;
-        };
-        const QImage recording = renderStatusIcon(StatusIconLook::recording, 22);
-        const QImage idle = renderStatusIcon(StatusIconLook::idle, 22);
-        QVERIFY(redPixels(recording) > 22 * 22 / 4);
-        QCOMPARE(redPixels(idle), 0);
-        // Both keep the record dot in the middle, light on the red look.
-        QVERIFY(recording.pixelColor(11, 11).lightness() > 200);
-        QVERIFY(idle.pixelColor(11, 11).alpha() > 200);
-        QCOMPARE(idle.pixelColor(0, 0).alpha(), 0);
-        QCOMPARE(m_delegate->trayIcon()->toolTip(), QStringLiteral("Vantalo"));
-    }
-
     void oneCentredPreferencesWindowWhileOpen()
     {
         m_delegate->openPreferences();

@@ -243,19 +243,6 @@ private Q_SLOTS:
         QTRY_COMPARE(m_rig->gifs.size(), 1);
     }
 
-    void secondStopDuringEncodingDoesNothing()
-    {
-        selectRegion(QRectF(0, 0, 300, 300), m_primary);
-        startAndWait();
-        m_c->stopRecording();
-        m_c->stopRecording();
-        m_rig->toolbar->onStop();
-        QTRY_COMPARE(m_c->state(), CaptureState::idle);
-        QTest::qWait(50);
-        QCOMPARE(m_rig->journal.count(QStringLiteral("recorder.stop")), 1);
-        QCOMPARE(m_rig->gifs.size(), 1);
-    }
-
     void restartDiscardsAndRecordsAgain()
     {
         selectRegion(QRectF(0, 0, 300, 300), m_primary);
@@ -349,17 +336,6 @@ private Q_SLOTS:
         m_c->registerHotkey();
         QCOMPARE(m_rig->hotkey->registered, (Shortcut{15, 0x120000}));
         QCOMPARE(denied, 1);
-    }
-
-    void dismissOverlaysKeepsTheState()
-    {
-        selectRegion(QRectF(0, 0, 300, 300), m_primary);
-        m_rig->journal.entries.clear();
-        m_c->dismissOverlays();
-        QCOMPARE(m_rig->journal.entries, (QStringList{"hotkey.unregister", "selector.dismiss", "toolbar.hide",
-                                                      "border.hide", "preview.hide"}));
-        QCOMPARE(m_c->state(), CaptureState::readyToRecord);
-        QVERIFY(m_rig->reported.isEmpty());
     }
 };
 

@@ -152,7 +152,10 @@ class Flow:
     # ---- the flow
 
     def run(self):
-        self.start(["trayer", "--edge", "top", "--align", "right", "--widthtype", "request", "--height", "28"])
+        if self.args.app_checks:
+            self.command_line()
+        else:
+            self.start_tray()
         if self.args.compositor:
             self.start(["xcompmgr"])
         if self.args.upload:
@@ -161,14 +164,20 @@ class Flow:
         self.animated_window()
 
         env = dict(os.environ, QT_LOGGING_RULES="vantalo.*.debug=true")
-        self.app = self.start([self.args.binary], log="vantalo.log", env=env)
+        kept_before = {item["id"] for item in self.history()}
+        # The compositor run starts Vantalo the way a desktop's own key binding does.
+        launch = [self.args.binary, "--toggle"] if self.args.compositor else [self.args.binary]
+        self.app = self.start(launch, log="vantalo.log", env=env)
         self.wait_for("Vantalo to start", lambda: "launched" in self.app_log())
+        if self.args.app_checks:
+            self.single_instance_and_late_tray()
         time.sleep(2.5)  # the tray docks the icon
         self.shot("started")
 
-        kept_before = {item["id"] for item in self.history()}
-        self.xdotool("key", "ctrl+g")
-        self.wait_for("the selection overlay", lambda: "-> selecting" in self.app_log())
+        selections = 0 if self.args.compositor else self.app_log().count("-> selecting")
+        if not self.args.compositor:
+            self.xdotool("key", "ctrl+g")
+        self.wait_for("the selection overlay", lambda: self.app_log().count("-> selecting") > selections)
         time.sleep(0.5)
         self.shot("selecting")
         x, y, w, h = REGION
@@ -238,8 +247,42 @@ class Flow:
                       all(item["id"] != items[0]["id"] for item in self.history()))
         self.wait_for("the panel to close", lambda: self.window("Vantalo Preview") is None)
         self.shot("deleted")
+        self.quit_from_tray_menu()
         self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
                  f"screenshots in {self.artifacts}")
+
+    def start_tray(self):
+        self.start(["trayer", "--edge", "top", "--align", "right", "--widthtype", "request", "--height", "28"])
+
+    def command_line(self):
+        """--version, --help and a wrong option work without a display."""
+        bare = {k: v for k, v in os.environ.items() if k != "DISPLAY"}
+        version = subprocess.run([self.args.binary, "--version"], env=bare, capture_output=True, text=True)
+        assert version.returncode == 0 and version.stdout.startswith("vantalo 0."), version
+        usage = subprocess.run([self.args.binary, "--help"], env=bare, capture_output=True, text=True)
+        assert usage.returncode == 0 and "--toggle" in usage.stdout, usage
+        assert subprocess.run([self.args.binary, "--record-now"], env=bare, capture_output=True).returncode != 0
+
+    def single_instance_and_late_tray(self):
+        """Without a tray Vantalo says how to record; a second start hands over to the first;
+        --toggle acts as the shortcut; a tray host started later still docks the icon."""
+        self.wait_for("the no-tray line", lambda: "No system tray found: Vantalo keeps running; record with the "
+                      "shortcut Ctrl+G or the command \u201cvantalo --toggle\u201d" in self.app_log(), seconds=8)
+        second = subprocess.run([self.args.binary], capture_output=True, text=True, timeout=15)
+        assert (second.returncode, second.stdout) == (0, "Vantalo is already running\n"), second
+        for state in ("idle -> selectingRegion", "selectingRegion -> idle"):
+            subprocess.run([self.args.binary, "--toggle"], check=True, timeout=15)
+            self.wait_for(state, lambda: f"state {state}" in self.app_log())
+        assert self.app.poll() is None
+        self.start_tray()
+
+    def quit_from_tray_menu(self):
+        """The tray menu's last item, from the keyboard, ends Vantalo cleanly."""
+        icon = self.tray_icon()
+        self.click(icon[0], icon[1], button=3)
+        time.sleep(0.6)
+        self.xdotool("key", "Up", "Return")
+        assert self.app.wait(timeout=10) == 0, "Vantalo did not quit cleanly"
 
     def demo_upload(self, x, y, gif):
         """Upload to the bucket the user configured; report what came of it."""
@@ -305,7 +348,9 @@ def main():
     parser.add_argument("--binary", required=True)
     parser.add_argument("--artifacts", required=True)
     parser.add_argument("--upload", action="store_true")
-    parser.add_argument("--compositor", action="store_true")
+    parser.add_argument("--compositor", action="store_true", help="run a compositing manager, start with --toggle")
+    parser.add_argument("--app-checks", action="store_true", help="also check the command line, the single "
+                        "instance, --toggle and a tray host that starts late")
     parser.add_argument("--demo", action="store_true", help="keep the GIF, print where things are, and leave "
                         "Vantalo running until interrupted")
     parser.add_argument("--demo-upload", action="store_true", help="in the demo, upload to the configured bucket")

@@ -1,12 +1,14 @@
 #pragma once
 
 #include "common/Scheduler.h"
+#include "history/GifHistoryStore.h"
 #include "recording/GifWriter.h"
 #include "sharing/Uploader.h"
 
 #include <QFile>
 #include <QList>
 #include <QString>
+#include <QTemporaryDir>
 
 #include <map>
 #include <vector>
@@ -100,5 +102,18 @@ inline QString writeFile(const QString& path, const QByteArray& bytes)
     }
     return path;
 }
+
+// A history of its own in a temporary directory, for one test.
+struct TemporaryHistory
+{
+    QTemporaryDir dir;
+    GifHistoryStore store{dir.filePath(QStringLiteral("Vantalo")), [](const QString&) {}};
+
+    // A real GIF kept in the history, as after a recording.
+    GifHistoryItem keep(QSize size, int frames = 3)
+    {
+        return *store.addGif(writeFile(dir.filePath(QStringLiteral("new.gif")), testGif(size, frames)));
+    }
+};
 
 } // namespace vantalo::test

@@ -4,7 +4,6 @@
 
 #include <QApplication>
 #include <QScrollBar>
-#include <QTemporaryDir>
 #include <QTest>
 
 using namespace vantalo;
@@ -14,16 +13,13 @@ class HistoryPanelTest : public QObject
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> m_dir;
-    std::unique_ptr<GifHistoryStore> m_store;
+    std::unique_ptr<TemporaryHistory> m_history;
     std::unique_ptr<HistoryPanelController> m_controller;
 
     void keep(int count)
     {
-        const QByteArray gif = testGif(QSize(160, 90), 2);
         for (int i = 0; i < count; ++i) {
-            const QString path = writeFile(m_dir->filePath(QStringLiteral("r%1.gif").arg(i)), gif);
-            QVERIFY(m_store->addGif(path).has_value());
+            m_history->keep(QSize(160, 90), 2);
         }
     }
 
@@ -32,11 +28,9 @@ class HistoryPanelTest : public QObject
 private Q_SLOTS:
     void init()
     {
-        m_dir = std::make_unique<QTemporaryDir>();
-        m_store = std::make_unique<GifHistoryStore>(m_dir->filePath(QStringLiteral("Vantalo")),
-                                                    [](const QString&) {});
-        m_controller =
-            std::make_unique<HistoryPanelController>(*m_store, [] { return QStringLiteral("Shift+Ctrl+R"); });
+        m_history = std::make_unique<TemporaryHistory>();
+        m_controller = std::make_unique<HistoryPanelController>(
+            m_history->store, [] { return QStringLiteral("Shift+Ctrl+R"); });
     }
 
     void cleanup() { m_controller.reset(); }
@@ -131,7 +125,7 @@ private Q_SLOTS:
         m_controller->show();
         QVERIFY(QTest::qWaitForWindowExposed(m_controller->window()));
         HistoryGridView* grid = view()->grid();
-        const QList<GifHistoryItem> items = m_store->loadItems();
+        const QList<GifHistoryItem> items = m_history->store.loadItems();
 
         const QPoint middle = grid->cellRectInViewport(1).center().toPoint();
         QTest::mouseMove(grid->viewport(), middle);
@@ -143,14 +137,14 @@ private Q_SLOTS:
         QTest::mouseMove(grid->viewport(), button);
         QTRY_COMPARE(grid->hoveredIndex(), 0);
         QTest::mouseClick(grid->viewport(), Qt::LeftButton, {}, button);
-        QVERIFY(!QFile::exists(m_store->filePath(items.at(0))));
-        QCOMPARE(m_store->loadItems().size(), 1);
+        QVERIFY(!QFile::exists(m_history->store.filePath(items.at(0))));
+        QCOMPARE(m_history->store.loadItems().size(), 1);
         QCOMPARE(m_controller->viewModel()->items().size(), 1);
         QVERIFY(!view()->showsEmptyState());
 
         m_controller->viewModel()->deleteItem(items.at(1));
         QVERIFY(view()->showsEmptyState());
-        QVERIFY(m_store->loadItems().isEmpty());
+        QVERIFY(m_history->store.loadItems().isEmpty());
     }
 };
 

@@ -32,15 +32,11 @@ protected:
     void mousePressEvent(QMouseEvent* event) override { clicks << event->globalPosition().toPoint(); }
 };
 
-void xdotool(const QStringList& args)
-{
-    QProcess::execute(QStringLiteral("xdotool"), args);
-}
-
-QString xdotoolOut(const QStringList& args)
+// Runs xdotool with the words of `command` ("mousemove 300 250 click 1") and answers its output.
+QString xdotool(const QString& command)
 {
     QProcess process;
-    process.start(QStringLiteral("xdotool"), args);
+    process.start(QStringLiteral("xdotool"), command.split(QLatin1Char(' ')));
     process.waitForFinished();
     return QString::fromLatin1(process.readAllStandardOutput()).trimmed();
 }
@@ -120,10 +116,9 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowExposed(selector.windows().first()));
         QCOMPARE(selector.windows().first()->showsStill(), !compositing);
 
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("300"), QStringLiteral("250"),
-                 QStringLiteral("mousedown"), QStringLiteral("1")});
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("600"), QStringLiteral("400")});
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("800"), QStringLiteral("650")});
+        xdotool(QStringLiteral("mousemove 300 250 mousedown 1"));
+        xdotool(QStringLiteral("mousemove 600 400"));
+        xdotool(QStringLiteral("mousemove 800 650"));
         QTest::qWait(300);
         // Dimmed at 0.3 outside; the hole shows what lies below, undimmed.
         QTRY_VERIFY2(near(screenPixel(100, 900), dimmed(kBackdrop, 0.3)),
@@ -131,7 +126,7 @@ private Q_SLOTS:
         QVERIFY2(near(screenPixel(550, 500), kBackdrop), qPrintable(screenPixel(550, 500).name()));
         QCOMPARE(screenPixel(300, 450), QColor(Qt::white)); // the outline's first dash
         QVERIFY(!selected);
-        xdotool({QStringLiteral("mouseup"), QStringLiteral("1")});
+        xdotool(QStringLiteral("mouseup 1"));
         // Reported in the y-up global space: the top edge at y = 1080 − 250.
         QTRY_VERIFY(selected.has_value());
         QCOMPARE(selected->first, QRectF(300, 430, 500, 400));
@@ -139,13 +134,10 @@ private Q_SLOTS:
 
         // A 10-point drag is not a selection; Escape cancels once.
         selected.reset();
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("100"), QStringLiteral("100"),
-                 QStringLiteral("mousedown"), QStringLiteral("1"), QStringLiteral("mousemove"),
-                 QStringLiteral("110"), QStringLiteral("160"), QStringLiteral("mouseup"),
-                 QStringLiteral("1")});
+        xdotool(QStringLiteral("mousemove 100 100 mousedown 1 mousemove 110 160 mouseup 1"));
         QTest::qWait(200);
         QVERIFY(!selected);
-        xdotool({QStringLiteral("key"), QStringLiteral("Escape")});
+        xdotool(QStringLiteral("key Escape"));
         QTRY_COMPARE(cancels, 1);
         selector.dismiss();
         QTRY_VERIFY(near(screenPixel(100, 900), kBackdrop));
@@ -171,18 +163,13 @@ private Q_SLOTS:
         QCOMPARE(screenPixel(550, 652), QColor(Qt::white));
 
         // Drag the right handle 100 points left; the region shrinks from the right.
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("800"), QStringLiteral("450"),
-                 QStringLiteral("mousedown"), QStringLiteral("1")});
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("750"), QStringLiteral("452")});
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("700"), QStringLiteral("455"),
-                 QStringLiteral("mouseup"), QStringLiteral("1")});
+        xdotool(QStringLiteral("mousemove 800 450 mousedown 1"));
+        xdotool(QStringLiteral("mousemove 750 452"));
+        xdotool(QStringLiteral("mousemove 700 455 mouseup 1"));
         QTRY_VERIFY(!changes.isEmpty());
         QTRY_COMPARE(changes.last(), QRectF(300, 430, 400, 400));
         // Then move it by dragging inside.
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("500"), QStringLiteral("450"),
-                 QStringLiteral("mousedown"), QStringLiteral("1"), QStringLiteral("mousemove"),
-                 QStringLiteral("520"), QStringLiteral("440"), QStringLiteral("mouseup"),
-                 QStringLiteral("1")});
+        xdotool(QStringLiteral("mousemove 500 450 mousedown 1 mousemove 520 440 mouseup 1"));
         QTRY_COMPARE(changes.last(), QRectF(320, 440, 400, 400));
         preview.hide();
     }
@@ -192,9 +179,8 @@ private Q_SLOTS:
     {
         QFETCH(bool, compositing);
         setCompositing(compositing);
-        xdotool(
-            {QStringLiteral("windowfocus"), QStringLiteral("--sync"), QString::number(m_backdrop->winId())});
-        const QString focused = xdotoolOut({QStringLiteral("getwindowfocus")});
+        xdotool(QStringLiteral("windowfocus --sync %1").arg(m_backdrop->winId()));
+        const QString focused = xdotool(QStringLiteral("getwindowfocus"));
 
         RecordingToolbarWindowController toolbar([this] { return m_compositing; });
         int starts = 0;
@@ -207,28 +193,26 @@ private Q_SLOTS:
         QCOMPARE(toolbar.panelSize(), QSizeF(84, 80));
         QTRY_VERIFY(near(screenPixel(550, 216), QColor::fromRgbF(1.0f, 0.25f, 0.25f), 10));
 
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("550"), QStringLiteral("216")});
+        xdotool(QStringLiteral("mousemove 550 216"));
         QTRY_COMPARE(toolbar.panel()->hovered(), RecordingToolbarPanel::Button::recordStop);
-        xdotool({QStringLiteral("click"), QStringLiteral("1")});
+        xdotool(QStringLiteral("click 1"));
         QTRY_COMPARE(starts, 1);
-        QCOMPARE(xdotoolOut({QStringLiteral("getwindowfocus")}), focused);
+        QCOMPARE(xdotool(QStringLiteral("getwindowfocus")), focused);
 
         // The recording look: the stop square in the middle button sends Stop.
         toolbar.toolbarState().startTimer();
         QTRY_COMPARE(toolbar.panelSize(), QSizeF(200, 80));
         // Qt knows the new geometry at once; the X server a moment later.
-        QTRY_COMPARE(
-            xdotoolOut({QStringLiteral("getwindowgeometry"), QString::number(toolbar.panel()->winId())})
-                .section(QStringLiteral("Geometry: "), 1)
-                .trimmed(),
-            QStringLiteral("200x80"));
+        QTRY_COMPARE(xdotool(QStringLiteral("getwindowgeometry %1").arg(toolbar.panel()->winId()))
+                         .section(QStringLiteral("Geometry: "), 1)
+                         .trimmed(),
+                     QStringLiteral("200x80"));
         QTest::qWait(100);
         const QRectF stopButton = toolbar.panel()->buttonRect(RecordingToolbarPanel::Button::recordStop);
         const QPoint stop = toolbar.panel()->mapToGlobal(stopButton.center().toPoint());
-        xdotool({QStringLiteral("mousemove"), QString::number(stop.x()), QString::number(stop.y()),
-                 QStringLiteral("click"), QStringLiteral("1")});
+        xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(stop.x()).arg(stop.y()));
         QTRY_COMPARE(stops, 1);
-        QCOMPARE(xdotoolOut({QStringLiteral("getwindowfocus")}), focused);
+        QCOMPARE(xdotool(QStringLiteral("getwindowfocus")), focused);
         toolbar.hide();
         QCOMPARE(toolbar.toolbarState().elapsedSeconds(), 0.0);
         QVERIFY(!toolbar.toolbarState().isRecording());
@@ -248,8 +232,7 @@ private Q_SLOTS:
                      qPrintable(screenPixel(298, 450).name()));
         QVERIFY(near(screenPixel(310, 450), kBackdrop));
         m_backdrop->clicks.clear();
-        xdotool({QStringLiteral("mousemove"), QStringLiteral("298"), QStringLiteral("450"),
-                 QStringLiteral("click"), QStringLiteral("1")});
+        xdotool(QStringLiteral("mousemove 298 450 click 1"));
         QTRY_COMPARE(m_backdrop->clicks.size(), 1);
         border.hide();
     }
