@@ -218,6 +218,10 @@ class Flow:
         self.click(copy_x, row_y)
         copied = self.wait_for("the GIF on the clipboard", lambda: self.clipboard("image/gif"))
         assert copied == gif.read_bytes(), "the clipboard holds other bytes than the GIF"
+        # File managers get the file itself.
+        file_url = gif.as_uri().encode()
+        assert self.clipboard("text/uri-list").strip() == file_url, self.clipboard("text/uri-list")
+        assert self.clipboard("x-special/gnome-copied-files") == b"copy\n" + file_url
         self.shot("copied")
 
         if self.args.upload:
@@ -225,6 +229,7 @@ class Flow:
             link = f"https://{CDN}/gifs/{gif.name}"
             self.wait_for("the link on the clipboard", lambda: self.clipboard("UTF8_STRING") == link.encode())
             self.shot("uploaded")
+            assert b"image/gif" not in self.clipboard("TARGETS"), "the link did not replace the GIF"
             assert self.history()[0].get("uploadURL") == link, self.history()[0]
             with urllib.request.urlopen(f"{self.s3_endpoint}/{BUCKET}/gifs/{gif.name}") as stored:
                 assert stored.read() == gif.read_bytes(), "the stored object differs from the GIF"
