@@ -132,19 +132,6 @@ private Q_SLOTS:
         QCOMPARE(errorOf(await(wrong, data)), QStringLiteral("Upload failed: HTTP 403"));
     }
 
-    void s3RefusesBeforeSendingWhenItCannot()
-    {
-        HttpFixture server;
-        CloudUploader noSecret(s3Config(server.url(), QString()));
-        QCOMPARE(
-            errorOf(await(noSecret, "GIF")),
-            QStringLiteral("Cloud upload not configured \u2014 add your AWS credentials in Preferences"));
-        CloudUploader plainHttp(s3Config(QStringLiteral("http://storage.example.com")));
-        QVERIFY(
-            errorOf(await(plainHttp, "GIF")).startsWith(QStringLiteral("Upload failed: the S3 endpoint")));
-        QVERIFY(server.requests.isEmpty());
-    }
-
     void s3StatusDecidesTheOutcome_data()
     {
         QTest::addColumn<int>("status");
