@@ -22,6 +22,7 @@
 
 #include <QApplication>
 #include <QCommandLineParser>
+#include <QDir>
 #include <QTimer>
 
 using namespace vantalo;
@@ -85,6 +86,8 @@ int main(int argc, char** argv)
     KeychainStore keychain(secrets);
     HotkeySettingsNotifier hotkeySettings;
     GifHistoryStore historyStore(GifHistoryStore::defaultBaseDirectory(), print);
+    // A recording finished just before a crash is listed again.
+    historyStore.recover(QDir::tempPath());
 
     const auto compositing = [&platform] { return platform->compositingManagerRunning(); };
     CaptureCollaborators collaborators{

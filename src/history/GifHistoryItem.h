@@ -16,6 +16,8 @@ struct GifHistoryItem
     QDateTime createdAt;
     qint64 fileSize = 0;
     std::optional<QUrl> uploadURL;
+
+    friend bool operator==(const GifHistoryItem&, const GifHistoryItem&) = default;
 };
 
 } // namespace vantalo

@@ -11,7 +11,9 @@ namespace vantalo {
 // The kept GIFs: a "gifs" directory and a "history.json" beside it, newest first. Nothing is held
 // in memory; every operation reads the file afresh and every change writes it back whole,
 // atomically (a crash or a full disk leaves the old file). A file that exists but cannot be read
-// is never overwritten: before the first change it is moved aside, and one line says where.
+// is never overwritten: before the first change it is moved aside, and one line says where. An
+// entry that cannot be used (a file name outside the GIF directory, a size beyond 64 bits) is left
+// out and the others are kept; the first change then keeps a copy of the file as it was.
 class GifHistoryStore final : public HistoryStore
 {
 public:
@@ -33,10 +35,22 @@ public:
     void updateUploadURL(const QUuid& id, const QUrl& url);
     void deleteItem(const GifHistoryItem& item);
 
+    // Run once at start, before anything else uses the store: removes what an interrupted save left
+    // beside the file, and lists the finished GIFs an interrupted add left unlisted (in the GIF
+    // directory, or still in `temporaryDirectory`), each in its place by time.
+    void recover(const QString& temporaryDirectory);
+
     // The file format, both ways (exposed for tests and tools).
+    struct Decoded
+    {
+        QList<GifHistoryItem> items;
+        int ignored = 0; // entries left out
+    };
     static QByteArray encode(const QList<GifHistoryItem>& items);
-    static std::optional<QList<GifHistoryItem>> decode(const QByteArray& json);
+    static std::optional<Decoded> decode(const QByteArray& json);
     static QString uuidText(const QUuid& id);
+    // A stored file name must be one path component, kept exactly when written as UTF-8.
+    static bool isPlainFilename(const QString& name);
 
 private:
     enum class FileState
@@ -45,10 +59,19 @@ private:
         readable,
         unreadable,
     };
-    QList<GifHistoryItem> load(FileState* state) const;
+    struct Loaded
+    {
+        FileState state;
+        QList<GifHistoryItem> items;
+        int ignored;
+    };
+    Loaded load() const;
     // The list to change: the file's, or an empty one once an unreadable file is safely aside.
     std::optional<QList<GifHistoryItem>> loadForChange();
     void save(const QList<GifHistoryItem>& items);
+    QString asidePath(const QString& kind) const;
+    // Writes `bytes` into the GIF directory under a new name; the item is not listed yet.
+    std::expected<GifHistoryItem, Failure> storeCopy(const QByteArray& bytes, const QDateTime& createdAt);
 
     QDir m_base;
     LinePrinter m_print;

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <string_view>
 #include <vector>
 
 namespace vantalo {
@@ -166,6 +167,12 @@ QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize)
         current = next;
     }
     out.write(current, codeSize);
+    // A decoder adds a table entry for every code after the first, one step behind us, so after
+    // the last code it holds one entry more than we inserted; it widens its codes as if we had
+    // inserted it too.
+    if (maxCode + 1 >= (1u << codeSize) && codeSize < 12) {
+        ++codeSize;
+    }
     // A clear before the end keeps every decoder's code size in step with ours.
     out.write(clearCode, codeSize);
     out.write(endCode, minCodeSize + 1);
@@ -218,6 +225,45 @@ QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList
     }
     out.append(char(0x3b));
     return out;
+}
+
+bool isCompleteGif(std::span<const char> bytes)
+{
+    qsizetype at = 13;
+    const auto size = qsizetype(bytes.size());
+    const auto byte = [&bytes](qsizetype i) { return quint8(bytes[size_t(i)]); };
+    const auto skipSubBlocks = [&] {
+        while (at < size && byte(at) != 0) {
+            at += 1 + byte(at);
+        }
+        ++at; // the terminating empty block
+    };
+    const auto colourTable = [](quint8 flags) { return (flags & 0x80) ? 3 * (2 << (flags & 7)) : 0; };
+    if (size < at || std::string_view(bytes.data(), 6) != "GIF89a") {
+        return false;
+    }
+    at += colourTable(byte(10));
+    while (at < size) {
+        switch (byte(at)) {
+        case 0x3b:
+            return at == size - 1;
+        case 0x21:
+            at += 2;
+            skipSubBlocks();
+            break;
+        case 0x2c:
+            if (at + 10 >= size) {
+                return false;
+            }
+            at += 10 + colourTable(byte(at + 9));
+            ++at; // the LZW minimum code size
+            skipSubBlocks();
+            break;
+        default:
+            return false;
+        }
+    }
+    return false;
 }
 
 } // namespace vantalo

@@ -37,4 +37,8 @@ QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize);
 // Each frame's data is released as soon as it is in the file.
 QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList<int>& delays);
 
+// Whether `bytes` is a whole GIF89a file: every block complete and the trailer its last byte. A
+// write cut short fails this, whatever the cut.
+bool isCompleteGif(std::span<const char> bytes);
+
 } // namespace vantalo

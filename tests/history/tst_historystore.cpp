@@ -1,4 +1,5 @@
 #include "history/GifHistoryStore.h"
+#include "recording/GifWriter.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -7,6 +8,8 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <ctime>
 
 using namespace vantalo;
 
@@ -135,39 +138,176 @@ private Q_SLOTS:
     void readingRules_data()
     {
         QTest::addColumn<QByteArray>("json");
+        QTest::addColumn<QByteArray>("timeZone");
         QTest::addColumn<int>("count");
+        const auto entry = [](const char* members) {
+            return QByteArray(R"({"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D",)") + members + "}";
+        };
         const QByteArray good =
-            R"({"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"vantalo_x.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":12})";
-        QTest::newRow("one entry") << QByteArray("[" + good + "]") << 1;
+            entry(R"("filename":"vantalo_x.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":12)");
+        QTest::newRow("one entry") << QByteArray("[" + good + "]") << QByteArray("UTC") << 1;
         QTest::newRow("null link and other members")
             << QByteArray(
-                   R"([{"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"f.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3,"uploadURL":null,"extra":true}])")
-            << 1;
-        QTest::newRow("fractional seconds")
+                   "[" +
+                   entry(
+                       R"("filename":"f.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3,"uploadURL":null,"extra":true)") +
+                   "]")
+            << QByteArray("UTC") << 1;
+        // Times in the hour that daylight saving skips on the machine's clock are ordinary UTC times.
+        QTest::newRow("skipped hour, Berlin")
             << QByteArray(
-                   R"([{"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"f.gif","createdAt":"2024-05-01T09:30:12.5Z","fileSize":3}])")
-            << 0;
-        QTest::newRow("one bad entry empties it")
+                   "[" + entry(R"("filename":"f.gif","createdAt":"2024-03-31T02:30:00Z","fileSize":3)") + "]")
+            << QByteArray("Europe/Berlin") << 1;
+        QTest::newRow("skipped hour, New York")
+            << QByteArray(
+                   "[" + entry(R"("filename":"f.gif","createdAt":"2024-03-10T02:30:00Z","fileSize":3)") + "]")
+            << QByteArray("America/New_York") << 1;
+        QTest::newRow("format characters in a name")
+            << QByteArray(
+                   "[" +
+                   entry(R"("filename":"clip%2F1%1.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3)") +
+                   "]")
+            << QByteArray("UTC") << 1;
+        // Entries that cannot be used are left out; the others stay.
+        QTest::newRow("a name outside the GIF directory")
+            << QByteArray(
+                   "[" + good + "," +
+                   entry(
+                       R"("filename":"..\/..\/..\/.bashrc","createdAt":"2024-05-01T09:30:12Z","fileSize":3)") +
+                   "," + entry(R"("filename":"..","createdAt":"2024-05-01T09:30:12Z","fileSize":3)") + "]")
+            << QByteArray("UTC") << 1;
+        QTest::newRow("a size beyond 64 bits")
+            << QByteArray("[" + good + "," +
+                          entry(R"("filename":"f.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":1e300)") +
+                          "]")
+            << QByteArray("UTC") << 1;
+        QTest::newRow("a lone surrogate")
+            << QByteArray(
+                   "[" + good + "," +
+                   entry(R"("filename":"a\ud800.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3)") + "]")
+            << QByteArray("UTC") << 1;
+        // What the format forbids makes the whole file unreadable.
+        QTest::newRow("fractional seconds")
+            << QByteArray("[" +
+                          entry(R"("filename":"f.gif","createdAt":"2024-05-01T09:30:12.5Z","fileSize":3)") +
+                          "]")
+            << QByteArray("UTC") << 0;
+        QTest::newRow("no such day")
+            << QByteArray(
+                   "[" + entry(R"("filename":"f.gif","createdAt":"2023-02-29T09:30:12Z","fileSize":3)") + "]")
+            << QByteArray("UTC") << 0;
+        QTest::newRow("one bad id empties it")
             << QByteArray(
                    "[" + good +
                    R"(,{"id":"x","filename":"f.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3}])")
-            << 0;
-        QTest::newRow("not an array") << QByteArray("{\"items\":[]}") << 0;
+            << QByteArray("UTC") << 0;
+        QTest::newRow("not an array") << QByteArray("{\"items\":[]}") << QByteArray("UTC") << 0;
         QTest::newRow("missing size")
-            << QByteArray(
-                   R"([{"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"f.gif","createdAt":"2024-05-01T09:30:12Z"}])")
-            << 0;
-        QTest::newRow("not JSON") << QByteArray("[{,") << 0;
+            << QByteArray("[" + entry(R"("filename":"f.gif","createdAt":"2024-05-01T09:30:12Z")") + "]")
+            << QByteArray("UTC") << 0;
+        QTest::newRow("not JSON") << QByteArray("[{,") << QByteArray("UTC") << 0;
     }
     void readingRules()
     {
         QFETCH(QByteArray, json);
+        QFETCH(QByteArray, timeZone);
         QFETCH(int, count);
+        qputenv("TZ", timeZone);
+        tzset();
+        const auto restore = qScopeGuard([] {
+            qunsetenv("TZ");
+            tzset();
+        });
         QFile file(m_store->metadataPath());
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(json);
         file.close();
-        QCOMPARE(m_store->loadItems().size(), count);
+        const QList<GifHistoryItem> items = m_store->loadItems();
+        QCOMPARE(items.size(), count);
+        // What is read is written back exactly, and reads back the same.
+        const auto again = GifHistoryStore::decode(GifHistoryStore::encode(items));
+        QVERIFY(again);
+        QCOMPARE(again->ignored, 0);
+        QVERIFY(again->items == items);
+    }
+
+    void unusableEntriesAreKeptAsideAndNeverTouched()
+    {
+        // A file outside the GIF directory that an entry names.
+        const QString outside = writeTempGif(*m_dir, "keep me", QStringLiteral("outside.gif"));
+        const auto added = m_store->addGif(writeTempGif(*m_dir, "GIF89a", QStringLiteral("n.gif")));
+        QVERIFY(added);
+        QByteArray json = readAll(m_store->metadataPath());
+        json.insert(json.indexOf('{'),
+                    R"({"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"..\/..\/outside.gif",)"
+                    R"("createdAt":"2024-05-01T09:30:12Z","fileSize":7},)");
+        QFile file(m_store->metadataPath());
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(json);
+        file.close();
+
+        GifHistoryItem hostile = *added;
+        hostile.filename = QStringLiteral("../../outside.gif");
+        m_store->deleteItem(hostile);
+        QVERIFY(QFile::exists(outside));
+        // The change wrote the usable entries only, after keeping the file as it was.
+        QCOMPARE(m_store->loadItems().size(), 0);
+        const QStringList aside = QDir(m_dir->filePath(QStringLiteral("Vantalo")))
+                                      .entryList({QStringLiteral("history.json.skipped-*")});
+        QCOMPARE(aside.size(), 1);
+        QCOMPARE(readAll(m_dir->filePath(QStringLiteral("Vantalo/") + aside.first())), json);
+        QCOMPARE(m_printed.size(), 1);
+        QVERIFY2(m_printed.first().startsWith(QStringLiteral("1 of the GIF history file's entries")),
+                 qPrintable(m_printed.first()));
+    }
+
+    void anInterruptedAddIsRecoveredAtStart()
+    {
+        const auto gif = [](int colour) {
+            return assembleGif(QSize(2, 1),
+                               {EncodedFrame{QRect(0, 0, 2, 1),
+                                             {qRgb(colour, 0, 0), qRgb(0, 0, 0)},
+                                             -1,
+                                             2,
+                                             lzwCompress(std::array<quint8, 2>{0, 1}, 2)}},
+                               {7});
+        };
+        const QString base = m_dir->filePath(QStringLiteral("Vantalo"));
+        QTemporaryDir temporary;
+        const auto listed = m_store->addGif(writeTempGif(temporary, gif(1), QStringLiteral("vantalo_1.gif")));
+        QVERIFY(listed);
+        // Copied into the GIF directory, never listed; and one cut short there.
+        const QString copied = QStringLiteral("vantalo_0F1E2D3C-4B5A-4978-8695-A4B3C2D1E0F9.gif");
+        writeTempGif(*m_dir, gif(2), QStringLiteral("Vantalo/gifs/") + copied);
+        writeTempGif(*m_dir, gif(3).chopped(1),
+                     QStringLiteral("Vantalo/gifs/vantalo_1E2D3C4B-5A49-4786-95A4-B3C2D1E0F9A8.gif"));
+        // Still in the temporary directory: a recording from 2023, and the original of a listed copy.
+        writeTempGif(temporary, gif(4), QStringLiteral("vantalo_1700000000.gif"));
+        writeTempGif(temporary, gif(1), QStringLiteral("vantalo_1700000001.gif"));
+        writeTempGif(temporary, gif(5), QStringLiteral("other.gif"));
+        // What an interrupted save leaves, and what must stay.
+        writeTempGif(*m_dir, "[", QStringLiteral("Vantalo/history.json.aB3xZ9"));
+        writeTempGif(*m_dir, "[", QStringLiteral("Vantalo/history.json.corrupt-20240101-000000"));
+
+        m_store->recover(temporary.path());
+        const QList<GifHistoryItem> items = m_store->loadItems();
+        QCOMPARE(items.size(), 3);
+        QCOMPARE(items[0].id, listed->id);
+        QCOMPARE(items[1].filename, copied);
+        QCOMPARE(items[1].fileSize, gif(2).size());
+        QCOMPARE(items[2].createdAt, QDateTime::fromSecsSinceEpoch(1700000000, Qt::UTC));
+        QCOMPARE(readAll(m_store->filePath(items[2])), gif(4));
+        QCOMPARE(QDir(temporary.path()).entryList(QDir::Files), QStringList{QStringLiteral("other.gif")});
+        QCOMPARE(QDir(base).entryList({QStringLiteral("history.json*")}, QDir::Files),
+                 (QStringList{QStringLiteral("history.json"),
+                              QStringLiteral("history.json.corrupt-20240101-000000")}));
+        QCOMPARE(m_printed, QStringList{QStringLiteral("Recovered 2 GIFs missing from the history")});
+
+        // Nothing left to recover: nothing written.
+        const QByteArray json = readAll(m_store->metadataPath());
+        m_store->recover(temporary.path());
+        QCOMPARE(readAll(m_store->metadataPath()), json);
+        QCOMPARE(m_printed.size(), 1);
     }
 
     void anUnreadableFileIsMovedAsideNotOverwritten()
