@@ -19,6 +19,7 @@
 #include "sharing/CloudUploader.h"
 #include "sharing/HostedUploader.h"
 #include "sharing/PreviewPanelController.h"
+#include "sharing/S3Request.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
@@ -102,10 +103,16 @@ int main(int argc, char** argv)
     auto coordinator = std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults,
                                                             platform->screenCapturePermission(), print);
     // The uploaders read their settings and credentials once, now; changes apply at the next start.
+    CloudUploader::Config s3Config = CloudUploader::Config::load(defaults, keychain);
+    auto hostedUploader = HostedUploader::create();
+    if (const auto problem = s3EndpointProblem(s3Config.endpoint); problem && !hostedUploader) {
+        print(QStringLiteral("Uploads will fail: ") + *problem + QStringLiteral(" (the endpoint is ") +
+              s3Config.endpoint + QStringLiteral(")"));
+    }
     PreviewPanelServices panelServices{
         .historyStore = historyStore,
-        .cloudUploader = std::make_unique<CloudUploader>(CloudUploader::Config::load(defaults, keychain)),
-        .hostedUploader = HostedUploader::create(),
+        .cloudUploader = std::make_unique<CloudUploader>(std::move(s3Config)),
+        .hostedUploader = std::move(hostedUploader),
         .scheduler = std::make_unique<TimerScheduler>(),
         .compositing = compositing,
         .openUrl = {},

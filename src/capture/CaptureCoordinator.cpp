@@ -2,6 +2,7 @@
 
 #include "RecordingToolbarState.h"
 #include "hotkey/HotkeyRegistrar.h"
+#include "hotkey/ShortcutLabel.h"
 #include "overlays/RegionGeometry.h"
 #include "settings/ShortcutSettings.h"
 
@@ -60,7 +61,12 @@ void CaptureCoordinator::later(void (CaptureCoordinator::*operation)())
 
 void CaptureCoordinator::registerHotkey()
 {
-    const Shortcut shortcut = readShortcut(m_defaults);
+    const StoredShortcut stored = readStoredShortcut(m_defaults);
+    const Shortcut shortcut = stored.shortcut;
+    if (stored.fellBack) {
+        m_print(QStringLiteral("The shortcut in the settings cannot be used; %1 is used instead")
+                    .arg(nativeShortcutLabel(shortcut)));
+    }
     QPointer self(this);
     m_c.hotkeyManager->onPermissionDenied = [self] {
         if (self && self->onHotkeyPermissionDenied) {

@@ -2,6 +2,7 @@
 
 #include "SettingsKeys.h"
 #include "UserDefaults.h"
+#include "hotkey/KeyCodes.h"
 
 #include <limits>
 
@@ -15,37 +16,22 @@ void registerShortcutDefaults(UserDefaults& defaults)
     });
 }
 
-namespace {
-std::optional<quint16> keyCodeIfInRange(qint64 value)
+StoredShortcut readStoredShortcut(const UserDefaults& defaults)
 {
-    if (value < 0 || value > std::numeric_limits<quint16>::max()) {
-        return std::nullopt;
-    }
-    return static_cast<quint16>(value);
-}
-} // namespace
-
-Shortcut readShortcut(const UserDefaults& defaults)
-{
-    Shortcut shortcut;
-    if (defaults.objectForKey(SettingsKey::hotkeyKeyCode)) {
-        shortcut.keyCode =
-            keyCodeIfInRange(defaults.integerForKey(SettingsKey::hotkeyKeyCode)).value_or(KeyCode::g);
-    }
-    if (const auto object = defaults.objectForKey(SettingsKey::hotkeyModifiers)) {
-        if (const auto bits = UserDefaults::integerValue(*object)) {
-            shortcut.modifiers = static_cast<quint64>(*bits);
-        }
-    }
-    return shortcut;
-}
-
-Shortcut menuShortcut(const UserDefaults& defaults)
-{
-    return Shortcut{
-        keyCodeIfInRange(defaults.integerForKey(SettingsKey::hotkeyKeyCode)).value_or(KeyCode::g),
-        static_cast<quint64>(defaults.integerForKey(SettingsKey::hotkeyModifiers)),
+    const auto read = [&defaults](const QString& key, qint64 fallback) -> std::optional<qint64> {
+        const auto object = defaults.objectForKey(key);
+        return object ? UserDefaults::integerValue(*object) : std::optional<qint64>(fallback);
     };
+    const auto keyCode = read(SettingsKey::hotkeyKeyCode, KeyCode::g);
+    const auto modifiers = read(SettingsKey::hotkeyModifiers, qint64(ModifierFlag::command));
+    const bool usable = keyCode && modifiers && *keyCode >= 0 &&
+                        *keyCode <= std::numeric_limits<quint16>::max() &&
+                        keyInfo(quint16(*keyCode)) != nullptr && *modifiers > 0 &&
+                        (quint64(*modifiers) & ~ModifierFlag::shortcutMask) == 0;
+    if (!usable) {
+        return {Shortcut{}, true};
+    }
+    return {Shortcut{quint16(*keyCode), quint64(*modifiers)}, false};
 }
 
 void storeShortcut(UserDefaults& defaults, const Shortcut& shortcut)

@@ -10,13 +10,29 @@ class UserDefaults;
 // anything reads them.
 void registerShortcutDefaults(UserDefaults& defaults);
 
-// The shortcut the capture flow registers: a present key code is taken if it fits 16 bits (one
-// that does not is ignored in favour of G, since Vantalo itself never writes one); modifiers are
-// taken when present and an integer, else the command flag.
-Shortcut readShortcut(const UserDefaults& defaults);
+struct StoredShortcut
+{
+    Shortcut shortcut;
+    // The stored pair could never be registered, so the default stands in for it.
+    bool fellBack = false;
+};
 
-// What the menu shows: both keys read as plain integers, relying on the registered defaults.
-Shortcut menuShortcut(const UserDefaults& defaults);
+// The shortcut the capture flow registers and the labels show. A key that was never stored reads
+// as the default. A stored pair is used only when it can be registered: both whole decimal
+// integers, a key of the key table, and modifiers made of the four shortcut bits, at least one;
+// anything else (a word, "5.0", a huge number, stray bits) gives the default shortcut instead of
+// a different key grabbed system-wide.
+StoredShortcut readStoredShortcut(const UserDefaults& defaults);
+inline Shortcut readShortcut(const UserDefaults& defaults)
+{
+    return readStoredShortcut(defaults).shortcut;
+}
+
+// What the menu shows: what is registered.
+inline Shortcut menuShortcut(const UserDefaults& defaults)
+{
+    return readShortcut(defaults);
+}
 
 // Stores a newly recorded shortcut in both keys.
 void storeShortcut(UserDefaults& defaults, const Shortcut& shortcut);

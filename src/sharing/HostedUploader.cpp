@@ -146,10 +146,10 @@ void HostedUploader::upload(const QByteArray& data, const QString&, Progress pro
                 done(std::unexpected(hostedFailure(QStringLiteral("Server returned an invalid upload URL"))));
                 return;
             }
-            // A link in another scheme (file:, javascript:...) must never reach the clipboard;
-            // refuse it before anything is sent.
+            // A link that is empty, unusable or in another scheme (file:, javascript:...) must
+            // never reach the clipboard; refuse it before the GIF is sent.
             const QUrl cdnURL(*cdnText, QUrl::StrictMode);
-            if (cdnURL.isValid() && !cdnText->isEmpty() && !isWebUrl(cdnURL)) {
+            if (cdnText->isEmpty() || !isWebUrl(cdnURL)) {
                 done(std::unexpected(hostedFailure(QStringLiteral("Server returned an invalid CDN URL"))));
                 return;
             }
@@ -159,25 +159,18 @@ void HostedUploader::upload(const QByteArray& data, const QString&, Progress pro
                 {{"Content-Type", "image/gif"}, {"Content-Length", QByteArray::number(data.size())}},
                 data,
                 m_timeouts.transfer};
-            m_http->send(
-                put, progress,
-                [done, cdnURL, cdnText = *cdnText, size = data.size()](const HttpOutcome& stored) {
-                    if (!stored) {
-                        done(std::unexpected(stored.error()));
-                        return;
-                    }
-                    if (stored->status < 200 || stored->status > 299) {
-                        done(std::unexpected(hostedFailure(QStringLiteral("S3 upload failed with HTTP ") +
-                                                           QString::number(stored->status))));
-                        return;
-                    }
-                    if (cdnText.isEmpty() || !isWebUrl(cdnURL)) {
-                        done(std::unexpected(
-                            hostedFailure(QStringLiteral("Server returned an invalid CDN URL"))));
-                        return;
-                    }
-                    done(UploadResult{cdnURL, size});
-                });
+            m_http->send(put, progress, [done, cdnURL, size = data.size()](const HttpOutcome& stored) {
+                if (!stored) {
+                    done(std::unexpected(stored.error()));
+                    return;
+                }
+                if (stored->status < 200 || stored->status > 299) {
+                    done(std::unexpected(hostedFailure(QStringLiteral("S3 upload failed with HTTP ") +
+                                                       QString::number(stored->status))));
+                    return;
+                }
+                done(UploadResult{cdnURL, size});
+            });
         });
 }
 

@@ -29,6 +29,20 @@ bool isLoopback(const QString& host)
 
 } // namespace
 
+std::optional<QString> s3EndpointProblem(const QString& endpoint)
+{
+    if (endpoint.isEmpty()) {
+        return std::nullopt;
+    }
+    const QUrl base(endpoint, QUrl::StrictMode);
+    const bool https = base.scheme() == QLatin1String("https");
+    const bool loopbackHttp = base.scheme() == QLatin1String("http") && isLoopback(base.host());
+    if (!base.isValid() || base.host().isEmpty() || (!https && !loopbackHttp)) {
+        return QStringLiteral("the S3 endpoint must be an https URL (http only on this computer)");
+    }
+    return std::nullopt;
+}
+
 Failure cloudUploaderFailure(CloudUploaderError error, const QString& detail)
 {
     switch (error) {
@@ -75,14 +89,10 @@ std::expected<S3SignedRequest, Failure> buildS3Request(const CloudUploader::Conf
         path = "/" + key;
         url = QUrl::fromEncoded("https://" + host + path, QUrl::StrictMode);
     } else {
-        const QUrl base(endpoint, QUrl::StrictMode);
-        const bool https = base.scheme() == QLatin1String("https");
-        const bool loopbackHttp = base.scheme() == QLatin1String("http") && isLoopback(base.host());
-        if (!base.isValid() || base.host().isEmpty() || (!https && !loopbackHttp)) {
-            return std::unexpected(cloudUploaderFailure(
-                CloudUploaderError::uploadFailed,
-                QStringLiteral("the S3 endpoint must be an https URL (http only on this computer)")));
+        if (const auto problem = s3EndpointProblem(endpoint)) {
+            return std::unexpected(cloudUploaderFailure(CloudUploaderError::uploadFailed, *problem));
         }
+        const QUrl base(endpoint, QUrl::StrictMode);
         // Path-style: the bucket is the first path segment, the endpoint's host (and port) the Host.
         host = base.host(QUrl::FullyEncoded).toUtf8();
         if (host.contains(':')) {

@@ -39,6 +39,10 @@ struct S3SignedRequest
 // the same in the URL and in the signature.
 QByteArray encodePathSegment(const QString& text);
 
+// Why an S3-compatible endpoint will be refused at upload, or nothing when it is usable (or
+// empty): it must be https, or http on a loopback address.
+std::optional<QString> s3EndpointProblem(const QString& endpoint);
+
 // Builds and signs the request for "gifs/" + filename. Without an endpoint it goes virtual-hosted
 // to <bucket>.s3.<region>.amazonaws.com over https; with one (S3-compatible storage) path-style to
 // <endpoint>/<bucket>/gifs/<file>, which must be https, or http on a loopback address. `now` is

@@ -72,53 +72,65 @@ private Q_SLOTS:
 
     void shortcutReading_data()
     {
-        QTest::addColumn<QString>("keyCode"); // "-" for nothing stored
-        QTest::addColumn<QString>("modifiers");
+        QTest::addColumn<QByteArray>("keyCode"); // "-" for nothing stored
+        QTest::addColumn<QByteArray>("modifiers");
         QTest::addColumn<bool>("registered");
         QTest::addColumn<int>("expectedKey");
         QTest::addColumn<qint64>("expectedModifiers");
-        QTest::newRow("nothing, not even defaults") << "-"
-                                                    << "-" << false << 5 << qint64(0x100000);
-        QTest::newRow("registered defaults") << "-"
-                                             << "-" << true << 5 << qint64(0x100000);
-        QTest::newRow("recorded shift-command-R") << "15"
-                                                  << "1179648" << true << 15 << qint64(0x120000);
-        QTest::newRow("modifiers not an integer") << "15"
-                                                  << "command" << true << 15 << qint64(0x100000);
-        QTest::newRow("modifiers empty") << "15"
-                                         << "" << false << 15 << qint64(0x100000);
-        QTest::newRow("key code beyond 16 bits") << "70000"
-                                                 << "262144" << true << 5 << qint64(0x40000);
-        QTest::newRow("negative key code") << "-1"
-                                           << "-" << true << 5 << qint64(0x100000);
-        QTest::newRow("key code not a number reads as 0") << "G"
-                                                          << "-" << true << 0 << qint64(0x100000);
-        QTest::newRow("stray bits kept as stored") << "5"
-                                                   << "1114112" << true << 5 << qint64(0x110000);
+        QTest::addColumn<bool>("fellBack");
+        const auto row = [](const char* name, const QByteArray& key, const QByteArray& modifiers,
+                            bool registered, int expectedKey, qint64 expectedModifiers, bool fellBack) {
+            QTest::newRow(name) << key << modifiers << registered << expectedKey << expectedModifiers
+                                << fellBack;
+        };
+        row("nothing, not even defaults", "-", "-", false, 5, 0x100000, false);
+        row("registered defaults", "-", "-", true, 5, 0x100000, false);
+        row("recorded shift-command-R", "15", "1179648", true, 15, 0x120000, false);
+        row("only the key stored", "15", "-", true, 15, 0x100000, false);
+        // A stored pair that can never be registered: the default, never another key.
+        row("modifiers a word", "15", "abc", true, 5, 0x100000, true);
+        row("modifiers empty", "15", "", false, 5, 0x100000, true);
+        row("no modifiers", "15", "0", true, 5, 0x100000, true);
+        row("modifiers -1", "5", "-1", true, 5, 0x100000, true);
+        row("stray bits", "5", "1114112", true, 5, 0x100000, true);
+        row("key code a word", "abc", "262144", true, 5, 0x100000, true);
+        row("key code 5.0", "5.0", "262144", true, 5, 0x100000, true);
+        row("key code huge", "99999999999999999999", "262144", true, 5, 0x100000, true);
+        row("key code beyond 16 bits", "70000", "262144", true, 5, 0x100000, true);
+        row("key code not in the key table", "1000", "262144", true, 5, 0x100000, true);
+        row("negative key code", "-1", "-", true, 5, 0x100000, true);
+        row("invalid UTF-8", "\xff\xfe", "262144", true, 5, 0x100000, true);
     }
     void shortcutReading()
     {
-        QFETCH(QString, keyCode);
-        QFETCH(QString, modifiers);
+        QFETCH(QByteArray, keyCode);
+        QFETCH(QByteArray, modifiers);
         QFETCH(bool, registered);
         QFETCH(int, expectedKey);
         QFETCH(qint64, expectedModifiers);
+        QFETCH(bool, fellBack);
         {
-            UserDefaults defaults(iniPath());
-            if (keyCode != QLatin1String("-")) {
-                defaults.setString(SettingsKey::hotkeyKeyCode, keyCode);
+            // Written as a hand edit would be, bytes and all.
+            QFile file(iniPath());
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("[General]\n");
+            if (keyCode != "-") {
+                file.write(SettingsKey::hotkeyKeyCode.toUtf8() + "=" + keyCode + "\n");
             }
-            if (modifiers != QLatin1String("-")) {
-                defaults.setString(SettingsKey::hotkeyModifiers, modifiers);
+            if (modifiers != "-") {
+                file.write(SettingsKey::hotkeyModifiers.toUtf8() + "=" + modifiers + "\n");
             }
         }
         auto defaults = reopened();
         if (registered) {
             registerShortcutDefaults(*defaults);
         }
-        const Shortcut shortcut = readShortcut(*defaults);
-        QCOMPARE(shortcut.keyCode, expectedKey);
-        QCOMPARE(shortcut.modifiers, quint64(expectedModifiers));
+        const StoredShortcut stored = readStoredShortcut(*defaults);
+        QCOMPARE(stored.shortcut.keyCode, expectedKey);
+        QCOMPARE(stored.shortcut.modifiers, quint64(expectedModifiers));
+        QCOMPARE(stored.fellBack, fellBack);
+        // The menu names what is registered.
+        QCOMPARE(menuShortcut(*defaults), stored.shortcut);
     }
 
     void uploadConfigurationKeepsStoredEmptyStrings()

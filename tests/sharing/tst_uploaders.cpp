@@ -241,7 +241,10 @@ private Q_SLOTS:
             << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"ftp://c/a.gif\"}") << 0
             << QStringLiteral("Upload failed: Server returned an invalid CDN URL");
         QTest::newRow("unparsable CDN URL")
-            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"http://[::1\"}") << 200
+            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"http://[::1\"}") << 0
+            << QStringLiteral("Upload failed: Server returned an invalid CDN URL");
+        QTest::newRow("empty CDN URL")
+            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"\"}") << 0
             << QStringLiteral("Upload failed: Server returned an invalid CDN URL");
         QTest::newRow("PUT refused") << 200 << good << 403
                                      << QStringLiteral("Upload failed: S3 upload failed with HTTP 403");
