@@ -2,7 +2,7 @@
 BUILD ?= build
 CMAKE_FLAGS ?=
 
-.PHONY: run test build deps format format-check test-asan clean
+.PHONY: run test build deps format format-check test-asan fuzz clean
 
 run: deps
 	@bash scripts/run.sh
@@ -20,6 +20,11 @@ build: deps
 test-asan: deps
 	@VANTALO_SANITIZE=1 bash scripts/test.sh
 
+# Each fuzz target for FUZZ_SECONDS (default 60), from its seed corpus in fuzz/corpus.
+FUZZ_SECONDS ?= 60
+fuzz: deps
+	@bash scripts/fuzz.sh $(FUZZ_SECONDS)
+
 format:
 	@git ls-files '*.cpp' '*.h' | xargs clang-format -i
 
@@ -31,4 +36,4 @@ bench-%: deps
 	@bash scripts/bench.sh $*
 
 clean:
-	@rm -rf build build-asan
+	@rm -rf build build-asan build-fuzz

@@ -13,6 +13,9 @@ if [ ! -f "$tools/node_modules/@20minutes/s3rver/lib/cli.js" ]; then
 fi
 export VANTALO_S3RVER="$tools/node_modules/@20minutes/s3rver"
 
+# A short pass of every fuzz target over the core library (make fuzz runs longer).
+bash scripts/fuzz.sh "${VANTALO_FUZZ_SECONDS:-20}"
+
 run_suite() {
   local dir=$1
   shift

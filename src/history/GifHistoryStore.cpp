@@ -185,7 +185,9 @@ std::optional<GifHistoryStore::Decoded> GifHistoryStore::decode(const QByteArray
             if (!url.isValid()) {
                 return std::nullopt;
             }
-            if (!uploadURL.toString().isValidUtf16()) {
+            // A link is written back as its encoded text, which must read back as the same link.
+            if (!uploadURL.toString().isValidUtf16() ||
+                QUrl(url.toString(QUrl::FullyEncoded), QUrl::StrictMode) != url) {
                 ++decoded.ignored;
                 continue;
             }

@@ -100,6 +100,35 @@ HostedUploader::HostedUploader(QUrl endpointURL, Timeouts timeouts)
 
 HostedUploader::~HostedUploader() = default;
 
+std::expected<HostedUploader::Targets, Failure> HostedUploader::readInitAnswer(int status,
+                                                                               const QByteArray& body)
+{
+    if (status != 200) {
+        return std::unexpected(hostedFailure(
+            errorReason(body).value_or(QStringLiteral("Server returned HTTP ") + QString::number(status))));
+    }
+    const auto object = jsonObject(body);
+    if (!object) {
+        return std::unexpected(object.error());
+    }
+    const auto uploadText = stringMember(*object, QStringLiteral("upload_url"));
+    const auto cdnText = stringMember(*object, QStringLiteral("cdn_url"));
+    if (!uploadText || !cdnText) {
+        return std::unexpected(!uploadText ? uploadText.error() : cdnText.error());
+    }
+    const QUrl uploadURL(*uploadText, QUrl::StrictMode);
+    if (uploadText->isEmpty() || !isWebUrl(uploadURL)) {
+        return std::unexpected(hostedFailure(QStringLiteral("Server returned an invalid upload URL")));
+    }
+    // A link that is empty, unusable or in another scheme (file:, javascript:...) must never reach
+    // the clipboard; refuse it before the GIF is sent.
+    const QUrl cdnURL(*cdnText, QUrl::StrictMode);
+    if (cdnText->isEmpty() || !isWebUrl(cdnURL)) {
+        return std::unexpected(hostedFailure(QStringLiteral("Server returned an invalid CDN URL")));
+    }
+    return Targets{uploadURL, cdnURL};
+}
+
 QByteArray HostedUploader::initRequestBody(qint64 size)
 {
     // Written by hand to keep the member order (QJsonObject sorts its keys).
@@ -124,53 +153,31 @@ void HostedUploader::upload(const QByteArray& data, const QString&, Progress pro
                 done(std::unexpected(hostedFailure(QStringLiteral("No HTTP response from server"))));
                 return;
             }
-            if (answer->status != 200) {
-                done(std::unexpected(hostedFailure(errorReason(answer->body)
-                                                       .value_or(QStringLiteral("Server returned HTTP ") +
-                                                                 QString::number(answer->status)))));
-                return;
-            }
-            const auto object = jsonObject(answer->body);
-            if (!object) {
-                done(std::unexpected(object.error()));
-                return;
-            }
-            const auto uploadText = stringMember(*object, QStringLiteral("upload_url"));
-            const auto cdnText = stringMember(*object, QStringLiteral("cdn_url"));
-            if (!uploadText || !cdnText) {
-                done(std::unexpected(!uploadText ? uploadText.error() : cdnText.error()));
-                return;
-            }
-            const QUrl uploadURL(*uploadText, QUrl::StrictMode);
-            if (uploadText->isEmpty() || !isWebUrl(uploadURL)) {
-                done(std::unexpected(hostedFailure(QStringLiteral("Server returned an invalid upload URL"))));
-                return;
-            }
-            // A link that is empty, unusable or in another scheme (file:, javascript:...) must
-            // never reach the clipboard; refuse it before the GIF is sent.
-            const QUrl cdnURL(*cdnText, QUrl::StrictMode);
-            if (cdnText->isEmpty() || !isWebUrl(cdnURL)) {
-                done(std::unexpected(hostedFailure(QStringLiteral("Server returned an invalid CDN URL"))));
+            const auto targets = readInitAnswer(answer->status, answer->body);
+            if (!targets) {
+                done(std::unexpected(targets.error()));
                 return;
             }
             const HttpRequest put{
                 "PUT",
-                uploadURL,
+                targets->uploadURL,
                 {{"Content-Type", "image/gif"}, {"Content-Length", QByteArray::number(data.size())}},
                 data,
                 m_timeouts.transfer};
-            m_http->send(put, progress, [done, cdnURL, size = data.size()](const HttpOutcome& stored) {
-                if (!stored) {
-                    done(std::unexpected(stored.error()));
-                    return;
-                }
-                if (stored->status < 200 || stored->status > 299) {
-                    done(std::unexpected(hostedFailure(QStringLiteral("S3 upload failed with HTTP ") +
-                                                       QString::number(stored->status))));
-                    return;
-                }
-                done(UploadResult{cdnURL, size});
-            });
+            m_http->send(
+                put, progress,
+                [done, cdnURL = targets->cdnURL, size = data.size()](const HttpOutcome& stored) {
+                    if (!stored) {
+                        done(std::unexpected(stored.error()));
+                        return;
+                    }
+                    if (stored->status < 200 || stored->status > 299) {
+                        done(std::unexpected(hostedFailure(QStringLiteral("S3 upload failed with HTTP ") +
+                                                           QString::number(stored->status))));
+                        return;
+                    }
+                    done(UploadResult{cdnURL, size});
+                });
         });
 }
 

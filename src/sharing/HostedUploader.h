@@ -34,6 +34,16 @@ public:
     static std::unique_ptr<HostedUploader>
     create(const std::optional<QString>& explicitEndpoint = std::nullopt);
 
+    // Where the answer to the initialization request says to PUT the GIF, and its public link.
+    struct Targets
+    {
+        QUrl uploadURL;
+        QUrl cdnURL;
+    };
+    // The answer read as the service's contract has it: HTTP 200 with both links usable (http or
+    // https with a host), or the failure to report.
+    static std::expected<Targets, Failure> readInitAnswer(int status, const QByteArray& body);
+
     explicit HostedUploader(QUrl endpointURL);
     HostedUploader(QUrl endpointURL, Timeouts timeouts);
     ~HostedUploader() override;

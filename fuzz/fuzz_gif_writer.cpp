@@ -1,0 +1,91 @@
+// Frames of any size, palette and content, written by the GIF writer and read back by giflib,
+// stb_image and the strict reader: every reader accepts the file and sees exactly the pixels and
+// delays written; the file is complete, and any shorter prefix of it is not.
+#include "Check.h"
+#include "recording/GifWriter.h"
+#include "support/GifReaders.h"
+
+#include <algorithm>
+#include <cstdint>
+
+using namespace vantalo;
+
+namespace {
+
+class Bytes
+{
+public:
+    Bytes(const std::uint8_t* data, std::size_t size) : m_data(data), m_size(size) {}
+    quint8 next() { return m_size == 0 ? 0 : m_data[m_at++ % m_size]; }
+
+private:
+    const std::uint8_t* m_data;
+    std::size_t m_size;
+    std::size_t m_at = 0;
+};
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    if (size < 4) {
+        return 0;
+    }
+    Bytes in(data, size);
+    const int width = 1 + in.next() % 48;
+    const int height = 1 + in.next() % 48;
+    const int frameCount = 1 + in.next() % 3;
+
+    QList<EncodedFrame> frames;
+    QList<int> delays;
+    QImage canvas(width, height, QImage::Format_ARGB32);
+    canvas.fill(0);
+    QList<QImage> expected;
+    for (int k = 0; k < frameCount; ++k) {
+        EncodedFrame frame;
+        const int paletteSize = 1 + in.next();
+        for (int i = 0; i < paletteSize; ++i) {
+            frame.palette.append(qRgb(i, 255 - i, (i * 37 + k * 11) & 0xff));
+        }
+        if (k == 0) {
+            frame.rect = QRect(0, 0, width, height);
+        } else {
+            const int x = in.next() % width;
+            const int y = in.next() % height;
+            frame.rect = QRect(x, y, 1 + in.next() % (width - x), 1 + in.next() % (height - y));
+        }
+        const quint8 transparent = in.next();
+        frame.transparentIndex = (transparent & 1) ? transparent % paletteSize : -1;
+        frame.minCodeSize = std::max(2, colorTableBits(paletteSize));
+        std::vector<quint8> indices(size_t(frame.rect.width()) * size_t(frame.rect.height()));
+        // Runs of one index as often as noise, so the table fills with long strings too.
+        for (size_t p = 0; p < indices.size(); ++p) {
+            const quint8 b = in.next();
+            indices[p] = (b & 0x80) && p > 0 ? indices[p - 1] : quint8(b % paletteSize);
+        }
+        for (int y = 0; y < frame.rect.height(); ++y) {
+            for (int x = 0; x < frame.rect.width(); ++x) {
+                const int index = indices[size_t(y) * size_t(frame.rect.width()) + size_t(x)];
+                if (index != frame.transparentIndex) {
+                    canvas.setPixel(frame.rect.x() + x, frame.rect.y() + y, frame.palette[index]);
+                }
+            }
+        }
+        expected.append(canvas.copy());
+        frame.compressed = lzwCompress(indices, frame.minCodeSize);
+        frames.append(frame);
+        delays.append(in.next() * 7);
+    }
+
+    const QByteArray gif = assembleGif(QSize(width, height), frames, delays);
+    const auto read = testing::readWithEveryReader(gif);
+    if (!read) {
+        std::fprintf(stderr, "%s\n", qPrintable(read.error()));
+    }
+    FUZZ_CHECK(read.has_value());
+    FUZZ_CHECK(read->frames == expected);
+    FUZZ_CHECK(read->delays == delays);
+    FUZZ_CHECK(isCompleteGif(gif));
+    FUZZ_CHECK(!isCompleteGif(gif.chopped(1 + in.next() % gif.size())));
+    return 0;
+}
