@@ -1,5 +1,9 @@
 #include "QtKeychainSecretStore.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusMetaType>
+#include <QDBusObjectPath>
 #include <QEventLoop>
 #include <QLoggingCategory>
 #include <QTimer>
@@ -76,7 +80,35 @@ std::optional<QByteArray> QtKeychainSecretStore::readSecret(const QString& accou
     if (run(job, keep) != Outcome::succeeded) {
         return std::nullopt;
     }
+    // Earlier versions saved credentials as binary data, which the Secret Service holds as base64
+    // text that other keyring tools show as it is: such an item is saved again as text.
+    if (heldAsBase64(account)) {
+        deleteSecret(account);
+        addSecret(account, data);
+    }
     return data;
+}
+
+bool QtKeychainSecretStore::heldAsBase64(const QString& account) const
+{
+    // Only the Secret Service answers this; elsewhere (the macOS Keychain, KWallet) the call
+    // fails and nothing is rewritten.
+    using Attributes = QMap<QString, QString>;
+    qDBusRegisterMetaType<Attributes>();
+    QDBusMessage search = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.secrets"), QStringLiteral("/org/freedesktop/secrets"),
+        QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("SearchItems"));
+    search << QVariant::fromValue(Attributes{{QStringLiteral("user"), account},
+                                             {QStringLiteral("server"), m_service},
+                                             {QStringLiteral("type"), QStringLiteral("base64")}});
+    const QDBusMessage reply =
+        QDBusConnection::sessionBus().call(search, QDBus::Block, int(m_timeLimit.count()));
+    if (reply.type() != QDBusMessage::ReplyMessage || reply.arguments().size() != 2) {
+        return false;
+    }
+    return std::ranges::any_of(reply.arguments(), [](const QVariant& paths) {
+        return !qdbus_cast<QList<QDBusObjectPath>>(paths).isEmpty();
+    });
 }
 
 void QtKeychainSecretStore::deleteSecret(const QString& account)
@@ -90,7 +122,9 @@ bool QtKeychainSecretStore::addSecret(const QString& account, const QByteArray& 
 {
     auto* job = new QKeychain::WritePasswordJob(m_service);
     job->setKey(account);
-    job->setBinaryData(value);
+    // As text, so the keyring holds the credential as typed (QtKeychain keeps binary data as
+    // base64); the credentials are UTF-8 already.
+    job->setTextData(QString::fromUtf8(value));
     return run(job) == Outcome::succeeded;
 }
 

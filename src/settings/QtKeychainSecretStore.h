@@ -37,6 +37,7 @@ private:
     };
     Outcome run(QKeychain::Job* job, const std::function<void(QKeychain::Job*)>& onSuccess = {});
     void reportUnavailable(const QString& reason);
+    bool heldAsBase64(const QString& account) const;
 
     QString m_service;
     LinePrinter m_print;

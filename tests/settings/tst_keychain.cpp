@@ -36,6 +36,17 @@ class TestKeychain : public QObject
 {
     Q_OBJECT
 
+    // secret-tool's standard output (stderr joined for "search"), given `input` on its standard input.
+    static QString secretTool(const QStringList& arguments, const QByteArray& input = {})
+    {
+        QProcess tool;
+        tool.start(QStringLiteral("secret-tool"), arguments);
+        tool.write(input);
+        tool.closeWriteChannel();
+        tool.waitForFinished(10000);
+        return QString::fromUtf8(tool.readAllStandardOutput() + tool.readAllStandardError()).trimmed();
+    }
+
     QString probe(const QString& shellPrefix)
     {
         QProcess process;
@@ -78,14 +89,35 @@ private Q_SLOTS:
         QVERIFY2(printed.isEmpty(), qPrintable(printed.join('\n')));
 
         // Saving twice left one item for the account, in the keyring itself.
-        QProcess search;
-        search.start(QStringLiteral("secret-tool"),
-                     {QStringLiteral("search"), QStringLiteral("--all"), QStringLiteral("user"),
-                      QStringLiteral("aws-secret-access-key")});
-        QVERIFY(search.waitForFinished(10000));
-        const QString items =
-            QString::fromUtf8(search.readAllStandardOutput() + search.readAllStandardError());
+        const QString items = secretTool({QStringLiteral("search"), QStringLiteral("--all"),
+                                          QStringLiteral("user"), QStringLiteral("aws-secret-access-key")});
         QCOMPARE(items.count(QStringLiteral("[/")), 1);
+        // Other keyring tools read the secret as it was typed.
+        QCOMPARE(
+            secretTool({QStringLiteral("lookup"), QStringLiteral("user"),
+                        QStringLiteral("aws-secret-access-key"), QStringLiteral("server"), keychainService}),
+            QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9"));
+    }
+
+    void credentialsSavedAsBase64AreReadAndRewrittenAsText()
+    {
+        // What an earlier version left: the bytes as base64 text, marked type=base64.
+        const QStringList item{QStringLiteral("user"), QStringLiteral("aws-access-key-id"),
+                               QStringLiteral("server"), keychainService};
+        secretTool(QStringList{QStringLiteral("clear")} + item);
+        QCOMPARE(secretTool(QStringList{QStringLiteral("store"), QStringLiteral("--label=old")} + item +
+                                QStringList{QStringLiteral("type"), QStringLiteral("base64")},
+                            QByteArray("AKIA\xc3\xa9XAMPLE").toBase64()),
+                 QString());
+        QtKeychainSecretStore secrets(keychainService, [](const QString&) {});
+        KeychainStore keychain(secrets);
+        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), QStringLiteral("AKIA\u00e9XAMPLE"));
+        QCOMPARE(secretTool(QStringList{QStringLiteral("lookup")} + item),
+                 QStringLiteral("AKIA\u00e9XAMPLE"));
+        const QString all = secretTool(QStringList{QStringLiteral("search"), QStringLiteral("--all")} + item);
+        QCOMPARE(all.count(QStringLiteral("[/")), 1);
+        QVERIFY2(all.contains(QStringLiteral("attribute.type = plaintext")), qPrintable(all));
+        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), QStringLiteral("AKIA\u00e9XAMPLE"));
     }
 
     void noSecretServiceReadsAbsentAndSavesFalse()
