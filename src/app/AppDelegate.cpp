@@ -28,6 +28,9 @@ AppDelegate::AppDelegate(AppServices services, std::unique_ptr<CaptureCoordinato
     : QObject(parent), m_services(services), m_captureCoordinator(std::move(coordinator)),
       m_previewPanelController(std::move(previewPanel)), m_historyPanelController(std::move(historyPanel))
 {
+    // The defaults come first: the first menu already names the shortcut, even for a tray host
+    // that shows it without asking for it again.
+    registerShortcutDefaults(m_services.defaults);
     // The items are made anew every time the menu opens, so they always match the state.
     connect(&m_menu, &QMenu::aboutToShow, this, &AppDelegate::rebuildMenu);
     rebuildMenu();
@@ -42,7 +45,6 @@ AppDelegate::~AppDelegate()
 
 void AppDelegate::setupApplication()
 {
-    registerShortcutDefaults(m_services.defaults);
     setupStatusItem();
     if (!m_services.capturePermission.preflight()) {
         m_services.capturePermission.request();
@@ -246,7 +248,10 @@ void AppDelegate::showShortcutUnavailableAlert()
             "Preferences, or bind the command \u201Cvantalo --toggle\u201D in your desktop's "
             "keyboard settings.")
             .arg(currentShortcutLabel());
-    m_shortcutAlert = new QMessageBox(QMessageBox::Warning, QStringLiteral("Shortcut Unavailable"), text);
+    // The heading is in the box too: a desktop without window decorations never shows the title.
+    const QString heading = QStringLiteral("Shortcut Unavailable");
+    m_shortcutAlert = new QMessageBox(QMessageBox::Warning, heading, heading);
+    m_shortcutAlert->setInformativeText(text);
     m_shortcutAlert->setAttribute(Qt::WA_DeleteOnClose);
     QPushButton* openPreferencesButton =
         m_shortcutAlert->addButton(QStringLiteral("Open Preferences"), QMessageBox::AcceptRole);

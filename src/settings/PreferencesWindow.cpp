@@ -97,18 +97,30 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     connect(m_save, &QPushButton::clicked, this, &PreferencesWindow::save);
     saveRow->addWidget(m_save);
     layout->addLayout(saveRow);
-}
 
-void PreferencesWindow::showEvent(QShowEvent* event)
-{
+    // Read once, when the window opens: showing it again must not overwrite what is being typed.
     loadCredentials();
-    QDialog::showEvent(event);
 }
 
 void PreferencesWindow::loadCredentials()
 {
-    m_accessKeyId->setText(m_keychain.loadCredential(CredentialKey::accessKeyId).value_or(QString()));
-    m_secretAccessKey->setText(m_keychain.loadCredential(CredentialKey::secretAccessKey).value_or(QString()));
+    m_savedCredentials = {m_keychain.loadCredential(CredentialKey::accessKeyId).value_or(QString()),
+                          m_keychain.loadCredential(CredentialKey::secretAccessKey).value_or(QString())};
+    m_accessKeyId->setText(m_savedCredentials.first);
+    m_secretAccessKey->setText(m_savedCredentials.second);
+}
+
+bool PreferencesWindow::hasUnsavedCredentials() const
+{
+    return std::pair(m_accessKeyId->text(), m_secretAccessKey->text()) != m_savedCredentials;
+}
+
+void PreferencesWindow::reject()
+{
+    // Escape closes the window, but never over credentials typed and not yet saved.
+    if (!hasUnsavedCredentials()) {
+        QDialog::reject();
+    }
 }
 
 void PreferencesWindow::save()
@@ -116,6 +128,7 @@ void PreferencesWindow::save()
     // Stored as typed, untrimmed; a failure is not reported (the confirmation shows regardless).
     m_keychain.saveCredential(CredentialKey::accessKeyId, m_accessKeyId->text());
     m_keychain.saveCredential(CredentialKey::secretAccessKey, m_secretAccessKey->text());
+    m_savedCredentials = {m_accessKeyId->text(), m_secretAccessKey->text()};
     setSavedShown(true);
     // Every Save hides the note two seconds after itself; a later Save does not push it back.
     QTimer::singleShot(kSavedHoldMs, this, [this] { setSavedShown(false); });

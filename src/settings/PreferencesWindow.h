@@ -8,6 +8,7 @@
 #include <QPushButton>
 
 #include <memory>
+#include <utility>
 
 namespace vantalo {
 
@@ -38,9 +39,10 @@ public:
     QPushButton* saveButton() const { return m_save; }
 
     void save();
+    bool hasUnsavedCredentials() const;
 
 protected:
-    void showEvent(QShowEvent* event) override;
+    void reject() override;
 
 private:
     void loadCredentials();
@@ -63,6 +65,7 @@ private:
     QLabel* m_saved;
     QPushButton* m_save;
     bool m_showSaved = false;
+    std::pair<QString, QString> m_savedCredentials; // as last read from or saved to the keyring
 };
 
 } // namespace vantalo

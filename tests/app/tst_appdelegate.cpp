@@ -239,10 +239,12 @@ private Q_SLOTS:
         QMessageBox* alert = m_delegate->shortcutAlert();
         QVERIFY(alert);
         QCOMPARE(alert->windowTitle(), QStringLiteral("Shortcut Unavailable"));
-        QVERIFY(alert->text().startsWith(
+        QCOMPARE(alert->text(), QStringLiteral("Shortcut Unavailable"));
+        QVERIFY(alert->informativeText().startsWith(
             QStringLiteral("Vantalo could not register the global shortcut Ctrl+G. ")));
-        QVERIFY(alert->text().endsWith(QStringLiteral("bind the command \u201Cvantalo --toggle\u201D in your "
-                                                      "desktop's keyboard settings.")));
+        QVERIFY(alert->informativeText().endsWith(
+            QStringLiteral("bind the command \u201Cvantalo --toggle\u201D in your "
+                           "desktop's keyboard settings.")));
         QStringList buttons;
         for (QAbstractButton* button : alert->buttons()) {
             buttons << button->text();

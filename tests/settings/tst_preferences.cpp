@@ -142,9 +142,15 @@ private Q_SLOTS:
                  QStringLiteral("http://127.0.0.1:4569"));
         qunsetenv(CloudUploader::endpointVariable);
 
-        // Credentials reach the keyring only through Save; Return in a field is Save.
+        // Credentials reach the keyring only through Save; Return in a field is Save. Escape and
+        // showing the window again keep what is typed and not saved.
         QTest::keyClicks(window->accessKeyIdField(), QStringLiteral("AKIDEXAMPLE"));
         QTest::keyClicks(window->secretAccessKeyField(), QStringLiteral(" secret with spaces "));
+        QTest::keyClick(window->secretAccessKeyField(), Qt::Key_Escape);
+        QVERIFY(window->isVisible());
+        window->hide();
+        window->show();
+        QCOMPARE(window->accessKeyIdField()->text(), QStringLiteral("AKIDEXAMPLE"));
         QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
         QTest::keyClick(window->secretAccessKeyField(), Qt::Key_Return);
         QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), QStringLiteral("AKIDEXAMPLE"));
@@ -165,6 +171,9 @@ private Q_SLOTS:
         QCOMPARE(defaults.integerForKey(SettingsKey::hotkeyKeyCode), 15);
         QCOMPARE(defaults.integerForKey(SettingsKey::hotkeyModifiers), 1179648);
         QCOMPARE(window->recorderButton()->text(), QStringLiteral("Shift+Ctrl+R"));
+        // Nothing unsaved: Escape closes.
+        QTest::keyClick(window->accessKeyIdField(), Qt::Key_Escape);
+        QVERIFY(!window->isVisible());
 
         // A new window reads what was saved.
         window.reset();
