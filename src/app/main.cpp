@@ -96,7 +96,9 @@ int main(int argc, char** argv)
         platform->createScreenRecorder(),
         std::make_shared<GifEncoder>(),
         std::make_unique<RegionSelectionWindowController>(compositing),
-        std::make_unique<RecordingToolbarWindowController>(compositing),
+        std::make_unique<RecordingToolbarWindowController>(
+            compositing, [&platform](QWindow* window,
+                                     const QRegion& region) { platform->setInputRegion(window, region); }),
         std::make_unique<RecordingBorderOverlay>(compositing),
         std::make_unique<RegionPreviewOverlay>(compositing),
     };

@@ -41,8 +41,10 @@ QFont timeFont()
 }
 } // namespace
 
-RecordingToolbarPanel::RecordingToolbarPanel(RecordingToolbarState& state, bool compositing)
-    : QWidget(nullptr, floatingFlags()), m_state(&state), m_compositing(compositing)
+RecordingToolbarPanel::RecordingToolbarPanel(RecordingToolbarState& state, bool compositing,
+                                             InputRegionSetter inputRegion)
+    : QWidget(nullptr, floatingFlags()), m_state(&state), m_compositing(compositing),
+      m_inputRegion(std::move(inputRegion))
 {
     // Named for window lists, screen readers and scripted runs.
     setWindowTitle(QStringLiteral("Vantalo Recording Toolbar"));
@@ -87,12 +89,18 @@ void RecordingToolbarPanel::relayout()
             move(centre.x() - wanted.width() / 2, y());
         }
     }
+    // Only the capsule takes clicks: the padding around it lies over the region's top handle, and
+    // while recording over whatever is below. Without a compositor to blend the corners the window
+    // is cut to the capsule; with one the padding shows the shadow but lets clicks through.
+    QPainterPath capsule;
+    capsule.addRoundedRect(QRectF(kPadding, kPadding, wanted.width() - 2 * kPadding, kBarHeight),
+                           kBarHeight / 2, kBarHeight / 2);
+    const QRegion capsuleRegion(capsule.toFillPolygon().toPolygon());
     if (!m_compositing) {
-        // No compositor to blend the corners: the window is cut to the capsule.
-        QPainterPath capsule;
-        capsule.addRoundedRect(QRectF(kPadding, kPadding, wanted.width() - 2 * kPadding, kBarHeight),
-                               kBarHeight / 2, kBarHeight / 2);
-        setMask(QRegion(capsule.toFillPolygon().toPolygon()));
+        setMask(capsuleRegion);
+    } else if (m_inputRegion) {
+        winId(); // the native window must exist to be shaped
+        m_inputRegion(windowHandle(), capsuleRegion);
     }
     update();
 }
@@ -210,8 +218,9 @@ void RecordingToolbarPanel::paintEvent(QPaintEvent*)
     }
 }
 
-RecordingToolbarWindowController::RecordingToolbarWindowController(std::function<bool()> compositing)
-    : m_compositing(std::move(compositing))
+RecordingToolbarWindowController::RecordingToolbarWindowController(std::function<bool()> compositing,
+                                                                   InputRegionSetter inputRegion)
+    : m_compositing(std::move(compositing)), m_inputRegion(std::move(inputRegion))
 {
 }
 
@@ -227,7 +236,7 @@ void RecordingToolbarWindowController::show(const QRectF& region)
 {
     hide();
     const bool compositing = m_compositing && m_compositing();
-    auto* panel = new RecordingToolbarPanel(m_state, compositing);
+    auto* panel = new RecordingToolbarPanel(m_state, compositing, m_inputRegion);
     panel->onPressed = [this](RecordingToolbarPanel::Button button) {
         // The callbacks in force at the moment of the press.
         if (button == RecordingToolbarPanel::Button::restart) {

@@ -10,6 +10,10 @@
 
 namespace vantalo {
 
+// Where a window takes mouse input, its own coordinates; the rest lets clicks through to what
+// lies below. Only the platform can set it apart from what the window shows.
+using InputRegionSetter = std::function<void(QWindow* window, const QRegion& region)>;
+
 // The floating toolbar: a 40-point capsule inside 20 points of padding, holding the red Start dot,
 // or, while recording, Restart, the stop square and the elapsed time. It never takes the keyboard
 // focus from the application in front.
@@ -24,7 +28,7 @@ public:
         recordStop,
     };
 
-    RecordingToolbarPanel(RecordingToolbarState& state, bool compositing);
+    RecordingToolbarPanel(RecordingToolbarState& state, bool compositing, InputRegionSetter inputRegion = {});
 
     // The buttons' rectangles in widget coordinates, for the current look.
     QRectF buttonRect(Button button) const;
@@ -48,13 +52,15 @@ private:
     // A panel fading out may outlive its controller and the state with it.
     QPointer<RecordingToolbarState> m_state;
     bool m_compositing;
+    InputRegionSetter m_inputRegion;
     Button m_hovered = Button::none;
 };
 
 class RecordingToolbarWindowController final : public ToolbarPresenter
 {
 public:
-    explicit RecordingToolbarWindowController(std::function<bool()> compositing);
+    explicit RecordingToolbarWindowController(std::function<bool()> compositing,
+                                              InputRegionSetter inputRegion = {});
     ~RecordingToolbarWindowController() override;
 
     void show(const QRectF& region) override;
@@ -66,6 +72,7 @@ public:
 
 private:
     std::function<bool()> m_compositing;
+    InputRegionSetter m_inputRegion;
     RecordingToolbarState m_state;
     QPointer<RecordingToolbarPanel> m_panel;
     QList<QPointer<RecordingToolbarPanel>> m_fading;

@@ -2,9 +2,12 @@
 
 #include "common/Console.h"
 
+#include <QRegion>
 #include <QString>
 
 #include <memory>
+
+class QWindow;
 
 namespace vantalo {
 
@@ -26,6 +29,8 @@ public:
     // Whether translucent windows are composited over what lies below them; without it, an
     // overlay must paint what it covers itself.
     virtual bool compositingManagerRunning() const = 0;
+    // Lets `window` take mouse input in `region` (its own coordinates) only, whatever it shows.
+    virtual void setInputRegion(QWindow* window, const QRegion& region) = 0;
 };
 
 // Picks the platform for the running session; call after the QGuiApplication exists.

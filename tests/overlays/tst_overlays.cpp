@@ -3,6 +3,7 @@
 #include "capture/RecordingToolbarWindowController.h"
 #include "overlays/RegionPreviewOverlay.h"
 #include "overlays/RegionSelectionWindowController.h"
+#include "platform/Platform.h"
 
 #include <QApplication>
 #include <QMouseEvent>
@@ -65,8 +66,17 @@ class TestOverlays : public QObject
     Q_OBJECT
 
     std::unique_ptr<Backdrop> m_backdrop;
+    std::unique_ptr<Platform> m_platform = createPlatform();
     QProcess m_compositor;
     bool m_compositing = false;
+
+    // The toolbar as the application makes it.
+    std::unique_ptr<RecordingToolbarWindowController> toolbar()
+    {
+        return std::make_unique<RecordingToolbarWindowController>(
+            [this] { return m_compositing; },
+            [this](QWindow* window, const QRegion& region) { m_platform->setInputRegion(window, region); });
+    }
 
     void setCompositing(bool on)
     {
@@ -162,6 +172,35 @@ private Q_SLOTS:
         QCOMPARE(screenPixel(298, 248), QColor(Qt::white));
         QCOMPARE(screenPixel(550, 652), QColor(Qt::white));
 
+        // Every handle, with the toolbar shown above the region as when adjusting for real: its
+        // padding lies over the top handle and must let the drag through. Each drag moves its
+        // handle 20 points left and 30 up; the edges it holds follow.
+        auto bar = toolbar();
+        for (const QPoint side : {QPoint(-1, -1), QPoint(0, -1), QPoint(1, -1), QPoint(1, 0), QPoint(1, 1),
+                                  QPoint(0, 1), QPoint(-1, 1), QPoint(-1, 0)}) {
+            preview.show(display, QRectF(300, 430, 500, 400));
+            bar->show(QRectF(300, 430, 500, 400)); // above the overlay, as the application stacks them
+            QVERIFY(QTest::qWaitForWindowExposed(bar->panel()));
+            QVERIFY(bar->panel()->frameGeometry().contains(550, 250)); // over the top handle
+            QTest::qWait(100);
+            changes.clear();
+            const QPoint handle(550 + side.x() * 250, 450 + side.y() * 200);
+            const QPoint to = handle + QPoint(side.x() == 0 ? 0 : -20, side.y() == 0 ? 0 : -30);
+            xdotool(QStringLiteral("mousemove %1 %2 mousedown 1").arg(handle.x()).arg(handle.y()));
+            xdotool(QStringLiteral("mousemove %1 %2").arg(to.x() + 1).arg(to.y() + 1));
+            xdotool(QStringLiteral("mousemove %1 %2 mouseup 1").arg(to.x()).arg(to.y()));
+            const int left = 300 + (side.x() < 0 ? -20 : 0);
+            const int right = 800 + (side.x() > 0 ? -20 : 0);
+            const int top = 250 + (side.y() < 0 ? -30 : 0);
+            const int bottom = 650 + (side.y() > 0 ? -30 : 0);
+            const QRectF expected(left, 1080 - bottom, right - left, bottom - top);
+            QTRY_VERIFY2(!changes.isEmpty() && changes.last() == expected,
+                         qPrintable(QStringLiteral("handle at (%1, %2)").arg(handle.x()).arg(handle.y())));
+        }
+        bar->hide();
+        preview.show(display, QRectF(300, 430, 500, 400));
+        QTest::qWait(100);
+
         // Drag the right handle 100 points left; the region shrinks from the right.
         xdotool(QStringLiteral("mousemove 800 450 mousedown 1"));
         xdotool(QStringLiteral("mousemove 750 452"));
@@ -182,7 +221,8 @@ private Q_SLOTS:
         xdotool(QStringLiteral("windowfocus --sync %1").arg(m_backdrop->winId()));
         const QString focused = xdotool(QStringLiteral("getwindowfocus"));
 
-        RecordingToolbarWindowController toolbar([this] { return m_compositing; });
+        auto bar = toolbar();
+        RecordingToolbarWindowController& toolbar = *bar;
         int starts = 0;
         int stops = 0;
         toolbar.onStart = [&starts] { ++starts; };
@@ -213,6 +253,12 @@ private Q_SLOTS:
         xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(stop.x()).arg(stop.y()));
         QTRY_COMPARE(stops, 1);
         QCOMPARE(xdotool(QStringLiteral("getwindowfocus")), focused);
+        // The padding round the capsule lets clicks through to what is below.
+        m_backdrop->clicks.clear();
+        const QPoint margin = toolbar.panel()->mapToGlobal(QPoint(4, 4));
+        xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(margin.x()).arg(margin.y()));
+        QTRY_COMPARE(m_backdrop->clicks.size(), 1);
+        QCOMPARE(stops, 1);
         toolbar.hide();
         QCOMPARE(toolbar.toolbarState().elapsedSeconds(), 0.0);
         QVERIFY(!toolbar.toolbarState().isRecording());

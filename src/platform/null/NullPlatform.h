@@ -16,6 +16,7 @@ public:
     std::unique_ptr<FrameRecorder> createScreenRecorder() override;
     ScreenCapturePermission& screenCapturePermission() override { return m_permission; }
     bool compositingManagerRunning() const override { return true; }
+    void setInputRegion(QWindow*, const QRegion&) override {}
 
     const QString& reason() const { return m_reason; }
 

@@ -6,9 +6,14 @@
 #include "recording/ScreenRecorder.h"
 
 #include <QGuiApplication>
+#include <QWindow>
+#include <QtMath>
+
+#include <xcb/shape.h>
 
 #include <cstdlib>
 #include <memory>
+#include <vector>
 
 namespace vantalo {
 
@@ -51,6 +56,25 @@ std::unique_ptr<FrameRecorder> X11Platform::createScreenRecorder()
 {
     return std::make_unique<ScreenRecorder>(std::make_unique<X11CaptureBackend>(),
                                             [] { return qGuiApp->devicePixelRatio(); });
+}
+
+void X11Platform::setInputRegion(QWindow* window, const QRegion& region)
+{
+    if (!m_connection || !window) {
+        return;
+    }
+    // The input shape alone (SHAPE 1.1): the bounding shape, and so what is drawn, stays whole.
+    const qreal scale = window->devicePixelRatio();
+    std::vector<xcb_rectangle_t> rectangles;
+    for (const QRect& r : region) {
+        const QRect native(QPoint(qFloor(r.left() * scale), qFloor(r.top() * scale)),
+                           QPoint(qCeil((r.right() + 1) * scale) - 1, qCeil((r.bottom() + 1) * scale) - 1));
+        rectangles.push_back(
+            {qint16(native.x()), qint16(native.y()), quint16(native.width()), quint16(native.height())});
+    }
+    xcb_shape_rectangles(m_connection, XCB_SHAPE_SO_SET, XCB_SHAPE_SK_INPUT, XCB_CLIP_ORDERING_UNSORTED,
+                         xcb_window_t(window->winId()), 0, 0, uint32_t(rectangles.size()), rectangles.data());
+    xcb_flush(m_connection);
 }
 
 } // namespace vantalo

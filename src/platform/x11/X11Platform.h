@@ -19,6 +19,7 @@ public:
     std::unique_ptr<FrameRecorder> createScreenRecorder() override;
     ScreenCapturePermission& screenCapturePermission() override { return m_permission; }
     bool compositingManagerRunning() const override;
+    void setInputRegion(QWindow* window, const QRegion& region) override;
 
 private:
     GrantedCapturePermission m_permission;
