@@ -1,5 +1,7 @@
 #include "HistoryPanel.h"
 
+#include "sharing/GifDrag.h"
+
 #include "GifHistoryStore.h"
 #include "common/Formatting.h"
 #include "common/GifMovie.h"
@@ -269,10 +271,30 @@ void HistoryGridView::setHovered(int index)
     }
 }
 
+void HistoryGridView::mousePressEvent(QMouseEvent* event)
+{
+    if (event->button() == Qt::LeftButton) {
+        m_pressedAt = event->position().toPoint();
+    }
+}
+
 void HistoryGridView::mouseMoveEvent(QMouseEvent* event)
 {
     const QPointF content = event->position() + QPointF(0, verticalScrollBar()->value());
     setHovered(gridLayout().cellAt(content, int(m_model.items().size())));
+    if (!m_pressedAt || (event->position().toPoint() - *m_pressedAt).manhattanLength() <= dragThresholdPx) {
+        return;
+    }
+    const QPointF pressed = *m_pressedAt + QPointF(0, verticalScrollBar()->value());
+    m_pressedAt.reset();
+    const int index = gridLayout().cellAt(pressed, int(m_model.items().size()));
+    if (index < 0 || deleteButtonRect(index).contains(pressed - QPointF(0, verticalScrollBar()->value()))) {
+        return;
+    }
+    const GifHistoryItem item = m_model.items().at(index);
+    const auto thumbnail = m_thumbnails.find(item.id);
+    dragGifFile(this, m_model.store().filePath(item),
+                thumbnail != m_thumbnails.end() ? thumbnail->second.movie->currentPixmap() : QPixmap());
 }
 
 void HistoryGridView::leaveEvent(QEvent*)
@@ -282,7 +304,9 @@ void HistoryGridView::leaveEvent(QEvent*)
 
 void HistoryGridView::mouseReleaseEvent(QMouseEvent* event)
 {
-    if (event->button() != Qt::LeftButton) {
+    const bool pressed = m_pressedAt.has_value();
+    m_pressedAt.reset();
+    if (event->button() != Qt::LeftButton || !pressed) {
         return;
     }
     const QPointF content = event->position() + QPointF(0, verticalScrollBar()->value());

@@ -64,6 +64,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
     void resizeEvent(QResizeEvent* event) override;
     void scrollContentsBy(int dx, int dy) override;
+    void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void leaveEvent(QEvent* event) override;
@@ -85,6 +86,8 @@ private:
     HistoryViewModel& m_model;
     std::map<QUuid, Thumbnail> m_thumbnails;
     int m_hovered = -1;
+    // A press on a cell: a click opens it, a drag takes its file out.
+    std::optional<QPoint> m_pressedAt;
 };
 
 // The window's content: the grid, or the empty state when there is nothing to show.

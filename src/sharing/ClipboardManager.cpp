@@ -6,7 +6,7 @@
 
 namespace vantalo {
 
-void ClipboardManager::copyGIF(const QByteArray& data, const std::optional<QString>& filePath)
+QMimeData* ClipboardManager::gifMimeData(const QByteArray& data, const std::optional<QString>& filePath)
 {
     auto* mime = new QMimeData;
     mime->setData(gifMimeType, data);
@@ -15,7 +15,12 @@ void ClipboardManager::copyGIF(const QByteArray& data, const std::optional<QStri
         mime->setUrls({file});
         mime->setData(gnomeFilesMimeType, QByteArrayLiteral("copy\n") + file.toEncoded());
     }
-    QGuiApplication::clipboard()->setMimeData(mime, QClipboard::Clipboard);
+    return mime;
+}
+
+void ClipboardManager::copyGIF(const QByteArray& data, const std::optional<QString>& filePath)
+{
+    QGuiApplication::clipboard()->setMimeData(gifMimeData(data, filePath), QClipboard::Clipboard);
 }
 
 void ClipboardManager::copyLink(const QUrl& url)

@@ -65,9 +65,9 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
     // Each action holds the controller weakly: a panel can outlive it.
     const QPointer<PreviewPanelController> self(this);
     const auto bind = [self](auto action) {
-        return [self, action] {
+        return [self, action](auto... arguments) {
             if (self) {
-                action(*self);
+                action(*self, arguments...);
             }
         };
     };
@@ -77,6 +77,15 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
     view->onDelete = bind([gifPath](PreviewPanelController& c) { c.deleteGIF(gifPath); });
     view->onOpenInApp = bind([gifPath](PreviewPanelController& c) { c.openInDefaultApp(gifPath); });
     view->onClose = bind([](PreviewPanelController& c) { c.dismiss(); });
+    // The panel stays while its GIF is being dragged out; its minute starts again at the drop.
+    view->onDragging = bind([](PreviewPanelController& c, bool dragging) {
+        if (!dragging) {
+            c.resetAutoDismissTimer();
+        } else if (c.m_autoDismissTimer) {
+            c.m_services.scheduler->cancel(*c.m_autoDismissTimer);
+            c.m_autoDismissTimer.reset();
+        }
+    });
 
     // Worked out y-up, like every other placement, and converted once.
     const QRectF primary = screen->geometry();

@@ -1,5 +1,7 @@
 #include "PreviewPanelView.h"
 
+#include "GifDrag.h"
+
 #include "common/FloatingWindow.h"
 #include "common/GifMovie.h"
 
@@ -21,7 +23,6 @@ const QColor kHudFill(30, 30, 32, 236);
 const QColor kButtonTint(255, 255, 255, 191);
 const QColor kGreen = QColor::fromRgbF(0.3f, 0.9f, 0.45f);
 const QColor kRed = QColor::fromRgbF(1.0f, 0.42f, 0.42f);
-constexpr int kDragThresholdPx = 4;
 
 QColor white(double opacity)
 {
@@ -166,7 +167,8 @@ void makeFloatingPanel(QWidget* window, bool clickThrough)
 
 // ---- GifImageView
 
-GifImageView::GifImageView(const QString& path, QSize maximumSize, QWidget* parent) : QWidget(parent)
+GifImageView::GifImageView(const QString& path, QSize maximumSize, QWidget* parent)
+    : QWidget(parent), m_path(path)
 {
     if (std::optional<FittedMovie> fitted = openFittedMovie(path, maximumSize)) {
         m_fitted = fitted->size;
@@ -232,28 +234,31 @@ void GifImageView::mousePressEvent(QMouseEvent* event)
         return;
     }
     m_pressed = true;
-    m_dragged = false;
     m_pressGlobal = event->globalPosition().toPoint();
-    m_pressWindowPos = window()->pos();
 }
 
 void GifImageView::mouseMoveEvent(QMouseEvent* event)
 {
-    // The panel moves when dragged by its picture, as by any other part of its background.
-    if (!m_pressed) {
+    // Past the threshold a press becomes a drag of the file, out of the panel.
+    if (!m_pressed ||
+        (event->globalPosition().toPoint() - m_pressGlobal).manhattanLength() <= dragThresholdPx) {
         return;
     }
-    const QPoint delta = event->globalPosition().toPoint() - m_pressGlobal;
-    if (m_dragged || delta.manhattanLength() > kDragThresholdPx) {
-        m_dragged = true;
-        window()->move(m_pressWindowPos + delta);
+    m_pressed = false;
+    // A copy: the view may be gone when the drop is done.
+    const auto dragging = onDragging;
+    if (dragging) {
+        dragging(true);
+    }
+    dragGifFile(this, m_path, m_movie ? m_movie->currentPixmap() : QPixmap());
+    if (dragging) {
+        dragging(false);
     }
 }
 
 void GifImageView::mouseReleaseEvent(QMouseEvent* event)
 {
-    const bool click =
-        m_pressed && !m_dragged && event->button() == Qt::LeftButton && rect().contains(event->pos());
+    const bool click = m_pressed && event->button() == Qt::LeftButton && rect().contains(event->pos());
     m_pressed = false;
     if (click && onClick) {
         onClick();
@@ -359,6 +364,11 @@ PreviewPanelView::PreviewPanelView(const QString& gifPath, const QString& fileSi
     m_preview->onClick = [this] {
         if (onOpenInApp) {
             onOpenInApp();
+        }
+    };
+    m_preview->onDragging = [self = QPointer(this)](bool dragging) {
+        if (self && self->onDragging) {
+            self->onDragging(dragging);
         }
     };
     layout->addWidget(m_preview);

@@ -32,6 +32,8 @@ public:
     QString badge() const { return m_badge; }
 
     std::function<void()> onClick;
+    // A press and drag takes the file out (a drag and drop); told when it starts and ends.
+    std::function<void(bool dragging)> onDragging;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -42,13 +44,12 @@ protected:
     void mouseReleaseEvent(QMouseEvent* event) override;
 
 private:
+    QString m_path;
     std::unique_ptr<QMovie> m_movie;
     QSize m_fitted;
     QString m_badge;
     QPoint m_pressGlobal;
-    QPoint m_pressWindowPos;
     bool m_pressed = false;
-    bool m_dragged = false;
 };
 
 // The round close button at the panel's top-right corner; brightens while hovered.
@@ -111,6 +112,7 @@ public:
     std::function<void()> onDelete;
     std::function<void()> onOpenInApp;
     std::function<void()> onClose;
+    std::function<void(bool dragging)> onDragging;
 
     QSize fittingSize() const;
 

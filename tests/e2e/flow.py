@@ -9,6 +9,7 @@ S3-compatible server), the history window and Delete. A screenshot is kept at ev
 With --demo nothing is deleted and the run ends by printing where the GIF and the screenshots are.
 """
 import argparse
+import base64
 import json
 import os
 import re
@@ -26,6 +27,7 @@ from PIL import Image, ImageDraw, ImageSequence
 SCREEN = (1920, 1080)
 REGION = (320, 220, 400, 300)  # x, y, width, height of the dragged rectangle
 WINDOW_AT = (300, 200)  # where the animated window sits
+DROP_AT = (1500, 300)  # the middle of the window things are dragged to
 BUCKET = "e2e-bucket"
 CDN = "cdn.e2e.test"
 
@@ -224,6 +226,13 @@ class Flow:
         assert self.clipboard("x-special/gnome-copied-files") == b"copy\n" + file_url
         self.shot("copied")
 
+        # Dragged out of the panel's picture into another application; the panel stays.
+        drops = self.drop_target()
+        self.drag((px + pw // 2, py + 60), DROP_AT)
+        self.check_drop(drops, 1, gif)
+        assert self.window("Vantalo Preview") == panel, "the panel moved or closed during the drag"
+        assert "No application opens" not in self.app_log(), "the drag also opened the GIF"
+
         if self.args.upload:
             self.click(upload_x, row_y)
             link = f"https://{CDN}/gifs/{gif.name}"
@@ -238,6 +247,9 @@ class Flow:
         history = self.wait_for("the history window", lambda: self.window("GIF History"))
         time.sleep(0.8)
         self.check_history_lists_the_gif(self.shot("history"), history)
+        # A cell is dragged out the same way.
+        self.drag((history[0] + 16 + 100, history[1] + 16 + 58), DROP_AT)
+        self.check_drop(drops, 2, gif)
 
         if self.args.demo:
             if self.args.demo_upload:
@@ -298,6 +310,43 @@ class Flow:
                                          if line.startswith("Upload error: ")), None), seconds=90)
         self.shot("uploaded")
         self.log(f"Upload: {outcome}")
+
+    def drop_target(self):
+        """A GTK window beside the region that records what is dropped on it; answers its log."""
+        drops = self.scratch / "drops.jsonl"
+        x, y = DROP_AT
+        target = subprocess.Popen(
+            [sys.executable, str(Path(__file__).with_name("drop_target.py")), str(drops),
+             str(x - 150), str(y - 100), "300", "200"], stdout=subprocess.PIPE)
+        self.processes.append(target)
+        assert target.stdout.readline().strip() == b"ready", "the drop target did not start"
+        self.wait_for("the drop target", lambda: self.window("Drop Target"))
+        return drops
+
+    def drag(self, start, end):
+        """Press, move in steps (as a hand does, so both sides see the motion), release."""
+        self.xdotool("mousemove", *start)
+        self.xdotool("mousedown", 1)
+        for step in range(1, 21):
+            self.xdotool("mousemove", start[0] + (end[0] - start[0]) * step // 20,
+                         start[1] + (end[1] - start[1]) * step // 20)
+            time.sleep(0.03)
+        time.sleep(0.3)
+        self.xdotool("mouseup", 1)
+
+    def check_drop(self, drops, count, gif):
+        """The count-th drop offered the file and the bytes, and both read back as the GIF."""
+        lines = self.wait_for(f"drop {count}", lambda: drops.exists() and
+                              len(drops.read_text().splitlines()) >= count and drops.read_text().splitlines())
+        drop = json.loads(lines[count - 1])
+        offered = set(drop["offered"])
+        assert {"text/uri-list", "x-special/gnome-copied-files", "image/gif"} <= offered, offered
+        data = {target: base64.b64decode(value) for target, value in drop["data"].items()}
+        file_url = gif.as_uri().encode()
+        assert data["image/gif"] == gif.read_bytes(), "the dropped GIF bytes differ from the file"
+        assert data["text/uri-list"].strip() == file_url, data["text/uri-list"]
+        assert data["x-special/gnome-copied-files"] == b"copy\n" + file_url, data["x-special/gnome-copied-files"]
+        self.shot(f"dropped-{count}")
 
     def open_history(self):
         """The tray menu, by keyboard from its first item: Record GIF, History..."""
