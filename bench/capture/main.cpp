@@ -149,6 +149,14 @@ int main(int argc, char** argv)
     if (session) {
         std::printf("gif bytes=%lld finished %.3f s after the stop\n", static_cast<long long>(gifBytes),
                     tailSeconds);
+        const GifEncodingSession::Timings t = session->timings();
+        const auto perFrame = [n](qint64 ns) { return ns / 1e6 / n; };
+        std::printf(
+            "encoding ms per frame: differencing %.2f, quantising %.2f (%lld frames through "
+            "libimagequant), doubling %.2f, lzw %.2f; after the stop: waiting %.0f ms, assembling %.0f ms\n",
+            perFrame(t.stages.differencingNs), perFrame(t.stages.quantisingNs),
+            static_cast<long long>(t.stages.reducedFrames), perFrame(t.stages.doublingNs),
+            perFrame(t.stages.lzwNs), t.finishWaitNs / 1e6, t.assembleNs / 1e6);
     }
     std::printf("capture fps=%.2f late=%lld dropped=%lld cpu_ms_per_frame=%.2f grab_ms=%.2f qt_grab_ms=%.2f "
                 "peak_rss_mb=%.0f\n",

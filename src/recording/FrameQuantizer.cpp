@@ -1,10 +1,12 @@
 #include "FrameQuantizer.h"
 
+#include <QElapsedTimer>
 #include <QHash>
 
 #include <libimagequant.h>
 
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -22,6 +24,7 @@ struct LiqDeleter
 template<typename T> using LiqPtr = std::unique_ptr<T, LiqDeleter>;
 
 constexpr QRgb kTransparentKey = 0x00000000; // never an opaque colour: those have alpha 0xff
+constexpr size_t kMaxRemappedColours = 20000;
 
 QImage opaquePixels(const QImage& image)
 {
@@ -100,6 +103,64 @@ std::optional<Indexed> exactPalette(const std::vector<QRgb>& pixels)
     return out;
 }
 
+// Each pixel's nearest opaque palette entry, remembered per colour: screen content repeats a few
+// thousand colours over millions of pixels, so this is several times faster than libimagequant's
+// own remapping. Gives up (nothing) past `maxColours` distinct colours, as in a photograph, where
+// libimagequant's search tree does better. Transparent pixels are left at 0.
+std::optional<std::vector<quint8>> remapByColour(const std::vector<QRgb>& pixels, const liq_palette& palette,
+                                                 size_t maxColours)
+{
+    struct Entry
+    {
+        QRgb colour;
+        int index; // -1: empty
+    };
+    constexpr size_t kSlots = 1 << 16;
+    std::vector<Entry> cache(kSlots, Entry{0, -1});
+    size_t colours = 0;
+    std::vector<quint8> indices(pixels.size(), 0);
+    QRgb last = kTransparentKey;
+    quint8 lastIndex = 0;
+    for (size_t i = 0; i < pixels.size(); ++i) {
+        const QRgb colour = pixels[i];
+        if (colour == kTransparentKey) {
+            continue;
+        }
+        if (colour != last) {
+            size_t slot = (colour * 2654435761u) >> 16;
+            while (cache[slot].index >= 0 && cache[slot].colour != colour) {
+                slot = (slot + 1) & (kSlots - 1);
+            }
+            if (cache[slot].index < 0) {
+                if (++colours > maxColours) {
+                    return std::nullopt;
+                }
+                int best = 0;
+                int bestDistance = std::numeric_limits<int>::max();
+                for (unsigned k = 0; k < palette.count; ++k) {
+                    const liq_color& c = palette.entries[k];
+                    if (c.a < 255) {
+                        continue; // the transparent entry
+                    }
+                    const int dr = int(c.r) - qRed(colour);
+                    const int dg = int(c.g) - qGreen(colour);
+                    const int db = int(c.b) - qBlue(colour);
+                    const int distance = dr * dr + dg * dg + db * db;
+                    if (distance < bestDistance) {
+                        bestDistance = distance;
+                        best = int(k);
+                    }
+                }
+                cache[slot] = Entry{colour, best};
+            }
+            last = colour;
+            lastIndex = quint8(cache[slot].index);
+        }
+        indices[i] = lastIndex;
+    }
+    return indices;
+}
+
 Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool hasTransparency,
                  const QuantizerSettings& settings)
 {
@@ -126,8 +187,17 @@ Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool ha
     }
     LiqPtr<liq_result> result(rawResult);
     liq_set_dithering_level(result.get(), settings.dithering);
-    liq_write_remapped_image(result.get(), image.get(), out.indices.data(), out.indices.size());
     const liq_palette* palette = liq_get_palette(result.get());
+    // Without dithering every pixel just takes its nearest colour, which a cache per colour finds
+    // fastest for screen content.
+    auto remapped =
+        settings.dithering == 0.0f ? remapByColour(pixels, *palette, kMaxRemappedColours) : std::nullopt;
+    if (remapped) {
+        out.indices = std::move(*remapped);
+    } else {
+        liq_write_remapped_image(result.get(), image.get(), out.indices.data(), out.indices.size());
+        palette = liq_get_palette(result.get());
+    }
     int leastOpaque = 255;
     for (unsigned i = 0; i < palette->count; ++i) {
         const liq_color& c = palette->entries[i];
@@ -150,8 +220,18 @@ Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool ha
 
 } // namespace
 
-EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings)
+EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings,
+                         EncodeStageTimes* times)
 {
+    QElapsedTimer stage;
+    stage.start();
+    // Adds the time since the last mark to one stage.
+    const auto mark = [&stage, times](qint64 EncodeStageTimes::*field) {
+        if (times) {
+            times->*field += stage.nsecsElapsed();
+        }
+        stage.restart();
+    };
     const QImage source = opaquePixels(current.pixels);
     const int scale = std::max(1, current.scale);
     QImage before;
@@ -203,16 +283,21 @@ EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const Quan
         }
     }
 
+    mark(&EncodeStageTimes::differencingNs);
     Indexed indexed;
     if (auto exact = exactPalette(pixels)) {
         indexed = std::move(*exact);
     } else {
         indexed = quantize(pixels, area.width(), area.height(), hasTransparency, settings);
+        if (times) {
+            ++times->reducedFrames;
+        }
     }
     if (indexed.palette.size() < 2) {
         indexed.palette.append(qRgb(0, 0, 0)); // GIF tables have at least two entries
     }
 
+    mark(&EncodeStageTimes::quantisingNs);
     EncodedFrame frame;
     frame.rect = QRect(area.topLeft() * scale, area.size() * scale);
     frame.palette = indexed.palette;
@@ -220,6 +305,7 @@ EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const Quan
     frame.minCodeSize = std::max(2, colorTableBits(indexed.palette.size()));
     if (scale == 1) {
         frame.compressed = lzwCompress(indexed.indices, frame.minCodeSize);
+        mark(&EncodeStageTimes::lzwNs);
         return frame;
     }
     // Each captured pixel becomes scale × scale output pixels.
@@ -234,7 +320,9 @@ EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const Quan
             std::copy_n(out, frame.rect.width(), out + size_t(copy) * size_t(frame.rect.width()));
         }
     }
+    mark(&EncodeStageTimes::doublingNs);
     frame.compressed = lzwCompress(doubled, frame.minCodeSize);
+    mark(&EncodeStageTimes::lzwNs);
     return frame;
 }
 

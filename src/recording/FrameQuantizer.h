@@ -16,12 +16,33 @@ struct QuantizerSettings
     bool differencing = true;
 };
 
+// Where one frame's encoding time went, in nanoseconds of the thread that encoded it.
+struct EncodeStageTimes
+{
+    qint64 differencingNs = 0; // finding what changed and cutting it out
+    qint64 quantisingNs = 0;   // the palette and the indices
+    qint64 doublingNs = 0;     // indices scaled up to the output size
+    qint64 lzwNs = 0;          // compression
+    qint64 reducedFrames = 0;  // frames of more than 256 colours, given a palette by libimagequant
+
+    EncodeStageTimes& operator+=(const EncodeStageTimes& other)
+    {
+        differencingNs += other.differencingNs;
+        quantisingNs += other.quantisingNs;
+        doublingNs += other.doublingNs;
+        lzwNs += other.lzwNs;
+        reducedFrames += other.reducedFrames;
+        return *this;
+    }
+};
+
 // Turns one source frame into its GIF frame. Where `previous` is the source frame before it (of
 // the same size), pixels that did not change are left transparent and the frame is cropped to
 // the rectangle that did; a frame with nothing changed becomes one transparent pixel. A frame of
 // at most 256 colours keeps them exactly; others get a palette of their own from libimagequant,
 // with its dithering. A doubled frame is worked on at its captured size and its indices doubled.
 // Depends on nothing but its arguments, so frames can be encoded in parallel.
-EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings);
+EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings,
+                         EncodeStageTimes* times = nullptr);
 
 } // namespace vantalo

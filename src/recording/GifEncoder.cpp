@@ -2,6 +2,7 @@
 
 #include "RecorderErrors.h"
 
+#include <QElapsedTimer>
 #include <QtConcurrent/QtConcurrentMap>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -49,19 +50,43 @@ std::unique_ptr<EncodingSession> GifEncoder::openSession() const
 GifEncodingSession::~GifEncodingSession()
 {
     // Discarded: let running frames finish on their own; nothing waits for them.
-    for (QFuture<EncodedFrame>& pending : m_pending) {
+    for (QFuture<Encoded>& pending : m_pending) {
         pending.cancel();
     }
 }
 
+int GifEncodingSession::waitingFrames()
+{
+    while (m_encodedUpTo < m_pending.size() && m_pending[m_encodedUpTo].isFinished()) {
+        ++m_encodedUpTo;
+    }
+    return int(m_pending.size() - m_encodedUpTo);
+}
+
 void GifEncodingSession::addFrame(const Frame& frame)
 {
+    while (waitingFrames() >= m_maxWaiting) {
+        m_pending[m_encodedUpTo].waitForFinished();
+    }
     m_screen = m_screen.expandedTo(frame.size());
     std::optional<Frame> previous = m_previous;
     m_pending.append(QtConcurrent::run([frame, previous, settings = m_settings] {
-        return encodeFrame(frame, previous ? &*previous : nullptr, settings);
+        Encoded out;
+        out.frame = encodeFrame(frame, previous ? &*previous : nullptr, settings, &out.times);
+        return out;
     }));
     m_previous = frame;
+}
+
+GifEncodingSession::Timings GifEncodingSession::timings() const
+{
+    Timings timings = m_timings;
+    for (const QFuture<Encoded>& pending : m_pending) {
+        if (pending.isFinished()) {
+            timings.stages += pending.result().times;
+        }
+    }
+    return timings;
 }
 
 std::expected<QByteArray, Failure> GifEncodingSession::finish(double delaySeconds)
@@ -69,15 +94,24 @@ std::expected<QByteArray, Failure> GifEncodingSession::finish(double delaySecond
     if (m_pending.isEmpty()) {
         return std::unexpected(failureOf(GifEncoderError::encodingFailed));
     }
+    QElapsedTimer clock;
+    clock.start();
     QList<EncodedFrame> encoded;
     encoded.reserve(m_pending.size());
-    for (QFuture<EncodedFrame>& pending : m_pending) {
-        encoded.append(pending.result());
+    for (QFuture<Encoded>& pending : m_pending) {
+        Encoded done = pending.takeResult();
+        m_timings.stages += done.times;
+        encoded.append(std::move(done.frame));
     }
+    m_timings.finishWaitNs = clock.nsecsElapsed();
     const qsizetype count = m_pending.size();
     m_pending.clear();
+    m_encodedUpTo = 0;
     m_previous.reset();
-    return assembleGif(m_screen, std::move(encoded), gifDelays(count, delaySeconds));
+    clock.restart();
+    QByteArray gif = assembleGif(m_screen, std::move(encoded), gifDelays(count, delaySeconds));
+    m_timings.assembleNs = clock.nsecsElapsed();
+    return gif;
 }
 
 } // namespace vantalo

@@ -25,10 +25,20 @@ private:
 // The same GIF, built while the frames are still being captured: each frame is handed to the
 // thread pool as it arrives (compared with the one before it), and kept only in its compressed
 // form. `finish` waits for the frames still being encoded and writes the file.
+//
+// Memory stays bounded whatever the machine: with `maxWaitingFrames` frames not yet encoded,
+// `addFrame` waits for the oldest before it takes another (the capture then paces itself to the
+// encoder). A 1920 × 1080 screen keeps up on two cores with room to spare, so this is a backstop.
 class GifEncodingSession final : public EncodingSession
 {
 public:
-    explicit GifEncodingSession(QuantizerSettings settings = {}) : m_settings(settings) {}
+    static constexpr int defaultMaxWaitingFrames = 16;
+
+    explicit GifEncodingSession(QuantizerSettings settings = {},
+                                int maxWaitingFrames = defaultMaxWaitingFrames)
+        : m_settings(settings), m_maxWaiting(std::max(1, maxWaitingFrames))
+    {
+    }
     ~GifEncodingSession() override;
 
     GifEncodingSession(const GifEncodingSession&) = delete;
@@ -38,11 +48,31 @@ public:
     qsizetype frameCount() const override { return m_pending.size(); }
     std::expected<QByteArray, Failure> finish(double delaySeconds) override;
 
+    // Where the encoding time went, summed over the frames finished so far, and how long
+    // `finish` waited for the last ones.
+    struct Timings
+    {
+        EncodeStageTimes stages;
+        qint64 finishWaitNs = 0;
+        qint64 assembleNs = 0;
+    };
+    Timings timings() const;
+    // Frames handed over and not yet encoded.
+    int waitingFrames();
+
 private:
+    struct Encoded
+    {
+        EncodedFrame frame;
+        EncodeStageTimes times;
+    };
     QuantizerSettings m_settings;
+    int m_maxWaiting;
     std::optional<Frame> m_previous;
-    QList<QFuture<EncodedFrame>> m_pending;
+    QList<QFuture<Encoded>> m_pending;
+    qsizetype m_encodedUpTo = 0; // every frame before this one is encoded
     QSize m_screen;
+    Timings m_timings;
 };
 
 } // namespace vantalo

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cmath>
+#include <cstring>
 #include <string_view>
 #include <vector>
 
@@ -31,16 +32,17 @@ int colorTableBits(qsizetype paletteSize)
 
 namespace {
 
-// Bits go out least significant first, bytes in sub-blocks of at most 255.
+// Bits go out least significant first; the bytes are cut into sub-blocks of at most 255 at the end.
 class CodeWriter
 {
 public:
+    CodeWriter() { m_bytes.reserve(4096); }
     void write(unsigned code, int size)
     {
         m_bits |= quint64(code) << m_count;
         m_count += size;
         while (m_count >= 8) {
-            put(quint8(m_bits & 0xff));
+            m_bytes.push_back(quint8(m_bits));
             m_bits >>= 8;
             m_count -= 8;
         }
@@ -48,77 +50,54 @@ public:
     QByteArray finish()
     {
         if (m_count > 0) {
-            put(quint8(m_bits & 0xff));
+            m_bytes.push_back(quint8(m_bits));
         }
-        // A block is only opened by its first byte, so a stream that ended on a full block has
-        // none open here.
-        if (m_blockLength > 0) {
-            m_out[m_blockStart] = char(m_blockLength);
+        const size_t blocks = (m_bytes.size() + 254) / 255;
+        QByteArray out(qsizetype(m_bytes.size() + blocks + 1), Qt::Uninitialized);
+        char* to = out.data();
+        for (size_t at = 0; at < m_bytes.size(); at += 255) {
+            const size_t length = std::min<size_t>(255, m_bytes.size() - at);
+            *to++ = char(length);
+            std::memcpy(to, m_bytes.data() + at, length);
+            to += length;
         }
-        m_out.append('\0');
-        return std::move(m_out);
+        *to = '\0';
+        return out;
     }
 
 private:
-    void put(quint8 byte)
-    {
-        if (m_blockLength == 0) {
-            m_blockStart = m_out.size();
-            m_out.append('\0');
-        }
-        m_out.append(char(byte));
-        if (++m_blockLength == 255) {
-            m_out[m_blockStart] = char(255);
-            m_blockLength = 0;
-        }
-    }
-
-    QByteArray m_out;
+    std::vector<quint8> m_bytes;
     quint64 m_bits = 0;
     int m_count = 0;
-    qsizetype m_blockStart = 0;
-    int m_blockLength = 0;
 };
 
-// The string table as an open-addressed hash of (prefix code, next index) → code. A clear only
-// bumps the generation, so no memory is wiped between tables.
+// The string table as a direct index, child[prefix code][next index] → code: one load a pixel,
+// no hashing. An entry counts only if it names a code of the current table that really is that
+// prefix and index (two small arrays that stay in the cache), so starting a new table (a clear, a
+// new frame) wipes nothing, and each thread keeps one table.
 class StringTable
 {
 public:
-    StringTable() : m_slots(kSize) {}
-    void clear() { ++m_generation; }
-    int find(unsigned key) const
+    StringTable() : m_child(4096 * 256), m_prefix(4096), m_next(4096) {}
+    int find(unsigned prefix, quint8 next, unsigned firstCode, unsigned maxCode) const
     {
-        for (unsigned i = hash(key);; i = (i + 1) & (kSize - 1)) {
-            const Slot& slot = m_slots[i];
-            if (slot.generation != m_generation) {
-                return -1;
-            }
-            if (slot.key == key) {
-                return slot.code;
-            }
+        const unsigned code = m_child[(prefix << 8) | next];
+        if (code >= firstCode && code <= maxCode && m_prefix[code] == prefix && m_next[code] == next) {
+            return int(code);
         }
+        return -1;
     }
-    void insert(unsigned key, int code)
+    void insert(unsigned prefix, quint8 next, unsigned code)
     {
-        unsigned i = hash(key);
-        while (m_slots[i].generation == m_generation) {
-            i = (i + 1) & (kSize - 1);
-        }
-        m_slots[i] = Slot{key, quint16(code), m_generation};
+        m_child[(prefix << 8) | next] = quint16(code);
+        m_prefix[code] = quint16(prefix);
+        m_next[code] = next;
     }
 
 private:
-    static constexpr unsigned kSize = 1 << 14; // four times the 4096 codes: short probes
-    static unsigned hash(unsigned key) { return (key * 2654435761u) >> (32 - 14); }
-    struct Slot
-    {
-        unsigned key = 0;
-        quint16 code = 0;
-        unsigned generation = 0;
-    };
-    std::vector<Slot> m_slots;
-    unsigned m_generation = 1;
+    std::vector<quint16> m_child;
+    std::vector<quint16> m_prefix;
+    std::vector<quint8> m_next;
 };
 
 void put16(QByteArray& out, int value)
@@ -141,26 +120,25 @@ QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize)
         return out.finish();
     }
 
-    StringTable table;
+    thread_local StringTable table;
+    const unsigned firstCode = endCode + 1;
     unsigned maxCode = endCode;
     unsigned current = indices[0];
     for (size_t i = 1; i < indices.size(); ++i) {
         const quint8 next = indices[i];
-        const unsigned key = (current << 8) | next;
-        const int found = table.find(key);
+        const int found = table.find(current, next, firstCode, maxCode);
         if (found >= 0) {
             current = unsigned(found);
             continue;
         }
         out.write(current, codeSize);
-        table.insert(key, int(++maxCode));
+        table.insert(current, next, ++maxCode);
         if (maxCode >= (1u << codeSize)) {
             ++codeSize;
         }
         if (maxCode == 4095) {
             // The table is full: start a new one.
             out.write(clearCode, 12);
-            table.clear();
             codeSize = minCodeSize + 1;
             maxCode = endCode;
         }

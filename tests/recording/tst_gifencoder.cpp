@@ -338,6 +338,16 @@ private Q_SLOTS:
         QVERIFY(batch && streamed);
         QCOMPARE(*streamed, *batch);
         QVERIFY(!GifEncodingSession().finish(kDelay));
+
+        // However fast frames come, no more than the bound wait to be encoded, and every one of
+        // them is in the file.
+        GifEncodingSession bounded({}, 2);
+        const FrameList many = photoAnimation(12, QSize(240, 180));
+        for (const Frame& frame : many) {
+            bounded.addFrame(frame);
+            QVERIFY(bounded.waitingFrames() <= 2);
+        }
+        QCOMPARE(bounded.finish(kDelay).value(), GifEncoder().encode(many, kDelay).value());
     }
 };
 
