@@ -231,36 +231,6 @@ private Q_SLOTS:
         QVERIFY(again->items == items);
     }
 
-    void unusableEntriesAreKeptAsideAndNeverTouched()
-    {
-        // A file outside the GIF directory that an entry names.
-        const QString outside = writeTempGif(*m_dir, "keep me", QStringLiteral("outside.gif"));
-        const auto added = m_store->addGif(writeTempGif(*m_dir, "GIF89a", QStringLiteral("n.gif")));
-        QVERIFY(added);
-        QByteArray json = readAll(m_store->metadataPath());
-        json.insert(json.indexOf('{'),
-                    R"({"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"..\/..\/outside.gif",)"
-                    R"("createdAt":"2024-05-01T09:30:12Z","fileSize":7},)");
-        QFile file(m_store->metadataPath());
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(json);
-        file.close();
-
-        GifHistoryItem hostile = *added;
-        hostile.filename = QStringLiteral("../../outside.gif");
-        m_store->deleteItem(hostile);
-        QVERIFY(QFile::exists(outside));
-        // The change wrote the usable entries only, after keeping the file as it was.
-        QCOMPARE(m_store->loadItems().size(), 0);
-        const QStringList aside = QDir(m_dir->filePath(QStringLiteral("Vantalo")))
-                                      .entryList({QStringLiteral("history.json.skipped-*")});
-        QCOMPARE(aside.size(), 1);
-        QCOMPARE(readAll(m_dir->filePath(QStringLiteral("Vantalo/") + aside.first())), json);
-        QCOMPARE(m_printed.size(), 1);
-        QVERIFY2(m_printed.first().startsWith(QStringLiteral("1 of the GIF history file's entries")),
-                 qPrintable(m_printed.first()));
-    }
-
     void anInterruptedAddIsRecoveredAtStart()
     {
         const auto gif = [](int colour) {
@@ -310,25 +280,45 @@ private Q_SLOTS:
         QCOMPARE(m_printed.size(), 1);
     }
 
-    void anUnreadableFileIsMovedAsideNotOverwritten()
+    // What a change finds wrong with the file is kept beside it before anything is written, and a
+    // name outside the GIF directory is never touched.
+    void aFileWithProblemsIsKeptAsideBeforeAChange_data()
     {
-        const QByteArray corrupt = "[{\"id\": \"truncated";
-        QFile file(m_store->metadataPath());
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(corrupt);
-        file.close();
+        QTest::addColumn<QByteArray>("json");
+        QTest::addColumn<QString>("aside");
+        QTest::addColumn<QString>("line");
+        QTest::addColumn<int>("kept");
+        QTest::newRow("unreadable") << QByteArray("[{\"id\": \"truncated") << QStringLiteral("corrupt")
+                                    << QStringLiteral("The GIF history file could not be read") << 1;
+        QTest::newRow("an entry naming a file outside")
+            << QByteArray(R"([{"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"..\/..\/outside.gif",)"
+                          R"("createdAt":"2024-05-01T09:30:12Z","fileSize":7}])")
+            << QStringLiteral("skipped") << QStringLiteral("1 of the GIF history file's entries") << 1;
+    }
+    void aFileWithProblemsIsKeptAsideBeforeAChange()
+    {
+        QFETCH(QByteArray, json);
+        QFETCH(QString, aside);
+        QFETCH(QString, line);
+        QFETCH(int, kept);
+        const QString outside = writeTempGif(*m_dir, "keep me", QStringLiteral("outside.gif"));
+        writeTempGif(*m_dir, json, QStringLiteral("Vantalo/history.json"));
         QVERIFY(m_store->loadItems().isEmpty());
         QVERIFY(m_printed.isEmpty()); // reading alone changes nothing
 
-        const auto added = m_store->addGif(writeTempGif(*m_dir, "GIF89a", QStringLiteral("n.gif")));
-        QVERIFY(added);
-        const QStringList aside = QDir(m_dir->filePath(QStringLiteral("Vantalo")))
-                                      .entryList({QStringLiteral("history.json.corrupt-*")});
-        QCOMPARE(aside.size(), 1);
-        QCOMPARE(readAll(m_dir->filePath(QStringLiteral("Vantalo/") + aside.first())), corrupt);
+        GifHistoryItem hostile{QUuid::createUuid(), QStringLiteral("../../outside.gif"), {}, 7, {}};
+        m_store->deleteItem(hostile);
+        QVERIFY(QFile::exists(outside));
+        QVERIFY(m_store->addGif(writeTempGif(*m_dir, "GIF89a", QStringLiteral("n.gif"))));
+        const QStringList keptAside =
+            QDir(m_dir->filePath(QStringLiteral("Vantalo")))
+                .entryList({QStringLiteral("history.json.") + aside + QLatin1Char('*')});
+        QCOMPARE(keptAside.size(), 1);
+        QCOMPARE(readAll(m_dir->filePath(QStringLiteral("Vantalo/") + keptAside.first())), json);
         QCOMPARE(m_printed.size(), 1);
-        QVERIFY2(m_printed.first().contains(aside.first()), qPrintable(m_printed.first()));
-        QCOMPARE(m_store->loadItems().size(), 1);
+        QVERIFY2(m_printed.first().startsWith(line) && m_printed.first().contains(keptAside.first()),
+                 qPrintable(m_printed.first()));
+        QCOMPARE(m_store->loadItems().size(), kept);
     }
 
     void aFullDiskLeavesTheOldFileWhole()

@@ -117,7 +117,7 @@ public:
 
     std::expected<ReadGif, QString> read()
     {
-        if (m_gif.size() < 13 || (!m_gif.startsWith("GIF89a") && !m_gif.startsWith("GIF87a"))) {
+        if (m_gif.size() < 13 || !m_gif.startsWith("GIF89a")) {
             return fail(QStringLiteral("not a GIF"));
         }
         m_at = 6;
@@ -146,7 +146,9 @@ public:
             if (introducer == 0x21) {
                 const quint8 label = u8();
                 const QByteArray data = subBlocks();
-                if (label == 0xf9) {
+                if (label == 0xff && data.startsWith("NETSCAPE2.0") && data.size() == 14) {
+                    out.loopCount = quint8(data[12]) | (quint8(data[13]) << 8);
+                } else if (label == 0xf9) {
                     if (data.size() != 4) {
                         return fail(QStringLiteral("graphic control extension of %1 bytes").arg(data.size()));
                     }
@@ -185,19 +187,12 @@ public:
                     return fail(QStringLiteral("index %1 outside the colour table").arg(index));
                 }
             }
-            const QImage before = canvas.copy();
+            if (disposal > 1) {
+                return fail(QStringLiteral("disposal %1, which the writer never uses").arg(disposal));
+            }
             drawFrame(canvas, rect, indices->data(), palette, transparent);
             out.frames.append(canvas.copy());
             out.delays.append(delay);
-            if (disposal == 2) {
-                for (int y = rect.top(); y <= rect.bottom(); ++y) {
-                    for (int x = rect.left(); x <= rect.right(); ++x) {
-                        canvas.setPixel(x, y, 0);
-                    }
-                }
-            } else if (disposal == 3) {
-                canvas = before;
-            }
             transparent = -1;
             delay = 0;
             disposal = 0;

@@ -16,6 +16,7 @@ struct ReadGif
 {
     QList<QImage> frames; // Format_ARGB32, the logical screen's size
     QList<int> delays;
+    int loopCount = -1; // from the NETSCAPE2.0 block (0: for ever); -1 without one (strict reader only)
 };
 
 std::expected<ReadGif, QString> readWithGiflib(const QByteArray& gif);
