@@ -1,0 +1,59 @@
+#include "StreamMapping.h"
+
+#include <QMutexLocker>
+
+#include <cmath>
+
+namespace vantalo {
+
+std::optional<qsizetype> streamForDisplay(const QList<StreamPlacement>& streams, const QRect& displayGeometry)
+{
+    std::optional<qsizetype> bySize;
+    int sameSize = 0;
+    for (qsizetype i = 0; i < streams.size(); ++i) {
+        const StreamPlacement& stream = streams[i];
+        const bool sizeFits = !stream.size || *stream.size == displayGeometry.size();
+        if (stream.position) {
+            if (*stream.position == displayGeometry.topLeft() && sizeFits) {
+                return i;
+            }
+        } else if (stream.size && sizeFits) {
+            bySize = i;
+            ++sameSize;
+        }
+    }
+    return sameSize == 1 ? bySize : std::nullopt;
+}
+
+std::optional<QRect> bufferRect(const QRectF& region, QSize logicalSize, QSize bufferSize)
+{
+    if (logicalSize.isEmpty() || bufferSize.isEmpty() || region.isEmpty() ||
+        !QRectF(QPointF(0, 0), QSizeF(logicalSize)).contains(region)) {
+        return std::nullopt;
+    }
+    const double sx = double(bufferSize.width()) / logicalSize.width();
+    const double sy = double(bufferSize.height()) / logicalSize.height();
+    // Outward, but a product that is a whole number up to rounding noise stays that number.
+    const auto down = [](double v) { return int(std::floor(v + 1e-9)); };
+    const auto up = [](double v) { return int(std::ceil(v - 1e-9)); };
+    const QRect rect(QPoint(down(region.left() * sx), down(region.top() * sy)),
+                     QPoint(up(region.right() * sx) - 1, up(region.bottom() * sy) - 1));
+    return rect.intersected(QRect(QPoint(0, 0), bufferSize));
+}
+
+void LatestFrame::put(QImage frame)
+{
+    const QMutexLocker lock(&m_mutex);
+    m_frame = std::move(frame);
+}
+
+std::optional<QImage> LatestFrame::take() const
+{
+    const QMutexLocker lock(&m_mutex);
+    if (m_frame.isNull()) {
+        return std::nullopt;
+    }
+    return m_frame;
+}
+
+} // namespace vantalo

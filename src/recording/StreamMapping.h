@@ -1,0 +1,48 @@
+#pragma once
+
+#include <QImage>
+#include <QList>
+#include <QMutex>
+#include <QPoint>
+#include <QRect>
+#include <QSize>
+
+#include <optional>
+
+namespace vantalo {
+
+// A monitor stream as a screen-cast service describes it: where the monitor is and how large, in
+// logical coordinates. Some compositors (KWin) give no position.
+struct StreamPlacement
+{
+    std::optional<QPoint> position;
+    std::optional<QSize> size;
+};
+
+// The stream that shows the display at `displayGeometry` (logical): the one at its position and
+// of its size; a stream without a position is matched by its size alone. Nothing when none
+// matches, or when matching by size alone finds more than one.
+std::optional<qsizetype> streamForDisplay(const QList<StreamPlacement>& streams,
+                                          const QRect& displayGeometry);
+
+// Where `region` (logical, relative to the display's top-left) lies in a stream buffer of
+// `bufferSize` showing a display of `logicalSize`. Each axis has its own factor (fractional
+// scaling rounds them differently); the edges are rounded outward so no chosen pixel is lost.
+// Nothing when the region does not lie within the display.
+std::optional<QRect> bufferRect(const QRectF& region, QSize logicalSize, QSize bufferSize);
+
+// The newest frame a source has delivered. The source (a stream thread) puts frames at whatever
+// pace it has; the capture clock takes one each tick, and a tick with nothing new takes the last
+// frame again (the same pixels, not a copy).
+class LatestFrame
+{
+public:
+    void put(QImage frame);
+    std::optional<QImage> take() const;
+
+private:
+    mutable QMutex m_mutex;
+    QImage m_frame;
+};
+
+} // namespace vantalo

@@ -1,0 +1,82 @@
+// Mapping a chosen region onto a screen-cast stream: which stream shows the display, where the
+// region lies in its buffer whatever the scaling, and the newest frame taken on our own clock.
+#include "recording/StreamMapping.h"
+
+#include <QTest>
+
+using namespace vantalo;
+
+class TestStreamMapping : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void regionInTheBuffer_data()
+    {
+        QTest::addColumn<QRectF>("region");
+        QTest::addColumn<QSize>("logical");
+        QTest::addColumn<QSize>("buffer");
+        QTest::addColumn<QRect>("expected"); // empty: refused
+        QTest::newRow("one pixel a point")
+            << QRectF(10, 20, 100, 50) << QSize(1920, 1080) << QSize(1920, 1080) << QRect(10, 20, 100, 50);
+        QTest::newRow("two pixels a point")
+            << QRectF(10, 20, 100, 50) << QSize(960, 540) << QSize(1920, 1080) << QRect(20, 40, 200, 100);
+        // 125 %: edges that fall between pixels are taken outward.
+        QTest::newRow("fractional") << QRectF(10, 10, 101, 33) << QSize(1536, 864) << QSize(1920, 1080)
+                                    << QRect(12, 12, 127, 42);
+        QTest::newRow("each axis its own factor") << QRectF(100, 100, 200, 100) << QSize(1920, 1080)
+                                                  << QSize(2400, 1080) << QRect(125, 100, 250, 100);
+        QTest::newRow("the whole display")
+            << QRectF(0, 0, 1536, 864) << QSize(1536, 864) << QSize(1920, 1080) << QRect(0, 0, 1920, 1080);
+        QTest::newRow("past the edge")
+            << QRectF(1900, 0, 40, 10) << QSize(1920, 1080) << QSize(1920, 1080) << QRect();
+        QTest::newRow("no buffer yet") << QRectF(0, 0, 10, 10) << QSize(1920, 1080) << QSize() << QRect();
+    }
+    void regionInTheBuffer()
+    {
+        QFETCH(QRectF, region);
+        QFETCH(QSize, logical);
+        QFETCH(QSize, buffer);
+        QFETCH(QRect, expected);
+        QCOMPARE(bufferRect(region, logical, buffer).value_or(QRect()), expected);
+    }
+
+    void theStreamOfADisplay()
+    {
+        const QRect left(0, 0, 1920, 1080);
+        const QRect right(1920, 0, 1280, 1024);
+        // With positions (GNOME), the position decides; without (KWin), the size.
+        const QList<StreamPlacement> placed{{QPoint(1920, 0), QSize(1280, 1024)},
+                                            {QPoint(0, 0), QSize(1920, 1080)}};
+        QCOMPARE(streamForDisplay(placed, left), 1);
+        QCOMPARE(streamForDisplay(placed, right), 0);
+        const QList<StreamPlacement> sized{{std::nullopt, QSize(1920, 1080)},
+                                           {std::nullopt, QSize(1280, 1024)}};
+        QCOMPARE(streamForDisplay(sized, right), 1);
+        // Two of one size cannot be told apart; a display no stream shows has none.
+        const QList<StreamPlacement> twins{{std::nullopt, QSize(1920, 1080)},
+                                           {std::nullopt, QSize(1920, 1080)}};
+        QCOMPARE(streamForDisplay(twins, left), std::nullopt);
+        QCOMPARE(streamForDisplay(placed, QRect(0, 1080, 800, 600)), std::nullopt);
+    }
+
+    void theNewestFrameOnEveryTick()
+    {
+        LatestFrame latest;
+        QCOMPARE(latest.take(), std::nullopt);
+        QImage first(4, 4, QImage::Format_RGB32);
+        first.fill(Qt::red);
+        latest.put(first);
+        // A tick with nothing new takes the same pixels again, shared.
+        QCOMPARE(latest.take()->constBits(), first.constBits());
+        QCOMPARE(latest.take()->constBits(), first.constBits());
+        QImage second(4, 4, QImage::Format_RGB32);
+        second.fill(Qt::blue);
+        latest.put(first);
+        latest.put(second);
+        QCOMPARE(latest.take()->pixel(0, 0), qRgb(0, 0, 255));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestStreamMapping)
+#include "tst_streammapping.moc"
