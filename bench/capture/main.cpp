@@ -113,6 +113,7 @@ int main(int argc, char** argv)
     }
     FrameList frames;
     bool stopped = false;
+    QElapsedTimer stopRequested; // Stop → GIF is timed from here
     recorder.startRecording(
         QRectF(region), QString(), 15, durationSeconds + 10, [&](std::expected<void, Failure> ok) {
             if (!ok) {
@@ -121,6 +122,7 @@ int main(int argc, char** argv)
                 return;
             }
             QTimer::singleShot(int(durationSeconds * 1000), Qt::PreciseTimer, &app, [&] {
+                stopRequested.start();
                 recorder.stopRecording([&](std::expected<FrameList, Failure> result) {
                     frames = result.value_or(FrameList{});
                     stopped = true;
@@ -135,10 +137,8 @@ int main(int argc, char** argv)
     double tailSeconds = 0;
     qsizetype gifBytes = 0;
     if (session) {
-        QElapsedTimer tail;
-        tail.start();
         const auto gif = session->finish(1.0 / 15);
-        tailSeconds = tail.nsecsElapsed() / 1e9;
+        tailSeconds = stopRequested.nsecsElapsed() / 1e9;
         gifBytes = gif ? gif->size() : 0;
     }
     const CaptureStats stats = recorder.lastStats();
@@ -158,9 +158,12 @@ int main(int argc, char** argv)
             static_cast<long long>(t.stages.reducedFrames), perFrame(t.stages.doublingNs),
             perFrame(t.stages.lzwNs), t.finishWaitNs / 1e6, t.assembleNs / 1e6);
     }
+    // The last line, for scripts; Stop → GIF only where the GIF was encoded while recording.
+    const QString stopToGif =
+        session ? QStringLiteral(" stop_to_gif_s=%1").arg(tailSeconds, 0, 'f', 3) : QString();
     std::printf("capture fps=%.2f late=%lld dropped=%lld cpu_ms_per_frame=%.2f grab_ms=%.2f qt_grab_ms=%.2f "
-                "peak_rss_mb=%.0f\n",
+                "peak_rss_mb=%.0f%s\n",
                 stats.frames / std::max(0.001, stats.seconds), stats.late, stats.skipped + stats.failedGrabs,
-                stats.threadCpuMs / n, stats.grabMsTotal / n, qtGrabMs, peakRssMb());
+                stats.threadCpuMs / n, stats.grabMsTotal / n, qtGrabMs, peakRssMb(), qPrintable(stopToGif));
     return 0;
 }
