@@ -293,7 +293,7 @@ void HistoryGridView::mouseMoveEvent(QMouseEvent* event)
     }
     const GifHistoryItem item = m_model.items().at(index);
     const auto thumbnail = m_thumbnails.find(item.id);
-    dragGifFile(this, m_model.store().filePath(item),
+    dragGifFile(m_model.store().filePath(item),
                 thumbnail != m_thumbnails.end() ? thumbnail->second.movie->currentPixmap() : QPixmap());
 }
 

@@ -2,19 +2,26 @@
 
 #include "ClipboardManager.h"
 
+#include <QCoreApplication>
 #include <QDrag>
 #include <QFile>
-#include <QWidget>
+#include <QPointer>
 
 namespace vantalo {
 
-void dragGifFile(QWidget* source, const QString& path, const QPixmap& picture)
+void dragGifFile(const QString& path, const QPixmap& picture)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         return; // nothing to offer: the file is gone
     }
-    auto* drag = new QDrag(source);
+    // Owned by the application, not by the widget it starts from: a panel replaced while its
+    // picture is being dragged must not take the running drag with it. Drop targets ask for the
+    // data after the drop, so each drag lives until the next one starts.
+    static QPointer<QDrag> last;
+    delete last.data();
+    auto* drag = new QDrag(QCoreApplication::instance());
+    last = drag;
     drag->setMimeData(ClipboardManager::gifMimeData(file.readAll(), path));
     if (!picture.isNull()) {
         const QPixmap thumbnail = picture.scaled(96, 96, Qt::KeepAspectRatio, Qt::SmoothTransformation);

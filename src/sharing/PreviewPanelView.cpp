@@ -250,7 +250,7 @@ void GifImageView::mouseMoveEvent(QMouseEvent* event)
     if (dragging) {
         dragging(true);
     }
-    dragGifFile(this, m_path, m_movie ? m_movie->currentPixmap() : QPixmap());
+    dragGifFile(m_path, m_movie ? m_movie->currentPixmap() : QPixmap());
     if (dragging) {
         dragging(false);
     }

@@ -343,7 +343,8 @@ class Flow:
         assert {"text/uri-list", "x-special/gnome-copied-files", "image/gif"} <= offered, offered
         data = {target: base64.b64decode(value) for target, value in drop["data"].items()}
         file_url = gif.as_uri().encode()
-        assert data["image/gif"] == gif.read_bytes(), "the dropped GIF bytes differ from the file"
+        assert data["image/gif"] == gif.read_bytes(), \
+            f"the dropped GIF bytes differ from the file ({len(data['image/gif'])} of {gif.stat().st_size} bytes)"
         assert data["text/uri-list"].strip() == file_url, data["text/uri-list"]
         assert data["x-special/gnome-copied-files"] == b"copy\n" + file_url, data["x-special/gnome-copied-files"]
         self.shot(f"dropped-{count}")

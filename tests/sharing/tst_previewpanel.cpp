@@ -138,6 +138,18 @@ private Q_SLOTS:
         m_clock->advance(10s);
         QVERIFY(!m_controller->panel());
 
+        // A drag of the picture holds the panel for as long as it lasts, and a minute after.
+        m_controller->show(path, item.id);
+        m_clock->advance(50s);
+        m_controller->panel()->onDragging(true);
+        m_clock->advance(120s);
+        QVERIFY(m_controller->panel());
+        m_controller->panel()->onDragging(false);
+        m_clock->advance(59s);
+        QVERIFY(m_controller->panel());
+        m_clock->advance(1s);
+        QVERIFY(!m_controller->panel());
+
         // Copy URL without a link does nothing, not even keep the panel.
         m_controller->show(path, item.id);
         m_clock->advance(50s);
