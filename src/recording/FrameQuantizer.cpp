@@ -106,9 +106,10 @@ std::optional<Indexed> exactPalette(const std::vector<QRgb>& pixels)
 // Each pixel's nearest opaque palette entry, remembered per colour: screen content repeats a few
 // thousand colours over millions of pixels, so this is several times faster than libimagequant's
 // own remapping. Gives up (nothing) past `maxColours` distinct colours, as in a photograph, where
-// libimagequant's search tree does better. Transparent pixels are left at 0.
+// libimagequant's search tree does better. Transparent pixels are left at 0, and no pixel takes
+// the entry `transparentIndex` (-1: none).
 std::optional<std::vector<quint8>> remapByColour(const std::vector<QRgb>& pixels, const liq_palette& palette,
-                                                 size_t maxColours)
+                                                 int transparentIndex, size_t maxColours)
 {
     struct Entry
     {
@@ -139,8 +140,8 @@ std::optional<std::vector<quint8>> remapByColour(const std::vector<QRgb>& pixels
                 int bestDistance = std::numeric_limits<int>::max();
                 for (unsigned k = 0; k < palette.count; ++k) {
                     const liq_color& c = palette.entries[k];
-                    if (c.a < 255) {
-                        continue; // the transparent entry
+                    if (int(k) == transparentIndex) {
+                        continue;
                     }
                     const int dr = int(c.r) - qRed(colour);
                     const int dg = int(c.g) - qGreen(colour);
@@ -188,24 +189,36 @@ Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool ha
     LiqPtr<liq_result> result(rawResult);
     liq_set_dithering_level(result.get(), settings.dithering);
     const liq_palette* palette = liq_get_palette(result.get());
+    // The entry of the unchanged pixels: the least opaque one.
+    const auto leastOpaque = [&palette] {
+        int index = -1;
+        int alpha = 256;
+        for (unsigned i = 0; i < palette->count; ++i) {
+            if (palette->entries[i].a < alpha) {
+                alpha = palette->entries[i].a;
+                index = int(i);
+            }
+        }
+        return index;
+    };
     // Without dithering every pixel just takes its nearest colour, which a cache per colour finds
     // fastest for screen content.
     auto remapped =
-        settings.dithering == 0.0f ? remapByColour(pixels, *palette, kMaxRemappedColours) : std::nullopt;
+        settings.dithering == 0.0f
+            ? remapByColour(pixels, *palette, hasTransparency ? leastOpaque() : -1, kMaxRemappedColours)
+            : std::nullopt;
     if (remapped) {
         out.indices = std::move(*remapped);
     } else {
         liq_write_remapped_image(result.get(), image.get(), out.indices.data(), out.indices.size());
         palette = liq_get_palette(result.get());
     }
-    int leastOpaque = 255;
     for (unsigned i = 0; i < palette->count; ++i) {
         const liq_color& c = palette->entries[i];
         out.palette.append(qRgb(c.r, c.g, c.b));
-        if (hasTransparency && c.a < leastOpaque) {
-            leastOpaque = c.a;
-            out.transparentIndex = int(i);
-        }
+    }
+    if (hasTransparency) {
+        out.transparentIndex = leastOpaque();
     }
     if (hasTransparency) {
         // Unchanged pixels show the frame below, whatever the dithering made of their neighbours.
