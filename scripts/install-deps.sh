@@ -11,6 +11,8 @@ packages=(
   xvfb xauth x11-utils x11-xserver-utils trayer xdotool xclip xcompmgr imagemagick gifsicle
   dbus dbus-x11 gnome-keyring libsecret-1-0 libsecret-tools python3 python3-gi gir1.2-gtk-3.0 python3-dbus python3-botocore python3-pil
   fonts-dejavu-core dpkg-dev desktop-file-utils appstream
+  xdg-desktop-portal pipewire pipewire-bin wireplumber gstreamer1.0-pipewire gstreamer1.0-plugins-base
+  gstreamer1.0-tools
 )
 
 # Node.js runs the S3-compatible server of the upload tests; machines often have their own.

@@ -1,0 +1,121 @@
+// The screen-cast portal client against the real xdg-desktop-portal frontend, with a test backend
+// that shares one PipeWire source (tests/wayland/with-portal.sh): what it asks for, what it gets,
+// and every way the desktop can say no.
+#include "platform/portal/PortalScreenCast.h"
+
+#include <QCoreApplication>
+#include <QDBusConnectionInterface>
+#include <QFile>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTest>
+#include <QUuid>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+using namespace vantalo;
+using namespace std::chrono_literals;
+
+namespace {
+// The options the backend received for `method`, in order.
+QList<QJsonObject> requests(const QString& method)
+{
+    QFile log(qEnvironmentVariable("VANTALO_PORTAL_LOG"));
+    QList<QJsonObject> found;
+    if (log.open(QIODevice::ReadOnly)) {
+        for (const QByteArray& line : log.readAll().split('\n')) {
+            const QJsonObject request = QJsonDocument::fromJson(line).object();
+            if (request.value(QStringLiteral("method")).toString() == method) {
+                found << request.value(QStringLiteral("options")).toObject();
+            }
+        }
+    }
+    return found;
+}
+
+void answerNext(const QByteArray& mode)
+{
+    QFile file(qEnvironmentVariable("VANTALO_PORTAL_MODE"));
+    QVERIFY(file.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    file.write(mode);
+}
+} // namespace
+
+class TestPortalScreenCast : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!qEnvironmentVariableIsSet("VANTALO_TEST_NODE")) {
+            QSKIP("needs the portal session of tests/wayland/with-portal.sh");
+        }
+        // The frontend starts beside the test; wait until it answers.
+        QTRY_VERIFY_WITH_TIMEOUT(QDBusConnection::sessionBus().interface()->isServiceRegistered(
+                                     QStringLiteral("org.freedesktop.portal.Desktop")),
+                                 10000);
+    }
+
+    void aMonitorIsSharedAndRemembered()
+    {
+        PortalScreenCast portal;
+        const auto grant = portal.start(QString());
+        QVERIFY2(grant, qPrintable(grant.error().description));
+        QCOMPARE(grant->streams.size(), 1);
+        QCOMPARE(grant->streams.first().nodeId, qEnvironmentVariable("VANTALO_TEST_NODE").toUInt());
+        QCOMPARE(grant->streams.first().placement.position, QPoint(0, 0));
+        QCOMPARE(grant->streams.first().placement.size, QSize(640, 480));
+        // One monitor, the pointer drawn in (the desktop offers it), the permission kept.
+        const QJsonObject selected = requests(QStringLiteral("SelectSources")).last();
+        QCOMPARE(selected.value(QStringLiteral("types")).toString(), QStringLiteral("1"));
+        QCOMPARE(selected.value(QStringLiteral("cursor_mode")).toString(), QStringLiteral("2"));
+        QCOMPARE(selected.value(QStringLiteral("persist_mode")).toString(), QStringLiteral("2"));
+        QVERIFY(!QUuid(grant->restoreToken).isNull());
+
+        // The PipeWire connection is a descriptor of our own.
+        const auto fd = portal.openPipeWireRemote(grant->session);
+        QVERIFY2(fd, qPrintable(fd.error().description));
+        QVERIFY(fcntl(*fd, F_GETFD) != -1);
+        ::close(*fd);
+        portal.close(grant->session);
+
+        // The token brings the same monitor back: the desktop gets what it stored with it.
+        const auto again = portal.start(grant->restoreToken);
+        QVERIFY2(again, qPrintable(again.error().description));
+        QVERIFY2(requests(QStringLiteral("SelectSources")).last().contains(QStringLiteral("restore_data")),
+                 qPrintable(QJsonDocument(requests(QStringLiteral("SelectSources")).last()).toJson()));
+        QVERIFY(!again->restoreToken.isEmpty());
+        portal.close(again->session);
+    }
+
+    void everyNoHasItsLine_data()
+    {
+        QTest::addColumn<QByteArray>("mode");
+        QTest::addColumn<QString>("line");
+        QTest::newRow("the user cancels")
+            << QByteArray("cancel") << QStringLiteral("Screen capture was not allowed");
+        QTest::newRow("the desktop fails")
+            << QByteArray("error") << QStringLiteral("the screen-cast portal failed at Start");
+        QTest::newRow("no answer") << QByteArray("hang")
+                                   << QStringLiteral("the screen-cast portal did not answer Start");
+    }
+    void everyNoHasItsLine()
+    {
+        QFETCH(QByteArray, mode);
+        QFETCH(QString, line);
+        answerNext(mode);
+        const auto reset = qScopeGuard([] { answerNext("share"); });
+        const qsizetype closed = requests(QStringLiteral("Close")).size();
+        PortalScreenCast portal(QDBusConnection::sessionBus(), {2s, 2s});
+        const auto grant = portal.start(QString());
+        QVERIFY(!grant);
+        QCOMPARE(grant.error().description, line);
+        // The session asked for is closed again.
+        QTRY_VERIFY(requests(QStringLiteral("Close")).size() > closed);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPortalScreenCast)
+#include "tst_portalscreencast.moc"

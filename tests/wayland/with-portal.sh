@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Runs a test inside a private desktop session with the real screen-cast portal frontend
+# (xdg-desktop-portal), the test backend beside this script, PipeWire and WirePlumber, and a
+# PipeWire video source of known content (640 x 480, BGRx, #3366cc). The test finds the source's
+# node in VANTALO_TEST_NODE, the backend's log of requests in VANTALO_PORTAL_LOG, and steers the
+# backend's next answer through VANTALO_PORTAL_MODE (a file).
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+scratch=$(mktemp -d)
+mkdir -m 700 -p "$scratch/runtime" "$scratch/home"
+export XDG_RUNTIME_DIR="$scratch/runtime" HOME="$scratch/home"
+export XDG_CONFIG_HOME="$scratch/home/.config" XDG_DATA_HOME="$scratch/home/.local/share"
+export XDG_CURRENT_DESKTOP=vantalo-test XDG_DESKTOP_PORTAL_DIR="$here/portals"
+export VANTALO_PORTAL_LOG="$scratch/requests.jsonl" VANTALO_PORTAL_MODE="$scratch/mode"
+export VANTALO_PORTAL_SCRATCH="$scratch"
+unset DISPLAY WAYLAND_DISPLAY
+# The document portal, which the frontend starts, mounts itself in the runtime directory.
+cleanup() {
+  umount -l "$scratch/runtime/doc" 2>/dev/null || fusermount -u "$scratch/runtime/doc" 2>/dev/null || true
+  rm -rf "$scratch" 2>/dev/null || true
+}
+trap cleanup EXIT
+dbus-run-session -- bash -c '
+  set -euo pipefail
+  trap "kill \$(jobs -p) 2>/dev/null || true" EXIT
+  s=$VANTALO_PORTAL_SCRATCH
+  pipewire >"$s/pipewire.log" 2>&1 &
+  for _ in $(seq 50); do [ -S "$XDG_RUNTIME_DIR/pipewire-0" ] && break; sleep 0.1; done
+  wireplumber >"$s/wireplumber.log" 2>&1 &
+  gst-launch-1.0 videotestsrc is-live=true pattern=solid-color foreground-color=0xff3366cc \
+    ! video/x-raw,format=BGRx,width=640,height=480,framerate=30/1 \
+    ! pipewiresink mode=provide stream-properties="props,media.class=Video/Source,node.name=vantalo-test-screen" \
+    >"$s/source.log" 2>&1 &
+  node=""
+  for _ in $(seq 100); do
+    node=$(pw-dump 2>/dev/null | /usr/bin/python3 -c "
+import json, sys
+nodes = [o[\"id\"] for o in json.load(sys.stdin) if o.get(\"type\", \"\").endswith(\"Node\")
+         and o.get(\"info\", {}).get(\"props\", {}).get(\"node.name\") == \"vantalo-test-screen\"]
+print(nodes[0] if nodes else \"\")" || true)
+    [ -n "$node" ] && break
+    sleep 0.1
+  done
+  [ -n "$node" ] || { echo "the test source never appeared"; cat "$s/source.log"; exit 1; }
+  export VANTALO_TEST_NODE=$node
+  /usr/bin/python3 "'"$here"'/portal_backend.py" "$node" "$VANTALO_PORTAL_LOG" "$VANTALO_PORTAL_MODE" \
+    >"$s/backend.log" 2>&1 &
+  for _ in $(seq 50); do grep -q ready "$s/backend.log" && break; sleep 0.1; done
+  /usr/libexec/xdg-desktop-portal -r >"$s/portal.log" 2>&1 &
+  "$@"
+' _ "$@"
