@@ -1,6 +1,7 @@
 // The screen-cast portal client against the real xdg-desktop-portal frontend, with a test backend
 // that shares one PipeWire source (tests/wayland/with-portal.sh): what it asks for, what it gets,
 // and every way the desktop can say no.
+#include "platform/portal/PipeWireStream.h"
 #include "platform/portal/PortalScreenCast.h"
 
 #include <QCoreApplication>
@@ -8,6 +9,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QProcess>
 #include <QTest>
 #include <QUuid>
 
@@ -62,7 +64,7 @@ private Q_SLOTS:
     {
         PortalScreenCast portal;
         const auto grant = portal.start(QString());
-        QVERIFY2(grant, qPrintable(grant.error().description));
+        QVERIFY2(grant, grant ? "" : qPrintable(grant.error().description));
         QCOMPARE(grant->streams.size(), 1);
         QCOMPARE(grant->streams.first().nodeId, qEnvironmentVariable("VANTALO_TEST_NODE").toUInt());
         QCOMPARE(grant->streams.first().placement.position, QPoint(0, 0));
@@ -76,18 +78,65 @@ private Q_SLOTS:
 
         // The PipeWire connection is a descriptor of our own.
         const auto fd = portal.openPipeWireRemote(grant->session);
-        QVERIFY2(fd, qPrintable(fd.error().description));
+        QVERIFY2(fd, fd ? "" : qPrintable(fd.error().description));
         QVERIFY(fcntl(*fd, F_GETFD) != -1);
         ::close(*fd);
         portal.close(grant->session);
 
         // The token brings the same monitor back: the desktop gets what it stored with it.
         const auto again = portal.start(grant->restoreToken);
-        QVERIFY2(again, qPrintable(again.error().description));
+        QVERIFY2(again, again ? "" : qPrintable(again.error().description));
         QVERIFY2(requests(QStringLiteral("SelectSources")).last().contains(QStringLiteral("restore_data")),
                  qPrintable(QJsonDocument(requests(QStringLiteral("SelectSources")).last()).toJson()));
         QVERIFY(!again->restoreToken.isEmpty());
         portal.close(again->session);
+    }
+
+    // The test source is 640 x 480 of #3366cc, in BGRx.
+    void framesComeCutToTheRegion_data()
+    {
+        QTest::addColumn<QSize>("logical");
+        QTest::addColumn<QSize>("expected");
+        QTest::newRow("one pixel a point") << QSize(640, 480) << QSize(100, 50);
+        QTest::newRow("two pixels a point") << QSize(320, 240) << QSize(200, 100);
+    }
+    void framesComeCutToTheRegion()
+    {
+        QFETCH(QSize, logical);
+        QFETCH(QSize, expected);
+        PortalScreenCast portal;
+        const auto grant = portal.start(QString());
+        QVERIFY2(grant, grant ? "" : qPrintable(grant.error().description));
+        const auto fd = portal.openPipeWireRemote(grant->session);
+        QVERIFY(fd);
+        auto stream =
+            PipeWireStream::open(*fd, grant->streams.first().nodeId, QRectF(10, 20, 100, 50), logical);
+        QVERIFY2(stream, stream ? "" : qPrintable(stream.error().description));
+        QTRY_VERIFY_WITH_TIMEOUT((*stream)->latest().has_value(), 10000);
+        const QImage frame = *(*stream)->latest();
+        QCOMPARE(frame.size(), expected);
+        QCOMPARE(frame.pixel(0, 0), qRgb(0x33, 0x66, 0xcc));
+        QCOMPARE(frame.pixel(expected.width() - 1, expected.height() - 1), qRgb(0x33, 0x66, 0xcc));
+        QVERIFY(!(*stream)->failure());
+        portal.close(grant->session);
+    }
+
+    // After the other streams, as it takes the source away: a share that ends (the user stops it, the monitor
+    // goes) ends the stream with a reason.
+    void theShareEndingEndsTheStream()
+    {
+        PortalScreenCast portal;
+        const auto grant = portal.start(QString());
+        QVERIFY(grant);
+        const auto fd = portal.openPipeWireRemote(grant->session);
+        QVERIFY(fd);
+        auto stream =
+            PipeWireStream::open(*fd, grant->streams.first().nodeId, QRectF(0, 0, 64, 48), QSize(640, 480));
+        QVERIFY(stream);
+        QTRY_VERIFY_WITH_TIMEOUT((*stream)->latest().has_value(), 10000);
+        QVERIFY(QProcess::execute(QStringLiteral("kill"),
+                                  {qEnvironmentVariable("VANTALO_TEST_SOURCE_PID")}) == 0);
+        QTRY_VERIFY_WITH_TIMEOUT((*stream)->failure().has_value(), 10000);
     }
 
     void everyNoHasItsLine_data()

@@ -31,6 +31,7 @@ dbus-run-session -- bash -c '
     ! video/x-raw,format=BGRx,width=640,height=480,framerate=30/1 \
     ! pipewiresink mode=provide stream-properties="props,media.class=Video/Source,node.name=vantalo-test-screen" \
     >"$s/source.log" 2>&1 &
+  export VANTALO_TEST_SOURCE_PID=$!
   node=""
   for _ in $(seq 100); do
     node=$(pw-dump 2>/dev/null | /usr/bin/python3 -c "
