@@ -1,5 +1,6 @@
 #include "../fakes/CaptureFakes.h"
 
+#include "settings/SettingsKeys.h"
 #include "settings/ShortcutSettings.h"
 #include "settings/UserDefaults.h"
 
@@ -332,6 +333,16 @@ private Q_SLOTS:
         m_c->registerHotkey();
         QCOMPARE(m_rig->hotkey->registered, (Shortcut{15, 0x120000}));
         QCOMPARE(denied, 1);
+        QVERIFY(m_rig->journal.printed.isEmpty());
+
+        // A stored shortcut that can never be registered: the default, said once.
+        m_rig->hotkey->refuse = false;
+        m_defaults->setString(SettingsKey::hotkeyModifiers, QStringLiteral("abc"));
+        m_c->registerHotkey();
+        QCOMPARE(m_rig->hotkey->registered, (Shortcut{5, 0x100000}));
+        QCOMPARE(m_rig->journal.printed,
+                 QStringList{
+                     QStringLiteral("The shortcut in the settings cannot be used; Ctrl+G is used instead")});
     }
 };
 
