@@ -166,11 +166,17 @@ class Flow:
         self.animated_window()
 
         env = dict(os.environ, QT_LOGGING_RULES="vantalo.*.debug=true")
+        if self.args.compositor:
+            # No uploads in this run: an endpoint they would refuse is named once at start.
+            env["VANTALO_S3_ENDPOINT"] = "ftp://storage.example"
         kept_before = {item["id"] for item in self.history()}
         # The compositor run starts Vantalo the way a desktop's own key binding does.
         launch = [self.args.binary, "--toggle"] if self.args.compositor else [self.args.binary]
         self.app = self.start(launch, log="vantalo.log", env=env)
         self.wait_for("Vantalo to start", lambda: "launched" in self.app_log())
+        if self.args.compositor:
+            assert self.app_log().count("Uploads will fail: the S3 endpoint must be an https URL (http only on this "
+                                        "computer) (the endpoint is ftp://storage.example)") == 1, self.app_log()
         if self.args.app_checks:
             self.single_instance_and_late_tray()
         time.sleep(2.5)  # the tray docks the icon
