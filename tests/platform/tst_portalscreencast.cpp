@@ -2,7 +2,9 @@
 // that shares one PipeWire source (tests/wayland/with-portal.sh): what it asks for, what it gets,
 // and every way the desktop can say no.
 #include "platform/portal/PipeWireStream.h"
+#include "platform/portal/PortalCaptureBackend.h"
 #include "platform/portal/PortalScreenCast.h"
+#include "recording/ScreenRecorder.h"
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
@@ -119,6 +121,31 @@ private Q_SLOTS:
         QCOMPARE(frame.pixel(expected.width() - 1, expected.height() - 1), qRgb(0x33, 0x66, 0xcc));
         QVERIFY(!(*stream)->failure());
         portal.close(grant->session);
+    }
+
+    // The recorder on the portal: its own 15 fps clock over a source sending 30, the region cut
+    // and doubled as on X11, the permission's token handed on for next time.
+    void aRecordingThroughThePortal()
+    {
+        QString stored;
+        ScreenRecorder recorder(
+            std::make_unique<PortalCaptureBackend>(QString(),
+                                                   [&stored](const QString& token) { stored = token; }),
+            [] { return 1.0; }, [](const QString&) {});
+        std::optional<std::expected<void, Failure>> started;
+        recorder.startRecording(QRectF(10, 20, 100, 50), QString(), 15, 30,
+                                [&started](std::expected<void, Failure> result) { started = result; });
+        QTRY_VERIFY_WITH_TIMEOUT(started.has_value(), 15000);
+        QVERIFY2(*started, *started ? "" : qPrintable(started->error().description));
+        QTest::qWait(2000);
+        std::optional<FrameList> frames;
+        recorder.stopRecording(
+            [&frames](std::expected<FrameList, Failure> result) { frames = result.value_or(FrameList{}); });
+        QTRY_VERIFY(frames.has_value());
+        QVERIFY2(qAbs(frames->size() - 30) <= 2, qPrintable(QString::number(frames->size())));
+        QCOMPARE(frames->first().size(), QSize(200, 100));
+        QCOMPARE(frames->last().fullSize().pixel(199, 99), qRgb(0x33, 0x66, 0xcc));
+        QVERIFY(!QUuid(stored).isNull());
     }
 
     // After the other streams, as it takes the source away: a share that ends (the user stops it, the monitor
