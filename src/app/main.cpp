@@ -1,4 +1,5 @@
 #include "app/AppDelegate.h"
+#include "app/DesktopSession.h"
 #include "app/SingleInstance.h"
 #include "app/StatusIcon.h"
 #include "capture/CaptureCoordinator.h"
@@ -14,6 +15,7 @@
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/KeychainStore.h"
 #include "settings/QtKeychainSecretStore.h"
+#include "settings/SettingsKeys.h"
 #include "settings/ShortcutSettings.h"
 #include "settings/UserDefaults.h"
 #include "sharing/CloudUploader.h"
@@ -24,6 +26,7 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QDir>
+#include <QProcessEnvironment>
 #include <QTimer>
 
 using namespace vantalo;
@@ -69,6 +72,22 @@ int main(int argc, char** argv)
         return 0;
     }
 
+    // On a Wayland desktop the windows are XWayland's: only X11 lets Vantalo place its overlays,
+    // toolbar and panel and keep them above other windows.
+    const DesktopSession session = desktopSession(QProcessEnvironment::systemEnvironment());
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
+        if (session == DesktopSession::waylandOnly) {
+            printLineToStdout(
+                QStringLiteral("Vantalo needs XWayland in a Wayland session: install it (the xwayland "
+                               "package), enable it in your desktop if it is off, and start Vantalo "
+                               "again"));
+            return 1;
+        }
+        if (session == DesktopSession::waylandWithXWayland) {
+            qputenv("QT_QPA_PLATFORM", "xcb");
+        }
+    }
+
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Vantalo"));
     QApplication::setOrganizationName(QStringLiteral("Vantalo"));
@@ -81,8 +100,17 @@ int main(int argc, char** argv)
     instance.listen();
 
     const LinePrinter print = stdoutPrinter();
-    std::unique_ptr<Platform> platform = createPlatform();
     UserDefaults defaults;
+    std::unique_ptr<Platform> platform = createPlatform(PlatformStore{
+        .restoreToken =
+            [&defaults] {
+                return defaults.stringForKey(SettingsKey::screenCastRestoreToken).value_or(QString());
+            },
+        .storeRestoreToken =
+            [&defaults](const QString& token) {
+                defaults.setString(SettingsKey::screenCastRestoreToken, token);
+            },
+    });
     QtKeychainSecretStore secrets(keychainService, print);
     KeychainStore keychain(secrets);
     HotkeySettingsNotifier hotkeySettings;

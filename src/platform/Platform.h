@@ -5,6 +5,7 @@
 #include <QRegion>
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 class QWindow;
@@ -33,7 +34,16 @@ public:
     virtual void setInputRegion(QWindow* window, const QRegion& region) = 0;
 };
 
-// Picks the platform for the running session; call after the QGuiApplication exists.
-std::unique_ptr<Platform> createPlatform();
+// What the platform keeps across launches through the application's settings: the token that
+// lets a Wayland desktop share the screen again without asking. Called on the main thread.
+struct PlatformStore
+{
+    std::function<QString()> restoreToken;
+    std::function<void(const QString&)> storeRestoreToken;
+};
+
+// Picks the platform for the running session; call after the QGuiApplication exists. In a Wayland
+// session the windows are XWayland's and capture goes through the desktop's ScreenCast portal.
+std::unique_ptr<Platform> createPlatform(PlatformStore store = {});
 
 } // namespace vantalo

@@ -1,6 +1,7 @@
 // The one place that knows which platform implementations this build has.
 #include "Platform.h"
 
+#include "app/DesktopSession.h"
 #include "null/NullPlatform.h"
 
 #include <QGuiApplication>
@@ -11,12 +12,15 @@
 
 namespace vantalo {
 
-std::unique_ptr<Platform> createPlatform()
+std::unique_ptr<Platform> createPlatform(PlatformStore store)
 {
     const QString session = QGuiApplication::platformName();
 #if defined(VANTALO_PLATFORM_X11)
     if (session == QLatin1String("xcb")) {
-        return std::make_unique<X11Platform>();
+        // XWayland sees only X11 windows: on a Wayland desktop the picture comes from its portal.
+        const bool wayland = desktopSession(QProcessEnvironment::systemEnvironment()) != DesktopSession::x11;
+        return std::make_unique<X11Platform>(
+            wayland ? X11Platform::Capture::portal : X11Platform::Capture::xshm, std::move(store));
     }
 #endif
     if (session.startsWith(QLatin1String("wayland"))) {

@@ -11,6 +11,8 @@ inline const QString s3Region = QStringLiteral("s3Region");
 inline const QString cdnDomain = QStringLiteral("cdnDomain");
 // S3-compatible storage; empty means AWS itself.
 inline const QString s3Endpoint = QStringLiteral("s3Endpoint");
+// What a Wayland desktop gave for the screen it agreed to share, sent back so it does not ask again.
+inline const QString screenCastRestoreToken = QStringLiteral("screenCastRestoreToken");
 
 inline const QString defaultBucketName = QStringLiteral("vantalo-uploads");
 inline const QString defaultRegion = QStringLiteral("us-east-1");

@@ -285,6 +285,10 @@ class Flow:
         usage = subprocess.run([self.args.binary, "--help"], env=bare, capture_output=True, text=True)
         assert usage.returncode == 0 and "--toggle" in usage.stdout, usage
         assert subprocess.run([self.args.binary, "--record-now"], env=bare, capture_output=True).returncode != 0
+        # A Wayland session without XWayland: one line on how to get it, and no start.
+        wayland = dict(bare, WAYLAND_DISPLAY="wayland-0")
+        alone = subprocess.run([self.args.binary], env=wayland, capture_output=True, text=True, timeout=15)
+        assert alone.returncode == 1 and alone.stdout.startswith("Vantalo needs XWayland in a Wayland session"), alone
 
     def single_instance_and_late_tray(self):
         """Without a tray Vantalo says how to record; a second start hands over to the first;

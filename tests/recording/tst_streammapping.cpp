@@ -1,5 +1,7 @@
-// Mapping a chosen region onto a screen-cast stream: which stream shows the display, where the
-// region lies in its buffer whatever the scaling, and the newest frame taken on our own clock.
+// Recording a Wayland desktop: which session Vantalo is in, which screen-cast stream shows the
+// display, where the region lies in its buffer whatever the scaling, and the newest frame taken on
+// our own clock.
+#include "app/DesktopSession.h"
 #include "recording/StreamMapping.h"
 
 #include <QTest>
@@ -11,6 +13,24 @@ class TestStreamMapping : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void theSession()
+    {
+        const auto session = [](std::initializer_list<std::pair<const char*, const char*>> variables) {
+            QProcessEnvironment environment;
+            for (const auto& [name, value] : variables) {
+                environment.insert(QString::fromLatin1(name), QString::fromLatin1(value));
+            }
+            return desktopSession(environment);
+        };
+        QCOMPARE(session({{"DISPLAY", ":0"}}), DesktopSession::x11);
+        QCOMPARE(session({{"DISPLAY", ":0"}, {"WAYLAND_DISPLAY", "wayland-0"}}),
+                 DesktopSession::waylandWithXWayland);
+        QCOMPARE(session({{"DISPLAY", ":0"}, {"XDG_SESSION_TYPE", "wayland"}}),
+                 DesktopSession::waylandWithXWayland);
+        QCOMPARE(session({{"WAYLAND_DISPLAY", "wayland-0"}}), DesktopSession::waylandOnly);
+        QCOMPARE(session({{"XDG_SESSION_TYPE", "x11"}}), DesktopSession::none);
+    }
+
     void regionInTheBuffer_data()
     {
         QTest::addColumn<QRectF>("region");

@@ -3,6 +3,7 @@
 #include "X11CaptureBackend.h"
 #include "X11HotkeyManager.h"
 #include "XcbReply.h"
+#include "platform/portal/PortalCaptureBackend.h"
 #include "recording/ScreenRecorder.h"
 
 #include <QGuiApplication>
@@ -17,7 +18,7 @@
 
 namespace vantalo {
 
-X11Platform::X11Platform()
+X11Platform::X11Platform(Capture capture, PlatformStore store) : m_capture(capture), m_store(std::move(store))
 {
     auto* x11 = qGuiApp->nativeInterface<QNativeInterface::QX11Application>();
     m_connection = x11 ? x11->connection() : nullptr;
@@ -54,8 +55,22 @@ bool X11Platform::compositingManagerRunning() const
 
 std::unique_ptr<FrameRecorder> X11Platform::createScreenRecorder()
 {
-    return std::make_unique<ScreenRecorder>(std::make_unique<X11CaptureBackend>(),
-                                            [] { return qGuiApp->devicePixelRatio(); });
+    if (m_capture == Capture::xshm) {
+        return std::make_unique<ScreenRecorder>(std::make_unique<X11CaptureBackend>(),
+                                                [] { return qGuiApp->devicePixelRatio(); });
+    }
+    // The token arrives on the capture thread; the settings are written on the main thread.
+    const auto store = m_store.storeRestoreToken;
+    auto remember = [store](const QString& token) {
+        if (store) {
+            QMetaObject::invokeMethod(
+                qApp, [store, token] { store(token); }, Qt::QueuedConnection);
+        }
+    };
+    return std::make_unique<ScreenRecorder>(
+        std::make_unique<PortalCaptureBackend>(m_store.restoreToken ? m_store.restoreToken() : QString(),
+                                               std::move(remember)),
+        [] { return qGuiApp->devicePixelRatio(); });
 }
 
 void X11Platform::setInputRegion(QWindow* window, const QRegion& region)

@@ -12,7 +12,12 @@ namespace vantalo {
 class X11Platform final : public Platform
 {
 public:
-    X11Platform();
+    enum class Capture
+    {
+        xshm,   // the X server's own screen
+        portal, // a Wayland desktop's ScreenCast portal (XWayland sees only X11 windows)
+    };
+    explicit X11Platform(Capture capture = Capture::xshm, PlatformStore store = {});
 
     QString name() const override { return QStringLiteral("x11"); }
     std::unique_ptr<HotkeyRegistrar> createHotkeyManager(LinePrinter print) override;
@@ -22,6 +27,8 @@ public:
     void setInputRegion(QWindow* window, const QRegion& region) override;
 
 private:
+    Capture m_capture;
+    PlatformStore m_store;
     GrantedCapturePermission m_permission;
     xcb_connection_t* m_connection = nullptr;
     xcb_window_t m_root = 0;
