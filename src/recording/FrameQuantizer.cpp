@@ -190,37 +190,37 @@ Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool ha
     liq_set_dithering_level(result.get(), settings.dithering);
     const liq_palette* palette = liq_get_palette(result.get());
     // The entry of the unchanged pixels: the least opaque one.
-    const auto leastOpaque = [&palette] {
+    const auto leastOpaque = [](const liq_palette& entries) {
         int index = -1;
         int alpha = 256;
-        for (unsigned i = 0; i < palette->count; ++i) {
-            if (palette->entries[i].a < alpha) {
-                alpha = palette->entries[i].a;
+        for (unsigned i = 0; i < entries.count; ++i) {
+            if (entries.entries[i].a < alpha) {
+                alpha = entries.entries[i].a;
                 index = int(i);
             }
         }
         return index;
     };
+    int transparentIndex = hasTransparency ? leastOpaque(*palette) : -1;
     // Without dithering every pixel just takes its nearest colour, which a cache per colour finds
     // fastest for screen content.
-    auto remapped =
-        settings.dithering == 0.0f
-            ? remapByColour(pixels, *palette, hasTransparency ? leastOpaque() : -1, kMaxRemappedColours)
-            : std::nullopt;
+    auto remapped = settings.dithering == 0.0f
+                        ? remapByColour(pixels, *palette, transparentIndex, kMaxRemappedColours)
+                        : std::nullopt;
     if (remapped) {
         out.indices = std::move(*remapped);
     } else {
+        // libimagequant's remapping may refine the palette.
         liq_write_remapped_image(result.get(), image.get(), out.indices.data(), out.indices.size());
         palette = liq_get_palette(result.get());
+        transparentIndex = hasTransparency ? leastOpaque(*palette) : -1;
     }
     for (unsigned i = 0; i < palette->count; ++i) {
         const liq_color& c = palette->entries[i];
         out.palette.append(qRgb(c.r, c.g, c.b));
     }
     if (hasTransparency) {
-        out.transparentIndex = leastOpaque();
-    }
-    if (hasTransparency) {
+        out.transparentIndex = transparentIndex;
         // Unchanged pixels show the frame below, whatever the dithering made of their neighbours.
         for (size_t i = 0; i < pixels.size(); ++i) {
             if (pixels[i] == kTransparentKey) {

@@ -78,17 +78,6 @@ void GifEncodingSession::addFrame(const Frame& frame)
     m_previous = frame;
 }
 
-GifEncodingSession::Timings GifEncodingSession::timings() const
-{
-    Timings timings = m_timings;
-    for (const QFuture<Encoded>& pending : m_pending) {
-        if (pending.isFinished()) {
-            timings.stages += pending.result().times;
-        }
-    }
-    return timings;
-}
-
 std::expected<QByteArray, Failure> GifEncodingSession::finish(double delaySeconds)
 {
     if (m_pending.isEmpty()) {

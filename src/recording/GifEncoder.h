@@ -56,7 +56,7 @@ public:
         qint64 finishWaitNs = 0;
         qint64 assembleNs = 0;
     };
-    Timings timings() const;
+    const Timings& timings() const { return m_timings; }
     // Frames handed over and not yet encoded.
     int waitingFrames();
 

@@ -6,25 +6,6 @@
 
 namespace vantalo {
 
-std::optional<qsizetype> streamForDisplay(const QList<StreamPlacement>& streams, const QRect& displayGeometry)
-{
-    std::optional<qsizetype> bySize;
-    int sameSize = 0;
-    for (qsizetype i = 0; i < streams.size(); ++i) {
-        const StreamPlacement& stream = streams[i];
-        const bool sizeFits = !stream.size || *stream.size == displayGeometry.size();
-        if (stream.position) {
-            if (*stream.position == displayGeometry.topLeft() && sizeFits) {
-                return i;
-            }
-        } else if (stream.size && sizeFits) {
-            bySize = i;
-            ++sameSize;
-        }
-    }
-    return sameSize == 1 ? bySize : std::nullopt;
-}
-
 std::optional<QRect> bufferRect(const QRectF& region, QSize logicalSize, QSize bufferSize)
 {
     if (logicalSize.isEmpty() || bufferSize.isEmpty() || region.isEmpty() ||

@@ -12,18 +12,15 @@
 namespace vantalo {
 
 // A monitor stream as a screen-cast service describes it: where the monitor is and how large, in
-// logical coordinates. Some compositors (KWin) give no position.
+// logical coordinates. Some compositors (KWin) give no position: such a monitor is taken to be at
+// the origin.
 struct StreamPlacement
 {
     std::optional<QPoint> position;
     std::optional<QSize> size;
-};
 
-// The stream that shows the display at `displayGeometry` (logical): the one at its position and
-// of its size; a stream without a position is matched by its size alone. Nothing when none
-// matches, or when matching by size alone finds more than one.
-std::optional<qsizetype> streamForDisplay(const QList<StreamPlacement>& streams,
-                                          const QRect& displayGeometry);
+    QRect geometry() const { return QRect(position.value_or(QPoint(0, 0)), size.value_or(QSize())); }
+};
 
 // Where `region` (logical, relative to the display's top-left) lies in a stream buffer of
 // `bufferSize` showing a display of `logicalSize`. Each axis has its own factor (fractional

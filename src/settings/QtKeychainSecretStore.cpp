@@ -94,7 +94,8 @@ bool QtKeychainSecretStore::heldAsBase64(const QString& account) const
     // Only the Secret Service answers this; elsewhere (the macOS Keychain, KWallet) the call
     // fails and nothing is rewritten.
     using Attributes = QMap<QString, QString>;
-    qDBusRegisterMetaType<Attributes>();
+    static const QMetaType registered = qDBusRegisterMetaType<Attributes>();
+    Q_UNUSED(registered);
     QDBusMessage search = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.secrets"), QStringLiteral("/org/freedesktop/secrets"),
         QStringLiteral("org.freedesktop.Secret.Service"), QStringLiteral("SearchItems"));

@@ -1,6 +1,5 @@
-// Recording a Wayland desktop: which session Vantalo is in, which screen-cast stream shows the
-// display, where the region lies in its buffer whatever the scaling, and the newest frame taken on
-// our own clock.
+// Recording a Wayland desktop: which session Vantalo is in, where the region lies in a screen-cast
+// buffer whatever the scaling, and the newest frame taken on our own clock.
 #include "app/DesktopSession.h"
 #include "recording/StreamMapping.h"
 
@@ -59,25 +58,6 @@ private Q_SLOTS:
         QFETCH(QSize, buffer);
         QFETCH(QRect, expected);
         QCOMPARE(bufferRect(region, logical, buffer).value_or(QRect()), expected);
-    }
-
-    void theStreamOfADisplay()
-    {
-        const QRect left(0, 0, 1920, 1080);
-        const QRect right(1920, 0, 1280, 1024);
-        // With positions (GNOME), the position decides; without (KWin), the size.
-        const QList<StreamPlacement> placed{{QPoint(1920, 0), QSize(1280, 1024)},
-                                            {QPoint(0, 0), QSize(1920, 1080)}};
-        QCOMPARE(streamForDisplay(placed, left), 1);
-        QCOMPARE(streamForDisplay(placed, right), 0);
-        const QList<StreamPlacement> sized{{std::nullopt, QSize(1920, 1080)},
-                                           {std::nullopt, QSize(1280, 1024)}};
-        QCOMPARE(streamForDisplay(sized, right), 1);
-        // Two of one size cannot be told apart; a display no stream shows has none.
-        const QList<StreamPlacement> twins{{std::nullopt, QSize(1920, 1080)},
-                                           {std::nullopt, QSize(1920, 1080)}};
-        QCOMPARE(streamForDisplay(twins, left), std::nullopt);
-        QCOMPARE(streamForDisplay(placed, QRect(0, 1080, 800, 600)), std::nullopt);
     }
 
     void theNewestFrameOnEveryTick()

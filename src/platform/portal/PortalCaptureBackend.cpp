@@ -83,9 +83,7 @@ std::expected<QList<CaptureDisplay>, Failure> PortalCaptureBackend::displays()
     QList<CaptureDisplay> displays;
     for (const PortalStream& stream : m_grant->streams) {
         if (stream.placement.size) {
-            displays.append(
-                {QStringLiteral("portal-%1").arg(stream.nodeId),
-                 QRect(stream.placement.position.value_or(QPoint(0, 0)), *stream.placement.size)});
+            displays.append({QStringLiteral("portal-%1").arg(stream.nodeId), stream.placement.geometry()});
         }
     }
     if (displays.isEmpty()) {
@@ -104,8 +102,7 @@ PortalCaptureBackend::openStream(const QRect& nativeRect)
     const PortalStream* chosen = nullptr;
     QRect monitor;
     for (const PortalStream& stream : m_grant->streams) {
-        const QRect geometry(stream.placement.position.value_or(QPoint(0, 0)),
-                             stream.placement.size.value_or(QSize()));
+        const QRect geometry = stream.placement.geometry();
         if (geometry.contains(nativeRect)) {
             chosen = &stream;
             monitor = geometry;
