@@ -124,7 +124,7 @@ void AppDelegate::applicationWillTerminate()
 
 QString AppDelegate::currentShortcutLabel() const
 {
-    return displayShortcutLabel(menuShortcut(m_services.defaults));
+    return m_captureCoordinator->shortcutLabel();
 }
 
 void AppDelegate::rebuildMenu()

@@ -149,8 +149,9 @@ int main(int argc, char** argv)
         .print = print,
     };
     auto previewPanel = std::make_unique<PreviewPanelController>(std::move(panelServices));
+    // The coordinator lives as long as the delegate that takes it over.
     auto historyPanel = std::make_unique<HistoryPanelController>(
-        historyStore, [&defaults] { return displayShortcutLabel(menuShortcut(defaults)); });
+        historyStore, [coordinator = coordinator.get()] { return coordinator->shortcutLabel(); });
     AppDelegate delegate(AppServices{defaults, keychain, hotkeySettings, platform->screenCapturePermission(),
                                      historyStore, print},
                          std::move(coordinator), std::move(previewPanel), std::move(historyPanel));

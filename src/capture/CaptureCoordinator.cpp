@@ -80,6 +80,14 @@ void CaptureCoordinator::registerHotkey()
     });
 }
 
+QString CaptureCoordinator::shortcutLabel() const
+{
+    if (const auto trigger = m_c.hotkeyManager->desktopTrigger()) {
+        return trigger->isEmpty() ? QStringLiteral("\u201Cvantalo --toggle\u201D") : *trigger;
+    }
+    return displayShortcutLabel(menuShortcut(m_defaults));
+}
+
 void CaptureCoordinator::handleHotkeyPress()
 {
     switch (m_state) {

@@ -65,6 +65,10 @@ public:
 
     // Reads the shortcut from the settings and (re)registers it.
     void registerHotkey();
+    // How the user starts a capture without the menu, as the menu shows it: the registered
+    // shortcut, the keys the desktop bound instead, or the command where the desktop lets no
+    // application have a global shortcut.
+    QString shortcutLabel() const;
     // What a press of the shortcut does in the current state.
     void handleHotkeyPress();
     void beginRegionSelection();

@@ -168,6 +168,12 @@ private Q_SLOTS:
         m_notifier.post();
         QCOMPARE(m_rig->hotkey->registered, (Shortcut{23, 0x120000}));
         QCOMPARE(menuLines(m_delegate->menu()).at(1), QStringLiteral("Shift+Ctrl+5 (disabled)"));
+        // Where the desktop decides the keys, its words; where it has no shortcuts, the command.
+        m_rig->hotkey->trigger = QStringLiteral("Meta+R");
+        QCOMPARE(menuLines(m_delegate->menu()).at(1), QStringLiteral("Meta+R (disabled)"));
+        m_rig->hotkey->trigger = QString();
+        QCOMPARE(menuLines(m_delegate->menu()).at(1),
+                 QStringLiteral("\u201Cvantalo --toggle\u201D (disabled)"));
     }
 
     void stopFromTheMenuAndFromTheTimeLimit()

@@ -65,8 +65,10 @@ public:
             handler();
         }
     }
+    std::optional<QString> desktopTrigger() const override { return trigger; }
 
     Shortcut registered;
+    std::optional<QString> trigger;
     std::function<void()> handler;
     bool refuse = false;
 

@@ -4,10 +4,12 @@
 #include "platform/portal/PipeWireStream.h"
 #include "platform/portal/PortalCaptureBackend.h"
 #include "platform/portal/PortalScreenCast.h"
+#include "platform/portal/PortalShortcut.h"
 #include "recording/ScreenRecorder.h"
 
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
+#include <QDBusMessage>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -36,6 +38,24 @@ QList<QJsonObject> requests(const QString& method)
         }
     }
     return found;
+}
+
+// Presses the shortcut on the desktop's side; answers how many sessions had it bound.
+uint press()
+{
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.impl.portal.desktop.vantalotest"),
+                                       QStringLiteral("/org/freedesktop/portal/desktop"),
+                                       QStringLiteral("org.vantalo.PortalTest"), QStringLiteral("Activate"));
+    call.setArguments({PortalShortcut::shortcutId});
+    const QDBusMessage reply = QDBusConnection::sessionBus().call(call);
+    return reply.arguments().value(0).toUInt();
+}
+
+bool hasShortcutPortal()
+{
+    return qEnvironmentVariable("VANTALO_PORTAL_INTERFACES", QStringLiteral("GlobalShortcuts"))
+        .contains(QStringLiteral("GlobalShortcuts"));
 }
 
 void answerNext(const QByteArray& mode)
@@ -190,6 +210,95 @@ private Q_SLOTS:
         QCOMPARE(grant.error().description, line);
         // The session asked for is closed again.
         QTRY_VERIFY(requests(QStringLiteral("Close")).size() > closed);
+    }
+
+    // The shortcut portal: the shortcut proposed in CreateSession is what a Plasma-like desktop
+    // registers, so nothing is bound twice; a desktop that binds only on request gets
+    // BindShortcuts; each press reaches the handler of the session in force, and only that.
+    void theShortcutThroughThePortal()
+    {
+        if (!hasShortcutPortal()) {
+            QSKIP("the desktop of this run offers no shortcut portal");
+        }
+        QStringList printed;
+        int presses = 0;
+        PortalShortcut shortcut([&printed](const QString& line) { printed << line; });
+        shortcut.registerHotkey(Shortcut{}, [&presses] { ++presses; });
+        QTRY_COMPARE(shortcut.desktopTrigger(), std::optional(QStringLiteral("Ctrl+G")));
+        QCOMPARE(requests(QStringLiteral("CreateShortcutSession")).last().value(PortalShortcut::shortcutId),
+                 QStringLiteral("CTRL+g"));
+        QVERIFY(requests(QStringLiteral("BindShortcuts")).isEmpty());
+        QCOMPARE(press(), 1u);
+        QTRY_COMPARE(presses, 1);
+
+        // A shortcut recorded in Preferences: a new session, bound on request.
+        answerNext("bind-only");
+        const auto reset = qScopeGuard([] { answerNext("share"); });
+        shortcut.registerHotkey(Shortcut{23, ModifierFlag::shift | ModifierFlag::command},
+                                [&presses] { presses += 10; });
+        QTRY_COMPARE(shortcut.desktopTrigger(), std::optional(QStringLiteral("Shift+Ctrl+5")));
+        QCOMPARE(requests(QStringLiteral("BindShortcuts")).last().value(PortalShortcut::shortcutId),
+                 QStringLiteral("SHIFT+CTRL+5"));
+        QCOMPARE(press(), 1u); // the first session is closed
+        QTRY_COMPARE(presses, 11);
+
+        shortcut.unregisterHotkey();
+        QTRY_COMPARE(press(), 0u);
+        QTest::qWait(100);
+        QCOMPARE(presses, 11);
+        QVERIFY(printed.isEmpty());
+    }
+
+    void aShortcutTheDesktopRefuses_data()
+    {
+        QTest::addColumn<QByteArray>("mode");
+        QTest::addColumn<QString>("line");
+        QTest::newRow("the user cancels")
+            << QByteArray("cancel") << QStringLiteral("the desktop did not allow a global shortcut");
+        QTest::newRow("the desktop fails")
+            << QByteArray("error") << QStringLiteral("the shortcut portal failed at BindShortcuts");
+        QTest::newRow("no answer") << QByteArray("hang")
+                                   << QStringLiteral("the shortcut portal did not answer BindShortcuts");
+    }
+    void aShortcutTheDesktopRefuses()
+    {
+        QFETCH(QByteArray, mode);
+        QFETCH(QString, line);
+        if (!hasShortcutPortal()) {
+            QSKIP("the desktop of this run offers no shortcut portal");
+        }
+        answerNext(mode);
+        const auto reset = qScopeGuard([] { answerNext("share"); });
+        QStringList printed;
+        int refusals = 0;
+        PortalShortcut shortcut([&printed](const QString& text) { printed << text; },
+                                QDBusConnection::sessionBus(), {2s, 2s});
+        shortcut.onPermissionDenied = [&refusals] { ++refusals; };
+        shortcut.registerHotkey(Shortcut{}, [] {});
+        QTRY_COMPARE_WITH_TIMEOUT(refusals, 1, 5000);
+        QCOMPARE(printed, QStringList{QStringLiteral("Failed to register global shortcut — ") + line});
+        QCOMPARE(shortcut.desktopTrigger(), std::nullopt);
+    }
+
+    // Run in a desktop without the shortcut portal (GNOME before 48, sway): said once, and the
+    // menu names the command to bind instead.
+    void noShortcutPortal()
+    {
+        if (hasShortcutPortal()) {
+            QSKIP("runs where the desktop offers no shortcut portal");
+        }
+        QStringList printed;
+        int refusals = 0;
+        PortalShortcut shortcut([&printed](const QString& line) { printed << line; });
+        shortcut.onPermissionDenied = [&refusals] { ++refusals; };
+        shortcut.registerHotkey(Shortcut{}, [] {});
+        QTRY_COMPARE(shortcut.desktopTrigger(), std::optional(QString()));
+        shortcut.registerHotkey(Shortcut{23, ModifierFlag::command}, [] {});
+        QTest::qWait(200);
+        QCOMPARE(printed, QStringList{QStringLiteral(
+                              "This desktop offers applications no global shortcuts: bind the command "
+                              "\u201Cvantalo --toggle\u201D to a key in your desktop's keyboard settings")});
+        QCOMPARE(refusals, 0);
     }
 };
 

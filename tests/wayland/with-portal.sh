@@ -3,14 +3,22 @@
 # (xdg-desktop-portal), the test backend beside this script, PipeWire and WirePlumber, and a
 # PipeWire video source of known content (640 x 480, BGRx, #3366cc). The test finds the source's
 # node in VANTALO_TEST_NODE, the backend's log of requests in VANTALO_PORTAL_LOG, and steers the
-# backend's next answer through VANTALO_PORTAL_MODE (a file).
+# backend's next answer through VANTALO_PORTAL_MODE (a file). VANTALO_PORTAL_INTERFACES chooses
+# the portals the desktop offers (default: ScreenCast and GlobalShortcuts).
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 scratch=$(mktemp -d)
 mkdir -m 700 -p "$scratch/runtime" "$scratch/home"
 export XDG_RUNTIME_DIR="$scratch/runtime" HOME="$scratch/home"
 export XDG_CONFIG_HOME="$scratch/home/.config" XDG_DATA_HOME="$scratch/home/.local/share"
-export XDG_CURRENT_DESKTOP=vantalo-test XDG_DESKTOP_PORTAL_DIR="$here/portals"
+mkdir -p "$scratch/portals"
+cat >"$scratch/portals/vantalo-test.portal" <<EOF
+[portal]
+DBusName=org.freedesktop.impl.portal.desktop.vantalotest
+Interfaces=${VANTALO_PORTAL_INTERFACES:-org.freedesktop.impl.portal.ScreenCast;org.freedesktop.impl.portal.GlobalShortcuts;}
+UseIn=vantalo-test
+EOF
+export XDG_CURRENT_DESKTOP=vantalo-test XDG_DESKTOP_PORTAL_DIR="$scratch/portals"
 export VANTALO_PORTAL_LOG="$scratch/requests.jsonl" VANTALO_PORTAL_MODE="$scratch/mode"
 export VANTALO_PORTAL_SCRATCH="$scratch"
 unset DISPLAY WAYLAND_DISPLAY

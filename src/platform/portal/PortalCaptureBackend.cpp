@@ -42,7 +42,7 @@ private:
 
 PortalCaptureBackend::PortalCaptureBackend(QString restoreToken,
                                            std::function<void(const QString&)> onRestoreToken,
-                                           PortalScreenCast::Timeouts timeouts)
+                                           PortalTimeouts timeouts)
     : m_restoreToken(std::move(restoreToken)), m_onRestoreToken(std::move(onRestoreToken)),
       m_timeouts(timeouts)
 {

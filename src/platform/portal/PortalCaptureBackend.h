@@ -17,7 +17,7 @@ class PortalCaptureBackend final : public CaptureBackend
 {
 public:
     PortalCaptureBackend(QString restoreToken, std::function<void(const QString&)> onRestoreToken,
-                         PortalScreenCast::Timeouts timeouts = PortalScreenCast::defaultTimeouts);
+                         PortalTimeouts timeouts = {});
     ~PortalCaptureBackend() override;
 
     std::expected<QList<CaptureDisplay>, Failure> displays() override;
@@ -28,7 +28,7 @@ private:
 
     QString m_restoreToken;
     std::function<void(const QString&)> m_onRestoreToken;
-    PortalScreenCast::Timeouts m_timeouts;
+    PortalTimeouts m_timeouts;
     std::unique_ptr<PortalScreenCast> m_portal; // made on the capture thread, which waits on it
     std::optional<ScreenCastGrant> m_grant;
 };

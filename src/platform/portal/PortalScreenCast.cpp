@@ -1,12 +1,11 @@
 #include "PortalScreenCast.h"
 
+#include "PortalRequest.h"
+
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusUnixFileDescriptor>
 #include <QEventLoop>
-#include <QRandomGenerator>
-#include <QScopeGuard>
-#include <QTimer>
 
 #include <unistd.h>
 
@@ -25,11 +24,6 @@ constexpr quint32 kPersistUntilRevoked = 2;
 Failure portalFailure(const QString& what)
 {
     return Failure{what};
-}
-
-QString newToken()
-{
-    return QStringLiteral("vantalo_%1").arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0'));
 }
 
 // (ii) inside a variant, as QtDBus hands it over.
@@ -73,25 +67,9 @@ QList<PortalStream> readStreams(const QVariant& value)
     return streams;
 }
 
-// Catches the one Response of a request object.
-class ResponseCatcher : public QObject
-{
-    Q_OBJECT
-public:
-    std::optional<std::pair<quint32, QVariantMap>> response;
-    QEventLoop loop;
-
-public Q_SLOTS:
-    void onResponse(uint code, const QVariantMap& results)
-    {
-        response = std::pair(code, results);
-        loop.quit();
-    }
-};
-
 } // namespace
 
-PortalScreenCast::PortalScreenCast(QDBusConnection bus, Timeouts timeouts)
+PortalScreenCast::PortalScreenCast(QDBusConnection bus, PortalTimeouts timeouts)
     : m_bus(std::move(bus)), m_timeouts(timeouts)
 {
 }
@@ -101,56 +79,25 @@ std::expected<QVariantMap, Failure> PortalScreenCast::request(const QString& met
                                                               QVariantMap options,
                                                               std::chrono::milliseconds timeout)
 {
-    // The answer comes as a signal on a request object whose path is known in advance: listen
-    // there before calling, or a quick desktop answers before anyone listens.
-    const QString token = newToken();
-    QString sender = m_bus.baseService().mid(1);
-    sender.replace(QLatin1Char('.'), QLatin1Char('_'));
-    const QString requestPath =
-        QStringLiteral("/org/freedesktop/portal/desktop/request/%1/%2").arg(sender, token);
-    ResponseCatcher catcher;
-    if (!m_bus.connect(kService, requestPath, QStringLiteral("org.freedesktop.portal.Request"),
-                       QStringLiteral("Response"), &catcher, SLOT(onResponse(uint, QVariantMap)))) {
-        return std::unexpected(portalFailure(QStringLiteral("the screen-cast portal cannot be reached")));
+    std::optional<std::expected<QVariantMap, Failure>> answer;
+    QEventLoop loop;
+    portalRequest(Portal{m_bus, kInterface, QStringLiteral("the screen-cast portal")}, method, arguments,
+                  std::move(options), timeout, QStringLiteral("Screen capture was not allowed"), &loop,
+                  [&](std::expected<QVariantMap, Failure> result) {
+                      answer = std::move(result);
+                      loop.quit();
+                  });
+    if (!answer) {
+        loop.exec(QEventLoop::ExcludeUserInputEvents);
     }
-    options.insert(QStringLiteral("handle_token"), token);
-    QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, kInterface, method);
-    call.setArguments(arguments + QVariantList{options});
-    const QDBusMessage reply = m_bus.call(call, QDBus::Block, int(m_timeouts.request.count()));
-    const auto disconnect = qScopeGuard([&] {
-        m_bus.disconnect(kService, requestPath, QStringLiteral("org.freedesktop.portal.Request"),
-                         QStringLiteral("Response"), &catcher, SLOT(onResponse(uint, QVariantMap)));
-    });
-    if (reply.type() == QDBusMessage::ErrorMessage) {
-        return std::unexpected(portalFailure(
-            QStringLiteral("the screen-cast portal refused %1 (%2)").arg(method, reply.errorMessage())));
-    }
-    if (!catcher.response) {
-        QTimer::singleShot(timeout, &catcher.loop, &QEventLoop::quit);
-        catcher.loop.exec(QEventLoop::ExcludeUserInputEvents);
-    }
-    if (!catcher.response) {
-        QDBusMessage close = QDBusMessage::createMethodCall(
-            kService, requestPath, QStringLiteral("org.freedesktop.portal.Request"), QStringLiteral("Close"));
-        m_bus.call(close, QDBus::NoBlock);
-        return std::unexpected(
-            portalFailure(QStringLiteral("the screen-cast portal did not answer %1").arg(method)));
-    }
-    switch (catcher.response->first) {
-    case 0:
-        return catcher.response->second;
-    case 1:
-        return std::unexpected(portalFailure(QStringLiteral("Screen capture was not allowed")));
-    default:
-        return std::unexpected(
-            portalFailure(QStringLiteral("the screen-cast portal failed at %1").arg(method)));
-    }
+    return *answer;
 }
 
 std::expected<ScreenCastGrant, Failure> PortalScreenCast::start(const QString& restoreToken)
 {
-    const auto created = request(QStringLiteral("CreateSession"), {},
-                                 {{QStringLiteral("session_handle_token"), newToken()}}, m_timeouts.request);
+    const auto created =
+        request(QStringLiteral("CreateSession"), {},
+                {{QStringLiteral("session_handle_token"), portalToken()}}, m_timeouts.request);
     if (!created) {
         return std::unexpected(created.error());
     }
@@ -225,5 +172,3 @@ void PortalScreenCast::close(const QDBusObjectPath& session)
 }
 
 } // namespace vantalo
-
-#include "PortalScreenCast.moc"

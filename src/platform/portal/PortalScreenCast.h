@@ -1,5 +1,6 @@
 #pragma once
 
+#include "PortalRequest.h"
 #include "common/Failure.h"
 #include "recording/StreamMapping.h"
 
@@ -35,15 +36,9 @@ struct ScreenCastGrant
 class PortalScreenCast
 {
 public:
-    struct Timeouts
-    {
-        std::chrono::milliseconds request;
-        std::chrono::milliseconds dialog; // Start, which may show the permission dialog
-    };
-    static constexpr Timeouts defaultTimeouts{std::chrono::seconds(10), std::chrono::minutes(2)};
-
+    // The dialog's time limit is Start's, which may show the permission dialog.
     explicit PortalScreenCast(QDBusConnection bus = QDBusConnection::sessionBus(),
-                              Timeouts timeouts = defaultTimeouts);
+                              PortalTimeouts timeouts = {});
 
     // Asks for a monitor, with the token of an earlier grant when there is one. Fails with
     // "Screen capture was not allowed" when the user cancels, else with what went wrong.
@@ -57,7 +52,7 @@ private:
                                                 QVariantMap options, std::chrono::milliseconds timeout);
 
     QDBusConnection m_bus;
-    Timeouts m_timeouts;
+    PortalTimeouts m_timeouts;
 };
 
 } // namespace vantalo

@@ -4,6 +4,7 @@
 #include "X11HotkeyManager.h"
 #include "XcbReply.h"
 #include "platform/portal/PortalCaptureBackend.h"
+#include "platform/portal/PortalShortcut.h"
 #include "recording/ScreenRecorder.h"
 
 #include <QGuiApplication>
@@ -30,6 +31,10 @@ X11Platform::X11Platform(Capture capture, PlatformStore store) : m_capture(captu
 
 std::unique_ptr<HotkeyRegistrar> X11Platform::createHotkeyManager(LinePrinter print)
 {
+    if (m_capture == Capture::portal) {
+        // XWayland gets keys only while one of its own windows has the focus.
+        return std::make_unique<PortalShortcut>(std::move(print));
+    }
     if (!m_connection) {
         return std::make_unique<UnavailableHotkeyRegistrar>(std::move(print));
     }

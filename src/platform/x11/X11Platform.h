@@ -15,7 +15,8 @@ public:
     enum class Capture
     {
         xshm,   // the X server's own screen
-        portal, // a Wayland desktop's ScreenCast portal (XWayland sees only X11 windows)
+        portal, // a Wayland desktop's portals: ScreenCast, and GlobalShortcuts for the shortcut
+                // (XWayland sees only X11 windows and gets keys only while one has the focus)
     };
     explicit X11Platform(Capture capture = Capture::xshm, PlatformStore store = {});
 
