@@ -81,10 +81,14 @@ void AppDelegate::reportMissingTray()
     if (QSystemTrayIcon::isSystemTrayAvailable()) {
         return;
     }
-    m_services.print(
-        QStringLiteral("No system tray found: Vantalo keeps running; record with the shortcut %1 "
-                       "or the command \u201Cvantalo --toggle\u201D")
-            .arg(currentShortcutLabel()));
+    const QString shortcut = currentShortcutLabel();
+    const QString how =
+        shortcut == CaptureCoordinator::toggleCommandLabel
+            ? QStringLiteral("the command %1 (bind it to a key in your desktop's keyboard settings)")
+                  .arg(shortcut)
+            : QStringLiteral("the shortcut %1 or the command %2")
+                  .arg(shortcut, CaptureCoordinator::toggleCommandLabel);
+    m_services.print(QStringLiteral("No system tray found: Vantalo keeps running; record with ") + how);
 }
 
 void AppDelegate::wireCoordinator()

@@ -83,7 +83,7 @@ void CaptureCoordinator::registerHotkey()
 QString CaptureCoordinator::shortcutLabel() const
 {
     if (const auto trigger = m_c.hotkeyManager->desktopTrigger()) {
-        return trigger->isEmpty() ? QStringLiteral("\u201Cvantalo --toggle\u201D") : *trigger;
+        return trigger->isEmpty() ? toggleCommandLabel : *trigger;
     }
     return displayShortcutLabel(menuShortcut(m_defaults));
 }

@@ -69,6 +69,7 @@ public:
     // shortcut, the keys the desktop bound instead, or the command where the desktop lets no
     // application have a global shortcut.
     QString shortcutLabel() const;
+    static inline const QString toggleCommandLabel = QStringLiteral("\u201Cvantalo --toggle\u201D");
     // What a press of the shortcut does in the current state.
     void handleHotkeyPress();
     void beginRegionSelection();

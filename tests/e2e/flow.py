@@ -26,8 +26,13 @@ from PIL import Image, ImageDraw, ImageSequence
 
 SCREEN = (1920, 1080)
 REGION = (320, 220, 400, 300)  # x, y, width, height of the dragged rectangle
+# On the Wayland desktop (tests/wayland/with-mutter.sh): its one monitor, and a region over the
+# native client that sits in its top-left corner (weston-simple-shm, 250 × 250).
+WAYLAND_SCREEN = (1280, 720)
+WAYLAND_DROP_AT = (900, 300)
+WAYLAND_REGION = (20, 40, 400, 300)
 WINDOW_AT = (300, 200)  # where the animated window sits
-DROP_AT = (1500, 300)  # the middle of the window things are dragged to
+DROP_AT = (1500, 300)  # the middle of the window things are dragged to (on either desktop)
 BUCKET = "e2e-bucket"
 CDN = "cdn.e2e.test"
 
@@ -45,6 +50,8 @@ class Flow:
         self.config = Path(os.environ.get("XDG_CONFIG_HOME", self.home / ".config")) / "Vantalo"
         self.s3_endpoint = None
         self.s3_data = self.scratch / "s3"
+        self.screen, self.region, self.drop_at = ((WAYLAND_SCREEN, WAYLAND_REGION, WAYLAND_DROP_AT) if args.wayland
+                                                  else (SCREEN, REGION, DROP_AT))
 
     # ---- helpers
 
@@ -55,6 +62,8 @@ class Flow:
         return process
 
     def shot(self, name):
+        if self.args.wayland:
+            return None  # XWayland's root window shows nothing of a Wayland desktop
         self.step += 1
         path = self.artifacts / f"{self.step:02d}-{name}.png"
         subprocess.run(["import", "-window", "root", str(path)], check=True)
@@ -156,14 +165,17 @@ class Flow:
     def run(self):
         if self.args.app_checks:
             self.command_line()
-        else:
+        elif not self.args.wayland:
             self.start_tray()
         if self.args.compositor:
             self.start(["xcompmgr"])
         if self.args.upload:
             self.s3_server()
             self.configure_uploads()
-        self.animated_window()
+        if self.args.wayland:
+            self.grant_screen_sharing()
+        else:
+            self.animated_window()
 
         env = dict(os.environ, QT_LOGGING_RULES="vantalo.*.debug=true")
         if self.args.compositor:
@@ -171,7 +183,8 @@ class Flow:
             env["VANTALO_S3_ENDPOINT"] = "ftp://storage.example"
         kept_before = {item["id"] for item in self.history()}
         # The compositor run starts Vantalo the way a desktop's own key binding does.
-        launch = [self.args.binary, "--toggle"] if self.args.compositor else [self.args.binary]
+        by_command = self.args.compositor or self.args.wayland
+        launch = [self.args.binary, "--toggle"] if by_command else [self.args.binary]
         self.app = self.start(launch, log="vantalo.log", env=env)
         self.wait_for("Vantalo to start", lambda: "launched" in self.app_log())
         if self.args.compositor:
@@ -182,13 +195,13 @@ class Flow:
         time.sleep(2.5)  # the tray docks the icon
         self.shot("started")
 
-        selections = 0 if self.args.compositor else self.app_log().count("-> selecting")
-        if not self.args.compositor:
+        selections = 0 if by_command else self.app_log().count("-> selecting")
+        if not by_command:
             self.xdotool("key", "ctrl+g")
         self.wait_for("the selection overlay", lambda: self.app_log().count("-> selecting") > selections)
         time.sleep(0.5)
         self.shot("selecting")
-        x, y, w, h = REGION
+        x, y, w, h = self.region
         self.xdotool("mousemove", x, y)
         self.xdotool("mousedown", 1)
         for step in range(1, 11):
@@ -203,11 +216,18 @@ class Flow:
         # X server, the grab, the event loop), so it is sent 2.9 s after the click to stop at 3 s.
         started = time.monotonic()
         self.wait_for("the recording to start", lambda: "-> recording" in self.app_log(), seconds=5)
+        if self.args.wayland:
+            started = time.monotonic()  # the portal's handshake comes first; the clock starts after it
         self.xdotool("mousemove", x + w + 200, y + h + 100)  # out of the picture
         time.sleep(1.0)
         self.shot("recording")
-        time.sleep(max(0.0, started + 2.9 - time.monotonic()))
-        self.xdotool("key", "ctrl+g")
+        if self.args.wayland:
+            # The desktop has no shortcut portal: the command bound to a key in its settings.
+            time.sleep(max(0.0, started + 2.9 - time.monotonic()))
+            subprocess.run([self.args.binary, "--toggle"], check=True, timeout=15)
+        else:
+            time.sleep(max(0.0, started + 2.9 - time.monotonic()))
+            self.xdotool("key", "ctrl+g")
 
         items = self.wait_for("the GIF in the history",
                               lambda: [item for item in self.history() if item["id"] not in kept_before], seconds=30)
@@ -218,7 +238,7 @@ class Flow:
         gif = self.data / "gifs" / items[0]["filename"]
         self.check_gif(gif)
         px, py, pw, ph = panel
-        assert (px + pw, py + ph) == (SCREEN[0] - 24, SCREEN[1] - 24), f"panel at {panel}"
+        assert (px + pw, py + ph) == (self.screen[0] - 24, self.screen[1] - 24), f"panel at {panel}"
         assert pw == 280, f"panel {pw} wide"
         row_y = py + ph - 27
         copy_x, upload_x, delete_x = px + 140, px + 50, px + 230
@@ -234,7 +254,7 @@ class Flow:
 
         # Dragged out of the panel's picture into another application; the panel stays.
         drops = self.drop_target()
-        self.drag((px + pw // 2, py + 60), DROP_AT)
+        self.drag((px + pw // 2, py + 60), self.drop_at)
         self.check_drop(drops, 1, gif)
         assert self.window("Vantalo Preview") == panel, "the panel moved or closed during the drag"
         assert "No application opens" not in self.app_log(), "the drag also opened the GIF"
@@ -249,12 +269,23 @@ class Flow:
             with urllib.request.urlopen(f"{self.s3_endpoint}/{BUCKET}/gifs/{gif.name}") as stored:
                 assert stored.read() == gif.read_bytes(), "the stored object differs from the GIF"
 
+        if self.args.wayland:
+            # No tray on this desktop, so no menu to open the history from or to quit with.
+            assert self.app_log().count("This desktop offers applications no global shortcuts") == 1, self.app_log()
+            assert "No system tray found: Vantalo keeps running; record with the command \u201cvantalo --toggle\u201d " \
+                   "(bind it to a key" in self.app_log(), self.app_log()
+            self.delete_from_panel(delete_x, row_y, gif, items[0])
+            self.app.terminate()
+            self.app.wait(timeout=10)
+            self.log(f"end to end OK (Wayland desktop); artifacts in {self.artifacts}")
+            return
+
         self.open_history()
         history = self.wait_for("the history window", lambda: self.window("GIF History"))
         time.sleep(0.8)
         self.check_history_lists_the_gif(self.shot("history"), history)
         # A cell is dragged out the same way.
-        self.drag((history[0] + 16 + 100, history[1] + 16 + 58), DROP_AT)
+        self.drag((history[0] + 16 + 100, history[1] + 16 + 58), self.drop_at)
         self.check_drop(drops, 2, gif)
 
         if self.args.demo:
@@ -265,14 +296,25 @@ class Flow:
             self.log(f"All screenshots: {self.artifacts}")
             return
 
-        self.click(delete_x, row_y)
-        self.wait_for("the GIF to go", lambda: not gif.exists() and
-                      all(item["id"] != items[0]["id"] for item in self.history()))
-        self.wait_for("the panel to close", lambda: self.window("Vantalo Preview") is None)
-        self.shot("deleted")
+        self.delete_from_panel(delete_x, row_y, gif, items[0])
         self.quit_from_tray_menu()
         self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
                  f"screenshots in {self.artifacts}")
+
+    def delete_from_panel(self, x, y, gif, item):
+        self.click(x, y)
+        self.wait_for("the GIF to go", lambda: not gif.exists() and
+                      all(kept["id"] != item["id"] for kept in self.history()))
+        self.wait_for("the panel to close", lambda: self.window("Vantalo Preview") is None)
+        self.shot("deleted")
+
+    def grant_screen_sharing(self):
+        """The desktop's grant (seeded by the wrapper) in the settings, as after a first recording."""
+        self.config.mkdir(parents=True, exist_ok=True)
+        with open(self.config / "Vantalo.conf", "a") as conf:
+            if conf.tell() == 0:
+                conf.write("[General]\n")
+            conf.write(f"screenCastRestoreToken={os.environ['VANTALO_SCREENCAST_TOKEN']}\n")
 
     def start_tray(self):
         self.start(["trayer", "--edge", "top", "--align", "right", "--widthtype", "request", "--height", "28"])
@@ -324,10 +366,11 @@ class Flow:
     def drop_target(self):
         """A GTK window beside the region that records what is dropped on it; answers its log."""
         drops = self.scratch / "drops.jsonl"
-        x, y = DROP_AT
+        x, y = self.drop_at
         target = subprocess.Popen(
             [sys.executable, str(Path(__file__).with_name("drop_target.py")), str(drops),
-             str(x - 150), str(y - 100), "300", "200"], stdout=subprocess.PIPE)
+             str(x - 150), str(y - 100), "300", "200"], stdout=subprocess.PIPE,
+            env=dict(os.environ, GDK_BACKEND="x11"))  # beside Vantalo's windows, on XWayland there
         self.processes.append(target)
         assert target.stdout.readline().strip() == b"ready", "the drop target did not start"
         self.wait_for("the drop target", lambda: self.window("Drop Target"))
@@ -389,11 +432,23 @@ class Flow:
         image = Image.open(path)
         frames = [frame.convert("RGB") for frame in ImageSequence.Iterator(image)]
         delays = [frame.info.get("duration", 0) for frame in ImageSequence.Iterator(Image.open(path))]
-        _, _, w, h = REGION
+        x, y, w, h = self.region
         assert image.size == (2 * w, 2 * h), f"GIF is {image.size}, region {w}×{h}"
         assert abs(len(frames) - 45) <= 2, f"{len(frames)} frames"
         assert abs(sum(delays) - len(frames) * 1000 / 15) <= 10, f"delays sum to {sum(delays)} ms"
         assert frames[0].tobytes() != frames[-1].tobytes(), "the animation does not move"
+        if self.args.wayland:
+            # The native client's own pixels (vivid rings, not black, not the desktop's blue),
+            # changing as it repaints; the compositor sends fewer frames than the GIF has.
+            def vivid(box):
+                return sum(1 for r, g, b in frames[len(frames) // 2].crop(box).getdata() if max(r, g, b) - min(r, g, b) > 120)
+            client = (0, 0, 2 * (250 - x), 2 * (250 - y))
+            area = client[2] * client[3]
+            assert vivid(client) > area // 5, f"{vivid(client)} of {area} pixels show the client"
+            assert vivid((2 * (260 - x), 0, 2 * w, 2 * h)) == 0, "vivid pixels beside the client"
+            changing = len({frame.crop(client).tobytes() for frame in frames})
+            assert changing >= 10, f"only {changing} different pictures of the client"
+            self.log(f"client: {vivid(client) * 100 // area}% vivid pixels, {changing} different pictures")
         self.log(f"GIF {image.size[0]}×{image.size[1]}, {len(frames)} frames, {sum(delays) / 1000:.2f} s")
 
     def stop(self):
@@ -414,6 +469,8 @@ def main():
     parser.add_argument("--artifacts", required=True)
     parser.add_argument("--upload", action="store_true")
     parser.add_argument("--compositor", action="store_true", help="run a compositing manager, start with --toggle")
+    parser.add_argument("--wayland", action="store_true", help="on the Wayland desktop of tests/wayland/"
+                        "with-mutter.sh: record its native client through the screen-cast portal")
     parser.add_argument("--app-checks", action="store_true", help="also check the command line, the single "
                         "instance, --toggle and a tray host that starts late")
     parser.add_argument("--demo", action="store_true", help="keep the GIF, print where things are, and leave "

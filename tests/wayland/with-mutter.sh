@@ -1,0 +1,46 @@
+#!/usr/bin/env bash
+# Runs a command on a real GNOME Wayland desktop without a screen: mutter headless (one virtual
+# 1280 x 720 monitor, XWayland started on demand), xdg-desktop-portal with the GNOME backend,
+# PipeWire, WirePlumber and an unlocked keyring, in a private D-Bus session and runtime folder.
+# Screen sharing is already granted (VANTALO_SCREENCAST_TOKEN names the grant), and a native
+# Wayland client that repaints all the time (weston-simple-shm) is on screen. The command gets
+# WAYLAND_DISPLAY, and DISPLAY and XAUTHORITY for XWayland.
+set -euo pipefail
+here=$(cd "$(dirname "$0")" && pwd)
+scratch=$(mktemp -d)
+mkdir -m 700 -p "$scratch/runtime" "$scratch/home"
+export XDG_RUNTIME_DIR="$scratch/runtime" HOME="$scratch/home" VANTALO_DESKTOP_SCRATCH="$scratch"
+export XDG_CONFIG_HOME="$scratch/home/.config" XDG_DATA_HOME="$scratch/home/.local/share"
+export XDG_CURRENT_DESKTOP=GNOME XDG_SESSION_TYPE=wayland VANTALO_TEST_KEYRING=1
+unset DISPLAY WAYLAND_DISPLAY XAUTHORITY
+cleanup() {
+  umount -l "$scratch/runtime/doc" 2>/dev/null || fusermount -u "$scratch/runtime/doc" 2>/dev/null || true
+  rm -rf "$scratch" 2>/dev/null || true
+}
+trap cleanup EXIT
+dbus-run-session -- bash -c '
+  set -euo pipefail
+  trap "kill \$(jobs -p) 2>/dev/null || true" EXIT
+  s=$VANTALO_DESKTOP_SCRATCH
+  eval "$(printf pw | gnome-keyring-daemon --unlock --components=secrets)"
+  export GNOME_KEYRING_CONTROL
+  pipewire >"$s/pipewire.log" 2>&1 &
+  for _ in $(seq 50); do [ -S "$XDG_RUNTIME_DIR/pipewire-0" ] && break; sleep 0.1; done
+  wireplumber >"$s/wireplumber.log" 2>&1 &
+  mutter --wayland --headless --virtual-monitor 1280x720 --wayland-display=wayland-vantalo \
+    >"$s/mutter.log" 2>&1 &
+  for _ in $(seq 100); do grep -q "Using public X11 display" "$s/mutter.log" && break; sleep 0.1; done
+  export WAYLAND_DISPLAY=wayland-vantalo
+  export DISPLAY=$(sed -n "s/.*Using public X11 display \(:[0-9]*\).*/\1/p" "$s/mutter.log")
+  export XAUTHORITY=$(ls "$XDG_RUNTIME_DIR"/.mutter-Xwaylandauth.* | head -1)
+  [ -n "$DISPLAY" ] || { echo "mutter did not start"; cat "$s/mutter.log"; exit 1; }
+  dbus-update-activation-environment WAYLAND_DISPLAY DISPLAY XAUTHORITY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE
+  /usr/libexec/xdg-desktop-portal-gnome >"$s/portal-gnome.log" 2>&1 &
+  for _ in $(seq 50); do
+    busctl --user status org.freedesktop.impl.portal.desktop.gnome >/dev/null 2>&1 && break; sleep 0.1
+  done
+  /usr/libexec/xdg-desktop-portal -r >"$s/portal.log" 2>&1 &
+  export VANTALO_SCREENCAST_TOKEN=$(/usr/bin/python3 "'"$here"'/seed_screencast.py")
+  weston-simple-shm >"$s/client.log" 2>&1 &
+  "$@"
+' _ "$@"
