@@ -1,6 +1,8 @@
 #!/usr/bin/env bash
 # make bench-capture: the recorder at 800 × 600, on a whole 1920 × 1080 screen, and on a static
-# region, each for BENCH_SECONDS (default 30) under its own Xvfb unless a display is given.
+# region, each for BENCH_SECONDS (default 30) under its own Xvfb unless a display is given; then
+# through the screen-cast portal of a GNOME Wayland desktop (mutter headless, 1280 × 720) at
+# 800 × 600 and on its whole monitor.
 set -euo pipefail
 build=$1
 binary="$build/bench/vantalo-bench-capture"
@@ -18,3 +20,10 @@ run --seconds "$seconds" --size 800x600 --static
 # As the application records: frames go to the GIF encoder as they come and are not kept.
 run --seconds "$seconds" --size 800x600 --encode
 run --seconds "$seconds" --size screen --encode
+# Through the portal: a native Wayland window animates full screen in a process of its own.
+portal() {
+  "$(dirname "$0")/../../tests/wayland/with-mutter.sh" "$binary" --backend portal "$@" 2>/dev/null | grep -v "^$"
+}
+portal --seconds "$seconds" --size 800x600
+portal --seconds "$seconds" --size 800x600 --encode
+portal --seconds "$seconds" --size screen --encode

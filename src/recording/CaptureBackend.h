@@ -28,6 +28,9 @@ public:
     // The rectangle as it is now, the pointer painted in. Nothing when this one grab failed (the
     // frame is dropped); a failure when the stream itself has ended (the display went away).
     virtual std::expected<std::optional<QImage>, Failure> grab() = 0;
+    // How many frames the source has sent, where it sends them on its own (a desktop's stream);
+    // -1 where each grab reads the screen.
+    virtual long long sourceFrames() const { return -1; }
 };
 
 // The platform's screen capture. Its calls run on the capture thread.

@@ -177,6 +177,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             if (!grabbed) {
                 job->stats.threadCpuMs = threadCpuMs() - cpuAtStart;
                 job->stats.seconds = std::chrono::duration<double>(Clock::now() - job->start).count();
+                job->stats.sourceFrames = (*stream)->sourceFrames();
                 post([job, error = grabbed.error()](ScreenRecorder& recorder) {
                     recorder.handleStreamError(job, error.description);
                 });
@@ -208,6 +209,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
         }
         job->stats.threadCpuMs = threadCpuMs() - cpuAtStart;
         job->stats.seconds = std::chrono::duration<double>(Clock::now() - job->start).count();
+        job->stats.sourceFrames = (*stream)->sourceFrames();
     });
 }
 

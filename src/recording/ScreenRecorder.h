@@ -18,14 +18,15 @@ namespace vantalo {
 // What one recording achieved, for the capture benchmark.
 struct CaptureStats
 {
-    long long frames = 0;       // grabs kept as frames
-    long long late = 0;         // grabs that began more than a quarter period after their slot
-    long long skipped = 0;      // slots passed over because the machine fell behind
-    long long failedGrabs = 0;  // grabs dropped silently
-    long long sharedFrames = 0; // frames identical to the one before, stored once
-    double grabMsTotal = 0;     // time spent inside the backend's grab
-    double threadCpuMs = 0;     // CPU time of the capture thread
-    double seconds = 0;         // from the first slot to the stop
+    long long frames = 0;        // grabs kept as frames
+    long long late = 0;          // grabs that began more than a quarter period after their slot
+    long long skipped = 0;       // slots passed over because the machine fell behind
+    long long failedGrabs = 0;   // grabs dropped silently
+    long long sharedFrames = 0;  // frames identical to the one before, stored once
+    double grabMsTotal = 0;      // time spent inside the backend's grab
+    double threadCpuMs = 0;      // CPU time of the capture thread
+    double seconds = 0;          // from the first slot to the stop
+    long long sourceFrames = -1; // frames a stream source sent meanwhile (-1: not a stream)
 };
 
 // Captures one region of one display as frames at a steady rate until it is told to stop.

@@ -13,6 +13,7 @@
 #include <spa/pod/builder.h>
 #pragma GCC diagnostic pop
 
+#include <atomic>
 #include <cstring>
 #include <mutex>
 
@@ -35,6 +36,7 @@ struct PipeWireStream::Private
     spa_video_format format = SPA_VIDEO_FORMAT_UNKNOWN;
     bool streamed = false;
     std::optional<QRect> crop;
+    std::atomic<long long> delivered = 0;
 
     void fail(const QString& what)
     {
@@ -137,6 +139,7 @@ void onProcess(void* data)
                 }
             }
             d->latest.put(std::move(frame));
+            ++d->delivered;
         }
     }
     pw_stream_queue_buffer(d->stream, buffer);
@@ -241,6 +244,11 @@ std::optional<Failure> PipeWireStream::failure() const
 {
     const QMutexLocker lock(&d->mutex);
     return d->failure;
+}
+
+long long PipeWireStream::delivered() const
+{
+    return d->delivered;
 }
 
 } // namespace vantalo

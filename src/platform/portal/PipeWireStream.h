@@ -32,6 +32,8 @@ public:
     std::optional<QImage> latest() const;
     // Why the stream ended (an error, the share stopped, a size the region no longer fits in).
     std::optional<Failure> failure() const;
+    // How many frames the desktop has sent so far.
+    long long delivered() const;
 
     struct Private;
 

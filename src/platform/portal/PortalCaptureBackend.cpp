@@ -32,6 +32,7 @@ public:
         }
         return frame;
     }
+    long long sourceFrames() const override { return m_stream->delivered(); }
 
 private:
     std::unique_ptr<PipeWireStream> m_stream;
