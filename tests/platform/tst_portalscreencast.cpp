@@ -143,10 +143,22 @@ private Q_SLOTS:
         portal.close(grant->session);
     }
 
-    // The recorder on the portal: its own 15 fps clock over a source sending 30, the region cut
-    // and doubled as on X11, the permission's token handed on for next time.
+    // The recorder on the portal: its own 15 fps clock whatever the source sends (30 fps, or a
+    // frame every 3 s: then each tick repeats the last picture, stored once), the region cut and
+    // doubled as on X11, the permission's token handed on for next time.
+    void aRecordingThroughThePortal_data()
+    {
+        QTest::addColumn<QByteArray>("source");
+        QTest::addColumn<QRgb>("colour");
+        QTest::newRow("30 fps") << QByteArray("share") << qRgb(0x33, 0x66, 0xcc);
+        QTest::newRow("still") << QByteArray("still") << qRgb(0x33, 0xcc, 0x66);
+    }
     void aRecordingThroughThePortal()
     {
+        QFETCH(QByteArray, source);
+        QFETCH(QRgb, colour);
+        answerNext(source);
+        const auto reset = qScopeGuard([] { answerNext("share"); });
         QString stored;
         ScreenRecorder recorder(
             std::make_unique<PortalCaptureBackend>(QString(),
@@ -164,8 +176,17 @@ private Q_SLOTS:
         QTRY_VERIFY(frames.has_value());
         QVERIFY2(qAbs(frames->size() - 30) <= 2, qPrintable(QString::number(frames->size())));
         QCOMPARE(frames->first().size(), QSize(200, 100));
-        QCOMPARE(frames->last().fullSize().pixel(199, 99), qRgb(0x33, 0x66, 0xcc));
+        QCOMPARE(frames->last().fullSize().pixel(199, 99), colour);
         QVERIFY(!QUuid(stored).isNull());
+        const CaptureStats stats = recorder.lastStats();
+        if (source == "still") {
+            QVERIFY2(
+                stats.sourceFrames <= 2 && stats.sharedFrames >= frames->size() - 2,
+                qPrintable(
+                    QStringLiteral("%1 sent, %2 shared").arg(stats.sourceFrames).arg(stats.sharedFrames)));
+        } else {
+            QVERIFY2(stats.sourceFrames >= 50, qPrintable(QString::number(stats.sourceFrames)));
+        }
     }
 
     // After the other streams, as it takes the source away: a share that ends (the user stops it, the monitor

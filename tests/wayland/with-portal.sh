@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Runs a test inside a private desktop session with the real screen-cast portal frontend
 # (xdg-desktop-portal), the test backend beside this script, PipeWire and WirePlumber, and a
-# PipeWire video source of known content (640 x 480, BGRx, #3366cc). The test finds the source's
-# node in VANTALO_TEST_NODE, the backend's log of requests in VANTALO_PORTAL_LOG, and steers the
+# PipeWire video source of known content (640 x 480, BGRx, #3366cc, 30 fps; and one of #33cc66
+# that sends a frame every 3 s). The test finds the sources' nodes in VANTALO_TEST_NODE and
+# VANTALO_TEST_STILL_NODE, the backend's log of requests in VANTALO_PORTAL_LOG, and steers the
 # backend's next answer through VANTALO_PORTAL_MODE (a file). VANTALO_PORTAL_INTERFACES chooses
 # the portals the desktop offers (default: ScreenCast and GlobalShortcuts).
 set -euo pipefail
@@ -35,24 +36,31 @@ dbus-run-session -- bash -c '
   pipewire >"$s/pipewire.log" 2>&1 &
   for _ in $(seq 50); do [ -S "$XDG_RUNTIME_DIR/pipewire-0" ] && break; sleep 0.1; done
   wireplumber >"$s/wireplumber.log" 2>&1 &
-  gst-launch-1.0 videotestsrc is-live=true pattern=solid-color foreground-color=0xff3366cc \
-    ! video/x-raw,format=BGRx,width=640,height=480,framerate=30/1 \
-    ! pipewiresink mode=provide stream-properties="props,media.class=Video/Source,node.name=vantalo-test-screen" \
-    >"$s/source.log" 2>&1 &
-  export VANTALO_TEST_SOURCE_PID=$!
-  node=""
-  for _ in $(seq 100); do
-    node=$(pw-dump 2>/dev/null | /usr/bin/python3 -c "
+  # A screen that changes all the time (30 fps) and one that hardly does (a frame every 3 s).
+  source() {
+    gst-launch-1.0 videotestsrc is-live=true pattern=solid-color foreground-color=$2 \
+      ! video/x-raw,format=BGRx,width=640,height=480,framerate=$3 \
+      ! pipewiresink mode=provide stream-properties="props,media.class=Video/Source,node.name=$1" \
+      >"$s/$1.log" 2>&1 &
+  }
+  node_id() {
+    for _ in $(seq 100); do
+      pw-dump 2>/dev/null | /usr/bin/python3 -c "
 import json, sys
 nodes = [o[\"id\"] for o in json.load(sys.stdin) if o.get(\"type\", \"\").endswith(\"Node\")
-         and o.get(\"info\", {}).get(\"props\", {}).get(\"node.name\") == \"vantalo-test-screen\"]
-print(nodes[0] if nodes else \"\")" || true)
-    [ -n "$node" ] && break
-    sleep 0.1
-  done
-  [ -n "$node" ] || { echo "the test source never appeared"; cat "$s/source.log"; exit 1; }
-  export VANTALO_TEST_NODE=$node
-  /usr/bin/python3 "'"$here"'/portal_backend.py" "$node" "$VANTALO_PORTAL_LOG" "$VANTALO_PORTAL_MODE" \
+         and o.get(\"info\", {}).get(\"props\", {}).get(\"node.name\") == \"$1\"]
+print(nodes[0] if nodes else \"\")" | grep . && return
+      sleep 0.1
+    done
+    echo "the test source $1 never appeared" >&2; cat "$s/$1.log" >&2; exit 1
+  }
+  source vantalo-test-screen 0xff3366cc 30/1
+  export VANTALO_TEST_SOURCE_PID=$!
+  source vantalo-test-still 0xff33cc66 1/3
+  node=$(node_id vantalo-test-screen)
+  still=$(node_id vantalo-test-still)
+  export VANTALO_TEST_NODE=$node VANTALO_TEST_STILL_NODE=$still
+  /usr/bin/python3 "'"$here"'/portal_backend.py" "$node" "$still" "$VANTALO_PORTAL_LOG" "$VANTALO_PORTAL_MODE" \
     >"$s/backend.log" 2>&1 &
   for _ in $(seq 50); do grep -q ready "$s/backend.log" && break; sleep 0.1; done
   /usr/libexec/xdg-desktop-portal -r >"$s/portal.log" 2>&1 &
