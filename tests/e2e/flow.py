@@ -202,20 +202,9 @@ class Flow:
         time.sleep(0.5)
         self.shot("selecting")
         x, y, w, h = self.region
-        self.xdotool("mousemove", x, y)
-        self.xdotool("mousedown", 1)
-        for step in range(1, 11):
-            self.xdotool("mousemove", x + w * step // 10, y + h * step // 10)
-            time.sleep(0.03)
-        self.xdotool("mouseup", 1)
-        toolbar = self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
-        self.shot("adjusting")
-        tx, ty, tw, th = toolbar
-        self.click(tx + tw // 2, ty + th // 2)
-        # Timed from the click. The stop key takes effect about 0.1 s after it is sent (xdotool, the
-        # X server, the grab, the event loop), so it is sent 2.9 s after the click to stop at 3 s.
-        started = time.monotonic()
-        self.wait_for("the recording to start", lambda: "-> recording" in self.app_log(), seconds=5)
+        # Timed from the click on Start. The stop key takes effect about 0.1 s after it is sent
+        # (xdotool, the X server, the grab, the event loop), so it is sent 2.9 s after the click.
+        started = self.drag_region_and_start()
         if self.args.wayland:
             started = time.monotonic()  # the portal's handshake comes first; the clock starts after it
         self.xdotool("mousemove", x + w + 200, y + h + 100)  # out of the picture
@@ -275,6 +264,7 @@ class Flow:
             assert "No system tray found: Vantalo keeps running; record with the command \u201cvantalo --toggle\u201d " \
                    "(bind it to a key" in self.app_log(), self.app_log()
             self.delete_from_panel(delete_x, row_y, gif, items[0])
+            self.desktop_ends_the_share()
             self.app.terminate()
             self.app.wait(timeout=10)
             self.log(f"end to end OK (Wayland desktop); artifacts in {self.artifacts}")
@@ -300,6 +290,54 @@ class Flow:
         self.quit_from_tray_menu()
         self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
                  f"screenshots in {self.artifacts}")
+
+    def drag_region_and_start(self):
+        """Drags the region on the selection overlay, presses Start; answers when Start was pressed."""
+        x, y, w, h = self.region
+        recordings = self.app_log().count("-> recording")
+        self.xdotool("mousemove", x, y)
+        self.xdotool("mousedown", 1)
+        for step in range(1, 11):
+            self.xdotool("mousemove", x + w * step // 10, y + h * step // 10)
+            time.sleep(0.03)
+        self.xdotool("mouseup", 1)
+        toolbar = self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
+        self.shot("adjusting")
+        tx, ty, tw, th = toolbar
+        self.click(tx + tw // 2, ty + th // 2)
+        started = time.monotonic()
+        self.wait_for("the recording to start", lambda: self.app_log().count("-> recording") > recordings, seconds=5)
+        return started
+
+    def desktop_ends_the_share(self):
+        """GNOME's "Stop sharing" mid-recording (the GNOME portal's session closed): capture ends as
+        on a stream error, with its line, and the user's stop keeps what was captured as the GIF."""
+        kept = {item["id"] for item in self.history()}
+        subprocess.run([self.args.binary, "--toggle"], check=True, timeout=15)
+        self.wait_for("the selection overlay", lambda: "-> selecting" in self.app_log().rsplit("-> idle", 1)[-1])
+        time.sleep(0.5)
+        self.drag_region_and_start()
+        time.sleep(1.5)
+        # The GNOME portal's own session objects, closed as its "Stop sharing" does.
+        stop = ("import dbus, re\n"
+                "bus, name = dbus.SessionBus(), 'org.freedesktop.impl.portal.desktop.gnome'\n"
+                "def close(path):\n"
+                "    xml = bus.get_object(name, path).Introspect(dbus_interface='org.freedesktop.DBus.Introspectable')\n"
+                "    if 'org.freedesktop.impl.portal.Session' in xml:\n"
+                "        bus.get_object(name, path).Close(dbus_interface='org.freedesktop.impl.portal.Session')\n"
+                "    for child in re.findall(r'<node name=\"([^\"]+)\"', xml):\n"
+                "        close(f'{path}/{child}')\n"
+                "close('/org/freedesktop/portal/desktop/session')\n")
+        subprocess.run(["/usr/bin/python3", "-c", stop], check=True, timeout=15)
+        self.wait_for("the stream-error line", lambda: "Stream stopped with error: " in self.app_log())
+        time.sleep(1.0)
+        subprocess.run([self.args.binary, "--toggle"], check=True, timeout=15)  # the user's stop
+        items = self.wait_for("the GIF of the ended share",
+                              lambda: [item for item in self.history() if item["id"] not in kept], seconds=30)
+        assert self.app_log().count("Stream stopped with error: the screen share was stopped") == 1, self.app_log()
+        frames = ImageSequence.all_frames(Image.open(self.data / "gifs" / items[0]["filename"]))
+        assert 15 <= len(frames) <= 30, f"{len(frames)} frames kept of about 1.5 s (the second after the end is not)"
+        self.log(f"share ended by the desktop: {len(frames)} frames kept")
 
     def delete_from_panel(self, x, y, gif, item):
         self.click(x, y)
