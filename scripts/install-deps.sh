@@ -14,6 +14,7 @@ packages=(
   xdg-desktop-portal pipewire pipewire-bin wireplumber gstreamer1.0-pipewire gstreamer1.0-plugins-base
   gstreamer1.0-tools
   mutter xwayland xdg-desktop-portal-gnome xdg-desktop-portal-gtk weston libgl1-mesa-dri libegl-mesa0
+  kwin-wayland xdg-desktop-portal-kde libkf5globalaccel-bin qtwayland5 qt6-wayland
 )
 
 # Node.js runs the S3-compatible server of the upload tests; machines often have their own.

@@ -39,7 +39,9 @@ dbus-run-session -- bash -c '
   for _ in $(seq 50); do
     busctl --user status org.freedesktop.impl.portal.desktop.gnome >/dev/null 2>&1 && break; sleep 0.1
   done
-  /usr/libexec/xdg-desktop-portal -r >"$s/portal.log" 2>&1 &
+  # The frontend as the session bus starts it, once: the first caller would start it anyway.
+  busctl --user --timeout=30 call org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
+    org.freedesktop.DBus.Peer Ping >/dev/null
   export VANTALO_SCREENCAST_TOKEN=$(/usr/bin/python3 "'"$here"'/seed_screencast.py")
   weston-simple-shm >"$s/client.log" 2>&1 &
   "$@"

@@ -78,6 +78,9 @@ PortalShortcut::PortalShortcut(LinePrinter print, QDBusConnection bus, PortalTim
 {
     qDBusRegisterMetaType<ShortcutEntry>();
     qDBusRegisterMetaType<QList<ShortcutEntry>>();
+    // QtDBus finds the slot's parameter types by name, so each must be known by then; nothing
+    // else may have used an object path yet when the shortcut is the first thing registered.
+    qRegisterMetaType<QDBusObjectPath>();
     m_bus.connect(kService, kPath, kInterface, QStringLiteral("Activated"), this,
                   SLOT(onActivated(QDBusObjectPath, QString, qulonglong, QVariantMap)));
 }

@@ -1,0 +1,38 @@
+#!/usr/bin/env bash
+# Runs a command on a real KDE Plasma Wayland session without a screen, for its global shortcuts:
+# kwin_wayland --virtual, xdg-desktop-portal with the KDE backend, and KDE's shortcut daemon
+# (kglobalaccel, started by the backend), in a private D-Bus session and runtime folder.
+set -euo pipefail
+scratch=$(mktemp -d)
+mkdir -m 700 -p "$scratch/runtime" "$scratch/home" "$scratch/bin"
+export XDG_RUNTIME_DIR="$scratch/runtime" HOME="$scratch/home" VANTALO_DESKTOP_SCRATCH="$scratch"
+export XDG_CONFIG_HOME="$scratch/home/.config" XDG_DATA_HOME="$scratch/home/.local/share"
+export XDG_CURRENT_DESKTOP=KDE XDG_SESSION_TYPE=wayland KDE_FULL_SESSION=true
+unset DISPLAY WAYLAND_DISPLAY XAUTHORITY
+# kwin_wayland carries a file capability (cap_sys_resource) that a container's bounding set may
+# not hold, and then it cannot be started at all; a copy carries none. Its name must stay.
+cp /usr/bin/kwin_wayland "$scratch/bin/kwin_wayland"
+cleanup() {
+  umount -l "$scratch/runtime/doc" 2>/dev/null || fusermount -u "$scratch/runtime/doc" 2>/dev/null || true
+  rm -rf "$scratch" 2>/dev/null || true
+}
+trap cleanup EXIT
+dbus-run-session -- bash -c '
+  set -euo pipefail
+  trap "kill \$(jobs -p) 2>/dev/null || true" EXIT
+  s=$VANTALO_DESKTOP_SCRATCH
+  "$s/bin/kwin_wayland" --virtual --width 1280 --height 720 --socket wayland-vantalo --no-lockscreen \
+    >"$s/kwin.log" 2>&1 &
+  for _ in $(seq 100); do [ -S "$XDG_RUNTIME_DIR/wayland-vantalo" ] && break; sleep 0.1; done
+  [ -S "$XDG_RUNTIME_DIR/wayland-vantalo" ] || { echo "kwin did not start"; cat "$s/kwin.log"; exit 1; }
+  export WAYLAND_DISPLAY=wayland-vantalo
+  dbus-update-activation-environment WAYLAND_DISPLAY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE KDE_FULL_SESSION
+  QT_QPA_PLATFORM=wayland /usr/lib/x86_64-linux-gnu/libexec/xdg-desktop-portal-kde >"$s/portal-kde.log" 2>&1 &
+  for _ in $(seq 100); do
+    busctl --user status org.freedesktop.impl.portal.desktop.kde >/dev/null 2>&1 && break; sleep 0.1
+  done
+  # The frontend as the session bus starts it, once: the first caller would start it anyway.
+  busctl --user --timeout=30 call org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
+    org.freedesktop.DBus.Peer Ping >/dev/null
+  "$@"
+' _ "$@"
