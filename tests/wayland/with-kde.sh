@@ -9,6 +9,11 @@ export XDG_RUNTIME_DIR="$scratch/runtime" HOME="$scratch/home" VANTALO_DESKTOP_S
 export XDG_CONFIG_HOME="$scratch/home/.config" XDG_DATA_HOME="$scratch/home/.local/share"
 export XDG_CURRENT_DESKTOP=KDE XDG_SESSION_TYPE=wayland KDE_FULL_SESSION=true
 unset DISPLAY WAYLAND_DISPLAY XAUTHORITY
+# This desktop's own portals only: the frontend would otherwise take an interface its portals
+# lack from any other installed (a KDE shortcut portal on GNOME, without KDE to answer it).
+mkdir -p "$scratch/portals"
+for p in kde; do cp "/usr/share/xdg-desktop-portal/portals/$p.portal" "$scratch/portals/"; done
+export XDG_DESKTOP_PORTAL_DIR="$scratch/portals"
 # kwin_wayland carries a file capability (cap_sys_resource) that a container's bounding set may
 # not hold, and then it cannot be started at all; a copy carries none. Its name must stay.
 cp /usr/bin/kwin_wayland "$scratch/bin/kwin_wayland"

@@ -112,8 +112,8 @@ QString PortalShortcut::preferredTrigger(const Shortcut& shortcut)
 
 std::optional<QString> PortalShortcut::desktopTrigger() const
 {
-    if (m_availability == Availability::missing) {
-        return QString();
+    if (m_availability == Availability::missing || m_refused) {
+        return QString(); // no keys at all
     }
     if (!m_trigger.isEmpty()) {
         return m_trigger;
@@ -127,6 +127,7 @@ void PortalShortcut::registerHotkey(const Shortcut& shortcut, std::function<void
     m_shortcut = shortcut;
     m_handler = std::move(handler);
     m_trigger.clear();
+    m_refused = false;
     // One bind per session: a changed shortcut takes a new session.
     closeSession();
     if (m_availability == Availability::missing) {
@@ -242,6 +243,7 @@ void PortalShortcut::fail(int generation, const QString& why)
     if (generation != m_generation) {
         return;
     }
+    m_refused = true;
     m_print(QStringLiteral("Failed to register global shortcut — ") + why);
     if (onPermissionDenied) {
         onPermissionDenied();

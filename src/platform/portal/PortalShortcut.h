@@ -62,6 +62,7 @@ private:
     Availability m_availability = Availability::unknown;
     QString m_session;
     QString m_trigger;
+    bool m_refused = false; // the last registration failed
     // Each registration counts up; answers to an earlier one are dropped.
     int m_generation = 0;
 };
