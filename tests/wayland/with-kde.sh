@@ -3,29 +3,17 @@
 # kwin_wayland --virtual, xdg-desktop-portal with the KDE backend, and KDE's shortcut daemon
 # (kglobalaccel, started by the backend), in a private D-Bus session and runtime folder.
 set -euo pipefail
-scratch=$(mktemp -d)
-mkdir -m 700 -p "$scratch/runtime" "$scratch/home" "$scratch/bin"
-export XDG_RUNTIME_DIR="$scratch/runtime" HOME="$scratch/home" VANTALO_DESKTOP_SCRATCH="$scratch"
-export XDG_CONFIG_HOME="$scratch/home/.config" XDG_DATA_HOME="$scratch/home/.local/share"
+source "$(dirname "$0")/../private-home.sh"
+mkdir -p "$scratch/bin"
 export XDG_CURRENT_DESKTOP=KDE XDG_SESSION_TYPE=wayland KDE_FULL_SESSION=true
-unset DISPLAY WAYLAND_DISPLAY XAUTHORITY
-# This desktop's own portals only: the frontend would otherwise take an interface its portals
-# lack from any other installed (a KDE shortcut portal on GNOME, without KDE to answer it).
-mkdir -p "$scratch/portals"
-for p in kde; do cp "/usr/share/xdg-desktop-portal/portals/$p.portal" "$scratch/portals/"; done
-export XDG_DESKTOP_PORTAL_DIR="$scratch/portals"
+only_portals kde
 # kwin_wayland carries a file capability (cap_sys_resource) that a container's bounding set may
 # not hold, and then it cannot be started at all; a copy carries none. Its name must stay.
 cp /usr/bin/kwin_wayland "$scratch/bin/kwin_wayland"
-cleanup() {
-  umount -l "$scratch/runtime/doc" 2>/dev/null || fusermount -u "$scratch/runtime/doc" 2>/dev/null || true
-  rm -rf "$scratch" 2>/dev/null || true
-}
-trap cleanup EXIT
 dbus-run-session -- bash -c '
   set -euo pipefail
   trap "kill \$(jobs -p) 2>/dev/null || true" EXIT
-  s=$VANTALO_DESKTOP_SCRATCH
+  s=$VANTALO_SCRATCH
   "$s/bin/kwin_wayland" --virtual --width 1280 --height 720 --socket wayland-vantalo --no-lockscreen \
     >"$s/kwin.log" 2>&1 &
   for _ in $(seq 100); do [ -S "$XDG_RUNTIME_DIR/wayland-vantalo" ] && break; sleep 0.1; done

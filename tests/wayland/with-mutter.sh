@@ -7,26 +7,13 @@
 # WAYLAND_DISPLAY, and DISPLAY and XAUTHORITY for XWayland.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-scratch=$(mktemp -d)
-mkdir -m 700 -p "$scratch/runtime" "$scratch/home"
-export XDG_RUNTIME_DIR="$scratch/runtime" HOME="$scratch/home" VANTALO_DESKTOP_SCRATCH="$scratch"
-export XDG_CONFIG_HOME="$scratch/home/.config" XDG_DATA_HOME="$scratch/home/.local/share"
+source "$here/../private-home.sh"
 export XDG_CURRENT_DESKTOP=GNOME XDG_SESSION_TYPE=wayland VANTALO_TEST_KEYRING=1
-unset DISPLAY WAYLAND_DISPLAY XAUTHORITY
-# This desktop's own portals only: the frontend would otherwise take an interface its portals
-# lack from any other installed (a KDE shortcut portal on GNOME, without KDE to answer it).
-mkdir -p "$scratch/portals"
-for p in gnome gtk; do cp "/usr/share/xdg-desktop-portal/portals/$p.portal" "$scratch/portals/"; done
-export XDG_DESKTOP_PORTAL_DIR="$scratch/portals"
-cleanup() {
-  umount -l "$scratch/runtime/doc" 2>/dev/null || fusermount -u "$scratch/runtime/doc" 2>/dev/null || true
-  rm -rf "$scratch" 2>/dev/null || true
-}
-trap cleanup EXIT
+only_portals gnome gtk
 dbus-run-session -- bash -c '
   set -euo pipefail
   trap "kill \$(jobs -p) 2>/dev/null || true" EXIT
-  s=$VANTALO_DESKTOP_SCRATCH
+  s=$VANTALO_SCRATCH
   eval "$(printf pw | gnome-keyring-daemon --unlock --components=secrets)"
   export GNOME_KEYRING_CONTROL
   pipewire >"$s/pipewire.log" 2>&1 &

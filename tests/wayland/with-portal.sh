@@ -8,10 +8,7 @@
 # the portals the desktop offers (default: ScreenCast and GlobalShortcuts).
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
-scratch=$(mktemp -d)
-mkdir -m 700 -p "$scratch/runtime" "$scratch/home"
-export XDG_RUNTIME_DIR="$scratch/runtime" HOME="$scratch/home"
-export XDG_CONFIG_HOME="$scratch/home/.config" XDG_DATA_HOME="$scratch/home/.local/share"
+source "$here/../private-home.sh"
 mkdir -p "$scratch/portals"
 cat >"$scratch/portals/vantalo-test.portal" <<EOF
 [portal]
@@ -21,18 +18,10 @@ UseIn=vantalo-test
 EOF
 export XDG_CURRENT_DESKTOP=vantalo-test XDG_DESKTOP_PORTAL_DIR="$scratch/portals"
 export VANTALO_PORTAL_LOG="$scratch/requests.jsonl" VANTALO_PORTAL_MODE="$scratch/mode"
-export VANTALO_PORTAL_SCRATCH="$scratch"
-unset DISPLAY WAYLAND_DISPLAY
-# The document portal, which the frontend starts, mounts itself in the runtime directory.
-cleanup() {
-  umount -l "$scratch/runtime/doc" 2>/dev/null || fusermount -u "$scratch/runtime/doc" 2>/dev/null || true
-  rm -rf "$scratch" 2>/dev/null || true
-}
-trap cleanup EXIT
 dbus-run-session -- bash -c '
   set -euo pipefail
   trap "kill \$(jobs -p) 2>/dev/null || true" EXIT
-  s=$VANTALO_PORTAL_SCRATCH
+  s=$VANTALO_SCRATCH
   pipewire >"$s/pipewire.log" 2>&1 &
   for _ in $(seq 50); do [ -S "$XDG_RUNTIME_DIR/pipewire-0" ] && break; sleep 0.1; done
   wireplumber >"$s/wireplumber.log" 2>&1 &
