@@ -22,6 +22,17 @@ std::optional<QRect> bufferRect(const QRectF& region, QSize logicalSize, QSize b
     return rect.intersected(QRect(QPoint(0, 0), bufferSize));
 }
 
+std::optional<qsizetype> screenOfStream(const StreamPlacement& stream, const QList<QRect>& screens)
+{
+    for (qsizetype i = 0; i < screens.size(); ++i) {
+        const bool sameSize = stream.size && screens[i].size() == *stream.size;
+        if (sameSize && (!stream.position || screens[i].topLeft() == *stream.position)) {
+            return i;
+        }
+    }
+    return std::nullopt;
+}
+
 void LatestFrame::put(QImage frame)
 {
     const QMutexLocker lock(&m_mutex);

@@ -22,6 +22,10 @@ struct StreamPlacement
     QRect geometry() const { return QRect(position.value_or(QPoint(0, 0)), size.value_or(QSize())); }
 };
 
+// Which of the session's screens (logical geometries) a shared monitor is: the one at its
+// position with its size, or where the desktop gives no position, the first of its size.
+std::optional<qsizetype> screenOfStream(const StreamPlacement& stream, const QList<QRect>& screens);
+
 // Where `region` (logical, relative to the display's top-left) lies in a stream buffer of
 // `bufferSize` showing a display of `logicalSize`. Each axis has its own factor (fractional
 // scaling rounds them differently); the edges are rounded outward so no chosen pixel is lost.

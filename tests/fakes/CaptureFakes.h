@@ -171,6 +171,7 @@ public:
     mutable QSemaphore started;
 };
 
+// The overlays: each call is written to the journal as "<name>.<call> <arguments>".
 class FakeSelector final : public RegionSelector
 {
 public:
@@ -186,9 +187,9 @@ class FakeAdjuster final : public RegionAdjuster
 {
 public:
     explicit FakeAdjuster(Journal& j) : m_j(j) {}
-    void show(const DisplayInfo& display, const QRectF& region) override
+    void show(const DisplayInfo& d, const QRectF& r) override
     {
-        m_j.add(QStringLiteral("preview.show %1 %2").arg(display.name, rectText(region)));
+        m_j.add("preview.show " + d.name + ' ' + rectText(r));
     }
     void hide() override { m_j.add(QStringLiteral("preview.hide")); }
 
@@ -202,7 +203,7 @@ public:
     explicit FakeToolbar(Journal& j) : m_j(j) {}
     void show(const QRectF& region) override
     {
-        m_j.add(QStringLiteral("toolbar.show %1").arg(rectText(region)));
+        m_j.add("toolbar.show " + rectText(region));
         shown = true;
     }
     void hide() override
@@ -214,9 +215,9 @@ public:
     {
         return shown ? std::optional<QSizeF>(QSizeF(120, 80)) : std::nullopt;
     }
-    void movePanel(const QPointF& origin) override
+    void movePanel(const QPointF& o) override
     {
-        m_j.add(QStringLiteral("toolbar.move %1,%2").arg(origin.x()).arg(origin.y()));
+        m_j.add(QStringLiteral("toolbar.move %1,%2").arg(o.x()).arg(o.y()));
     }
     RecordingToolbarState& toolbarState() override { return state; }
 
@@ -231,10 +232,7 @@ class FakeBorder final : public BorderPresenter
 {
 public:
     explicit FakeBorder(Journal& j) : m_j(j) {}
-    void show(const QRectF& region) override
-    {
-        m_j.add(QStringLiteral("border.show %1").arg(rectText(region)));
-    }
+    void show(const QRectF& region) override { m_j.add("border.show " + rectText(region)); }
     void hide() override { m_j.add(QStringLiteral("border.hide")); }
 
 private:

@@ -166,12 +166,17 @@ private Q_SLOTS:
         answerNext(source);
         const auto reset = qScopeGuard([] { answerNext("share"); });
         QString stored;
+        // The session's screens: the shared monitor, and one beside it that is not shared.
+        const auto screens = [] {
+            return QList<CaptureDisplay>{{QStringLiteral("left"), QRect(0, 0, 640, 480)},
+                                         {QStringLiteral("right"), QRect(640, 0, 800, 600)}};
+        };
         ScreenRecorder recorder(
-            std::make_unique<PortalCaptureBackend>(QString(),
-                                                   [&stored](const QString& token) { stored = token; }),
+            std::make_unique<PortalCaptureBackend>(
+                QString(), [&stored](const QString& token) { stored = token; }, PortalTimeouts{}, screens),
             [] { return 1.0; }, [](const QString&) {});
         std::optional<std::expected<void, Failure>> started;
-        recorder.startRecording(QRectF(10, 20, 100, 50), QString(), 15, 30,
+        recorder.startRecording(QRectF(10, 20, 100, 50), QStringLiteral("left"), 15, 30,
                                 [&started](std::expected<void, Failure> result) { started = result; });
         QTRY_VERIFY_WITH_TIMEOUT(started.has_value(), 15000);
         QVERIFY2(*started, *started ? "" : qPrintable(started->error().description));
@@ -185,6 +190,19 @@ private Q_SLOTS:
         QCOMPARE(frames->last().fullSize().pixel(199, 99), colour);
         QVERIFY(!QUuid(stored).isNull());
         const CaptureStats stats = recorder.lastStats();
+
+        // A region on the screen that is not shared is not taken from the shared one, and the
+        // permission kept is dropped so the next recording asks which screen to share.
+        started.reset();
+        recorder.startRecording(QRectF(10, 20, 100, 50), QStringLiteral("right"), 15, 30,
+                                [&started](std::expected<void, Failure> result) { started = result; });
+        QTRY_VERIFY_WITH_TIMEOUT(started.has_value(), 15000);
+        QVERIFY(!*started);
+        QCOMPARE(
+            started->error().description,
+            QStringLiteral("the region is on a screen that was not shared; the next recording asks which "
+                           "screen to share"));
+        QCOMPARE(stored, QString());
         if (source == "still") {
             QVERIFY2(
                 stats.sourceFrames <= 2 && stats.sharedFrames >= frames->size() - 2,

@@ -30,6 +30,26 @@ private Q_SLOTS:
         QCOMPARE(session({{"XDG_SESSION_TYPE", "x11"}}), DesktopSession::none);
     }
 
+    void theScreenEachMonitorShows()
+    {
+        const QList<QRect> screens{QRect(0, 0, 1920, 1080), QRect(1920, 0, 1280, 1024),
+                                   QRect(3200, 0, 1280, 1024)};
+        const auto stream = [](std::optional<QPoint> position, QSize size) {
+            return StreamPlacement{position, size};
+        };
+        QCOMPARE(screenOfStream(stream(QPoint(1920, 0), QSize(1280, 1024)), screens),
+                 std::optional<qsizetype>(1));
+        QCOMPARE(screenOfStream(stream(QPoint(3200, 0), QSize(1280, 1024)), screens),
+                 std::optional<qsizetype>(2));
+        // KWin tells no position: the size decides.
+        QCOMPARE(screenOfStream(stream(std::nullopt, QSize(1280, 1024)), screens),
+                 std::optional<qsizetype>(1));
+        QCOMPARE(screenOfStream(stream(std::nullopt, QSize(1920, 1080)), screens),
+                 std::optional<qsizetype>(0));
+        QCOMPARE(screenOfStream(stream(QPoint(0, 0), QSize(1280, 1024)), screens), std::nullopt);
+        QCOMPARE(screenOfStream(stream(QPoint(0, 0), QSize(2560, 1440)), screens), std::nullopt);
+    }
+
     void regionInTheBuffer_data()
     {
         QTest::addColumn<QRectF>("region");

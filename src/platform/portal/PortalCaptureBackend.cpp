@@ -43,9 +43,9 @@ private:
 
 PortalCaptureBackend::PortalCaptureBackend(QString restoreToken,
                                            std::function<void(const QString&)> onRestoreToken,
-                                           PortalTimeouts timeouts)
+                                           PortalTimeouts timeouts, Screens screens)
     : m_restoreToken(std::move(restoreToken)), m_onRestoreToken(std::move(onRestoreToken)),
-      m_timeouts(timeouts)
+      m_timeouts(timeouts), m_screens(std::move(screens))
 {
 }
 
@@ -60,6 +60,7 @@ void PortalCaptureBackend::closeSession()
         m_portal->close(m_grant->session);
     }
     m_grant.reset();
+    m_shared.clear();
 }
 
 std::expected<QList<CaptureDisplay>, Failure> PortalCaptureBackend::displays()
@@ -81,16 +82,35 @@ std::expected<QList<CaptureDisplay>, Failure> PortalCaptureBackend::displays()
         }
     }
     m_grant = std::move(*grant);
-    QList<CaptureDisplay> displays;
+    m_shared.clear();
+    const QList<CaptureDisplay> screens = m_screens ? m_screens() : QList<CaptureDisplay>();
+    QList<QRect> geometries;
+    for (const CaptureDisplay& screen : screens) {
+        geometries.append(screen.nativeGeometry);
+    }
+    QList<CaptureDisplay> shared;
     for (const PortalStream& stream : m_grant->streams) {
-        if (stream.placement.size) {
-            displays.append({QStringLiteral("portal-%1").arg(stream.nodeId), stream.placement.geometry()});
+        if (!stream.placement.size) {
+            continue;
         }
+        QRect geometry = stream.placement.geometry();
+        if (!screens.isEmpty()) {
+            const auto screen = screenOfStream(stream.placement, geometries);
+            if (!screen) {
+                continue;
+            }
+            geometry = geometries[*screen];
+        }
+        m_shared.append({stream, geometry});
+        shared.append({QStringLiteral("portal-%1").arg(stream.nodeId), geometry});
     }
-    if (displays.isEmpty()) {
-        return std::unexpected(Failure{QStringLiteral("the screen-cast portal did not say what it shares")});
+    if (m_shared.isEmpty()) {
+        return std::unexpected(
+            Failure{screens.isEmpty() || m_grant->streams.isEmpty()
+                        ? QStringLiteral("the screen-cast portal did not say what it shares")
+                        : QStringLiteral("the shared screen is none of the screens in this session")});
     }
-    return displays;
+    return screens.isEmpty() ? shared : screens;
 }
 
 std::expected<std::unique_ptr<CaptureStream>, Failure>
@@ -102,8 +122,7 @@ PortalCaptureBackend::openStream(const QRect& nativeRect)
     // The shared monitor that holds the region.
     const PortalStream* chosen = nullptr;
     QRect monitor;
-    for (const PortalStream& stream : m_grant->streams) {
-        const QRect geometry = stream.placement.geometry();
+    for (const auto& [stream, geometry] : m_shared) {
         if (geometry.contains(nativeRect)) {
             chosen = &stream;
             monitor = geometry;
@@ -111,7 +130,13 @@ PortalCaptureBackend::openStream(const QRect& nativeRect)
         }
     }
     if (!chosen) {
-        return std::unexpected(Failure{QStringLiteral("the region is not on the shared screen")});
+        // The permission kept was for another screen: the next recording asks again.
+        m_restoreToken.clear();
+        if (m_onRestoreToken) {
+            m_onRestoreToken(m_restoreToken);
+        }
+        return std::unexpected(Failure{QStringLiteral(
+            "the region is on a screen that was not shared; the next recording asks which screen to share")});
     }
     auto fd = m_portal->openPipeWireRemote(m_grant->session);
     if (!fd) {

@@ -13,11 +13,15 @@ namespace vantalo {
 // thread, and each grab takes the newest frame (the same pixels again when the desktop sent
 // nothing new, as a still screen does). The restore token of every grant is handed to
 // `onRestoreToken`, and the one given at construction is sent with the first request.
+// With `screens` (the session's screens as the windows see them, asked on the capture thread)
+// the displays are those screens, each shared monitor matched to its screen, so that a region on
+// a screen the desktop did not share is refused rather than taken from another monitor.
 class PortalCaptureBackend final : public CaptureBackend
 {
 public:
+    using Screens = std::function<QList<CaptureDisplay>()>;
     PortalCaptureBackend(QString restoreToken, std::function<void(const QString&)> onRestoreToken,
-                         PortalTimeouts timeouts = {});
+                         PortalTimeouts timeouts = {}, Screens screens = {});
     ~PortalCaptureBackend() override;
 
     std::expected<QList<CaptureDisplay>, Failure> displays() override;
@@ -29,8 +33,11 @@ private:
     QString m_restoreToken;
     std::function<void(const QString&)> m_onRestoreToken;
     PortalTimeouts m_timeouts;
+    Screens m_screens;
     std::unique_ptr<PortalScreenCast> m_portal; // made on the capture thread, which waits on it
     std::optional<ScreenCastGrant> m_grant;
+    // Each shared monitor with the logical geometry it shows.
+    QList<std::pair<PortalStream, QRect>> m_shared;
 };
 
 } // namespace vantalo

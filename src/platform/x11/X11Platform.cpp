@@ -8,6 +8,7 @@
 #include "recording/ScreenRecorder.h"
 
 #include <QGuiApplication>
+#include <QScreen>
 #include <QWindow>
 #include <QtMath>
 
@@ -72,9 +73,22 @@ std::unique_ptr<FrameRecorder> X11Platform::createScreenRecorder()
                 qApp, [store, token] { store(token); }, Qt::QueuedConnection);
         }
     };
+    // The screens as the windows see them, read on the GUI thread for the capture thread.
+    auto screens = [] {
+        QList<CaptureDisplay> result;
+        QMetaObject::invokeMethod(
+            qApp,
+            [&result] {
+                for (const QScreen* screen : QGuiApplication::screens()) {
+                    result.append({screen->name(), screen->geometry()});
+                }
+            },
+            Qt::BlockingQueuedConnection);
+        return result;
+    };
     return std::make_unique<ScreenRecorder>(
         std::make_unique<PortalCaptureBackend>(m_store.restoreToken ? m_store.restoreToken() : QString(),
-                                               std::move(remember)),
+                                               std::move(remember), PortalTimeouts{}, std::move(screens)),
         [] { return qGuiApp->devicePixelRatio(); });
 }
 
