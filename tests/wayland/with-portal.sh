@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Runs a test inside a private desktop session with the real screen-cast portal frontend
 # (xdg-desktop-portal), the test backend beside this script, PipeWire and WirePlumber, and a
-# PipeWire video source of known content (640 x 480, BGRx, #3366cc, 30 fps; and one of #33cc66
+# PipeWire video source of known content (640 x 480, BGRx, colour bars at 30 fps; and #33cc66
 # that sends a frame every 3 s). The test finds the sources' nodes in VANTALO_TEST_NODE and
 # VANTALO_TEST_STILL_NODE, the backend's log of requests in VANTALO_PORTAL_LOG, and steers the
-# backend's next answer through VANTALO_PORTAL_MODE (a file). VANTALO_PORTAL_INTERFACES chooses
+# backend's next answer through VANTALO_PORTAL_MODE (a file); VANTALO_TEST_SOURCE_PICTURE holds
+# the bars' bytes. VANTALO_PORTAL_INTERFACES chooses
 # the portals the desktop offers (default: ScreenCast and GlobalShortcuts).
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
@@ -25,9 +26,9 @@ dbus-run-session -- bash -c '
   pipewire >"$s/pipewire.log" 2>&1 &
   for _ in $(seq 50); do [ -S "$XDG_RUNTIME_DIR/pipewire-0" ] && break; sleep 0.1; done
   wireplumber >"$s/wireplumber.log" 2>&1 &
-  # A screen that changes all the time (30 fps) and one that hardly does (a frame every 3 s).
+  # A screen that sends 30 fps and one that hardly sends anything (a frame every 3 s).
   source() {
-    gst-launch-1.0 videotestsrc is-live=true pattern=solid-color foreground-color=$2 \
+    gst-launch-1.0 videotestsrc is-live=true $2 \
       ! video/x-raw,format=BGRx,width=640,height=480,framerate=$3 \
       ! pipewiresink mode=provide stream-properties="props,media.class=Video/Source,node.name=$1" \
       >"$s/$1.log" 2>&1 &
@@ -43,9 +44,13 @@ print(nodes[0] if nodes else \"\")" | grep . && return
     done
     echo "the test source $1 never appeared" >&2; cat "$s/$1.log" >&2; exit 1
   }
-  source vantalo-test-screen 0xff3366cc 30/1
+  source vantalo-test-screen pattern=smpte 30/1
+  # The same bars as raw BGRx bytes, straight from GStreamer, to check cuts against.
+  gst-launch-1.0 -q videotestsrc pattern=smpte num-buffers=1 \
+    ! video/x-raw,format=BGRx,width=640,height=480,framerate=30/1 ! filesink location="$s/source.bgrx"
+  export VANTALO_TEST_SOURCE_PICTURE="$s/source.bgrx"
   export VANTALO_TEST_SOURCE_PID=$!
-  source vantalo-test-still 0xff33cc66 1/3
+  source vantalo-test-still "pattern=solid-color foreground-color=0xff33cc66" 1/3
   node=$(node_id vantalo-test-screen)
   still=$(node_id vantalo-test-still)
   export VANTALO_TEST_NODE=$node VANTALO_TEST_STILL_NODE=$still

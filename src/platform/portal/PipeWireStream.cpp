@@ -34,6 +34,7 @@ struct PipeWireStream::Private
     std::optional<Failure> failure;
     // Stream thread only.
     spa_video_format format = SPA_VIDEO_FORMAT_UNKNOWN;
+    int width = 0; // of the buffers, in pixels
     bool streamed = false;
     std::optional<QRect> crop;
     std::atomic<long long> delivered = 0;
@@ -93,6 +94,7 @@ void onParamChanged(void* data, uint32_t id, const spa_pod* param)
         return;
     }
     d->format = info.format;
+    d->width = int(info.size.width);
     d->crop = bufferRect(d->region, d->logicalSize, QSize(int(info.size.width), int(info.size.height)));
     if (!d->crop) {
         d->fail(QStringLiteral("the shared screen changed size and no longer holds the region"));
@@ -121,7 +123,9 @@ void onProcess(void* data)
     const bool corrupted = header && (header->flags & SPA_META_HEADER_FLAG_CORRUPTED);
     if (plane.data && plane.chunk && !corrupted && d->crop) {
         const QRect crop = *d->crop;
-        const auto stride = qsizetype(plane.chunk->stride);
+        // Some sources leave the stride out: their rows are packed.
+        const auto stride =
+            plane.chunk->stride > 0 ? qsizetype(plane.chunk->stride) : qsizetype(d->width) * 4;
         const auto* bytes = static_cast<const uchar*>(plane.data) + plane.chunk->offset;
         const bool swapRedBlue = d->format == SPA_VIDEO_FORMAT_RGBx || d->format == SPA_VIDEO_FORMAT_RGBA;
         if (qsizetype(crop.bottom() + 1) * stride <= qsizetype(plane.maxsize)) {
