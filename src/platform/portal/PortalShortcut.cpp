@@ -144,6 +144,13 @@ void PortalShortcut::registerHotkey(const Shortcut& shortcut, std::function<void
     connect(watcher, &QDBusPendingCallWatcher::finished, this,
             [this, generation](QDBusPendingCallWatcher* call) {
                 call->deleteLater();
+                if (m_availability != Availability::unknown) {
+                    // A registration made while the first question was out: it asked again.
+                    if (m_availability == Availability::present && generation == m_generation) {
+                        createSession(generation);
+                    }
+                    return;
+                }
                 if (call->isError()) {
                     m_availability = Availability::missing;
                     m_print(QStringLiteral(
