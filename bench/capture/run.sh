@@ -11,7 +11,7 @@ run() {
   if [ -n "${DISPLAY:-}" ] && [ -z "${BENCH_OWN_XVFB:-}" ]; then
     "$binary" "$@"
   else
-    xvfb-run -a -s "-screen 0 1920x1080x24 -nolisten tcp" "$binary" "$@"
+    xvfb-run -a -s "-screen 0 1920x1080x24 -nolisten tcp -noreset" "$binary" "$@"
   fi
 }
 run --seconds "$seconds" --size 800x600

@@ -26,7 +26,7 @@ clips=(terminal web static photo)
 if [ ! -f "$corpus/.done" ]; then
   echo "Making the corpus under Xvfb..."
   rm -rf "$corpus"
-  xvfb-run -a -s "-screen 0 1920x1080x24 -nolisten tcp" "$build/bench/vantalo-bench-corpus" "$corpus"
+  xvfb-run -a -s "-screen 0 1920x1080x24 -nolisten tcp -noreset" "$build/bench/vantalo-bench-corpus" "$corpus"
   touch "$corpus/.done"
 fi
 

@@ -8,7 +8,7 @@ if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
   XDG_RUNTIME_DIR=$(mktemp -d)
   export XDG_RUNTIME_DIR
 fi
-run() { xvfb-run -a -s "-screen 0 1920x1080x24 -nolisten tcp" "$binary" "$@"; }
+run() { xvfb-run -a -s "-screen 0 1920x1080x24 -nolisten tcp -noreset" "$binary" "$@"; }
 for n in 10 100 1000; do
   run --items "$n"
   run --items "$n" --peer

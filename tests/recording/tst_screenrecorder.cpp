@@ -345,12 +345,13 @@ private Q_SLOTS:
     void aVanishingXServerStopsTheStream()
     {
         // A server of its own, so this test can take it away. It picks a free display number itself
-        // and writes it once it accepts clients.
+        // and writes it once it accepts clients; it must not reset when the probe below leaves (a
+        // server resets when its last client goes, and refuses connections meanwhile).
         QProcess xvfb;
         xvfb.start(QStringLiteral("Xvfb"),
-                   {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-screen"),
-                    QStringLiteral("0"), QStringLiteral("640x480x24"), QStringLiteral("-nolisten"),
-                    QStringLiteral("tcp")});
+                   {QStringLiteral("-displayfd"), QStringLiteral("1"), QStringLiteral("-noreset"),
+                    QStringLiteral("-screen"), QStringLiteral("0"), QStringLiteral("640x480x24"),
+                    QStringLiteral("-nolisten"), QStringLiteral("tcp")});
         QVERIFY(xvfb.waitForStarted());
         QByteArray number;
         QTRY_VERIFY_WITH_TIMEOUT((number += xvfb.readAllStandardOutput(), number.endsWith('\n')), 10000);
