@@ -157,6 +157,12 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             }
         }
         const double cpuAtStart = threadCpuMs();
+        // The totals of the recording, once it ends either way.
+        const auto closeStats = [&] {
+            job->stats.threadCpuMs = threadCpuMs() - cpuAtStart;
+            job->stats.seconds = std::chrono::duration<double>(Clock::now() - job->start).count();
+            job->stats.sourceFrames = (*stream)->sourceFrames();
+        };
         const auto period = std::chrono::nanoseconds(1'000'000'000LL / frameRate);
         long long slot = 0;
         QImage previous;
@@ -175,9 +181,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             auto grabbed = (*stream)->grab();
             job->stats.grabMsTotal += std::chrono::duration<double, std::milli>(Clock::now() - began).count();
             if (!grabbed) {
-                job->stats.threadCpuMs = threadCpuMs() - cpuAtStart;
-                job->stats.seconds = std::chrono::duration<double>(Clock::now() - job->start).count();
-                job->stats.sourceFrames = (*stream)->sourceFrames();
+                closeStats();
                 post([job, error = grabbed.error()](ScreenRecorder& recorder) {
                     recorder.handleStreamError(job, error.description);
                 });
@@ -207,9 +211,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             job->stats.skipped += step.skipped;
             slot = step.nextSlot;
         }
-        job->stats.threadCpuMs = threadCpuMs() - cpuAtStart;
-        job->stats.seconds = std::chrono::duration<double>(Clock::now() - job->start).count();
-        job->stats.sourceFrames = (*stream)->sourceFrames();
+        closeStats();
     });
 }
 

@@ -27,9 +27,7 @@ PreviewPanelController::PreviewPanelController(PreviewPanelServices services, QO
 
 PreviewPanelController::~PreviewPanelController()
 {
-    if (m_autoDismissTimer) {
-        m_services.scheduler->cancel(*m_autoDismissTimer);
-    }
+    cancelAutoDismissTimer();
     delete m_panel.data();
 }
 
@@ -79,11 +77,10 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
     view->onClose = bind([](PreviewPanelController& c) { c.dismiss(); });
     // The panel stays while its GIF is being dragged out; its minute starts again at the drop.
     view->onDragging = bind([](PreviewPanelController& c, bool dragging) {
-        if (!dragging) {
+        if (dragging) {
+            c.cancelAutoDismissTimer();
+        } else {
             c.resetAutoDismissTimer();
-        } else if (c.m_autoDismissTimer) {
-            c.m_services.scheduler->cancel(*c.m_autoDismissTimer);
-            c.m_autoDismissTimer.reset();
         }
     });
 
@@ -110,10 +107,7 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
 
 void PreviewPanelController::dismiss()
 {
-    if (m_autoDismissTimer) {
-        m_services.scheduler->cancel(*m_autoDismissTimer);
-        m_autoDismissTimer.reset();
-    }
+    cancelAutoDismissTimer();
     if (!m_panel) {
         return;
     }
@@ -138,11 +132,17 @@ void PreviewPanelController::dismiss()
     fade->start(QAbstractAnimation::DeleteWhenStopped);
 }
 
-void PreviewPanelController::resetAutoDismissTimer()
+void PreviewPanelController::cancelAutoDismissTimer()
 {
     if (m_autoDismissTimer) {
         m_services.scheduler->cancel(*m_autoDismissTimer);
+        m_autoDismissTimer.reset();
     }
+}
+
+void PreviewPanelController::resetAutoDismissTimer()
+{
+    cancelAutoDismissTimer();
     const QPointer<PreviewPanelController> self(this);
     m_autoDismissTimer = m_services.scheduler->schedule(autoDismissInterval, [self] {
         if (self) {

@@ -75,6 +75,7 @@ public:
 
 private:
     void resetAutoDismissTimer();
+    void cancelAutoDismissTimer();
     void showFeedback(const QString& message);
     void finishUpload(const std::shared_ptr<PreviewPanelState>& state,
                       const std::optional<QUuid>& historyItemID, const UploadOutcome& outcome);

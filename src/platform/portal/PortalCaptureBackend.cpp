@@ -75,7 +75,8 @@ std::expected<QList<CaptureDisplay>, Failure> PortalCaptureBackend::displays()
     if (!grant) {
         return std::unexpected(grant.error());
     }
-    if (!grant->restoreToken.isEmpty()) {
+    // Kept where it changed only: the settings are not rewritten at every recording.
+    if (!grant->restoreToken.isEmpty() && grant->restoreToken != m_restoreToken) {
         m_restoreToken = grant->restoreToken;
         if (m_onRestoreToken) {
             m_onRestoreToken(m_restoreToken);

@@ -63,6 +63,17 @@ QList<ShortcutEntry> readEntries(const QVariant& value)
     return entries;
 }
 
+// The keys the desktop reports for Vantalo's shortcut in an answer's shortcut list, if it is there.
+std::optional<QString> boundTrigger(const QVariantMap& answer)
+{
+    for (const ShortcutEntry& entry : readEntries(answer.value(QStringLiteral("shortcuts")))) {
+        if (entry.id == PortalShortcut::shortcutId) {
+            return entry.properties.value(QStringLiteral("trigger_description")).toString();
+        }
+    }
+    return std::nullopt;
+}
+
 // What Vantalo asks the desktop for: its one shortcut, with the keys it would like.
 QList<ShortcutEntry> proposed(const Shortcut& shortcut)
 {
@@ -166,90 +177,69 @@ void PortalShortcut::registerHotkey(const Shortcut& shortcut, std::function<void
             });
 }
 
-void PortalShortcut::ask(const QString& method, const QVariantList& arguments, const QVariantMap& options,
-                         std::chrono::milliseconds timeout, PortalAnswer answer)
+void PortalShortcut::ask(int generation, const QString& method, const QVariantList& arguments,
+                         const QVariantMap& options, std::chrono::milliseconds timeout,
+                         std::function<void(const QVariantMap&)> answered)
 {
-    portalRequest(Portal{m_bus, kInterface, QStringLiteral("the shortcut portal")}, method, arguments,
-                  options, timeout, QStringLiteral("the desktop did not allow a global shortcut"), this,
-                  std::move(answer));
+    portalRequest(
+        Portal{m_bus, kInterface, QStringLiteral("the shortcut portal")}, method, arguments, options, timeout,
+        QStringLiteral("the desktop did not allow a global shortcut"), this,
+        [this, generation, answered = std::move(answered)](std::expected<QVariantMap, Failure> result) {
+            if (generation != m_generation) {
+                // A registration since replaced: its answers go, and a session it made too.
+                if (result) {
+                    close(result->value(QStringLiteral("session_handle")).toString());
+                }
+                return;
+            }
+            if (!result) {
+                fail(result.error().description);
+                return;
+            }
+            answered(*result);
+        });
 }
 
 void PortalShortcut::createSession(int generation)
 {
-    const QList<ShortcutEntry> shortcuts = proposed(m_shortcut);
     // The shortcut goes into CreateSession too: some desktops register only what comes there.
-    ask(QStringLiteral("CreateSession"), {},
+    ask(generation, QStringLiteral("CreateSession"), {},
         {{QStringLiteral("session_handle_token"), kSessionToken},
-         {QStringLiteral("shortcuts"), QVariant::fromValue(shortcuts)}},
-        m_timeouts.request, [this, generation](std::expected<QVariantMap, Failure> created) {
-            if (!created) {
-                fail(generation, created.error().description);
-                return;
-            }
-            m_session = created->value(QStringLiteral("session_handle")).toString();
-            if (generation != m_generation) {
-                closeSession();
-                return;
-            }
+         {QStringLiteral("shortcuts"), QVariant::fromValue(proposed(m_shortcut))}},
+        m_timeouts.request, [this, generation](const QVariantMap& created) {
+            m_session = created.value(QStringLiteral("session_handle")).toString();
             listShortcuts(generation);
         });
 }
 
 void PortalShortcut::listShortcuts(int generation)
 {
-    ask(QStringLiteral("ListShortcuts"), {QVariant::fromValue(QDBusObjectPath(m_session))}, {},
-        m_timeouts.request, [this, generation](std::expected<QVariantMap, Failure> listed) {
-            if (generation != m_generation) {
-                return;
+    ask(generation, QStringLiteral("ListShortcuts"), {QVariant::fromValue(QDBusObjectPath(m_session))}, {},
+        m_timeouts.request, [this, generation](const QVariantMap& listed) {
+            if (const auto trigger = boundTrigger(listed)) {
+                m_trigger = *trigger;
+            } else {
+                bindShortcuts(generation);
             }
-            if (!listed) {
-                fail(generation, listed.error().description);
-                return;
-            }
-            const QVariant shortcuts = listed->value(QStringLiteral("shortcuts"));
-            for (const ShortcutEntry& entry : readEntries(shortcuts)) {
-                if (entry.id == shortcutId) {
-                    bound(generation, shortcuts);
-                    return;
-                }
-            }
-            bindShortcuts(generation);
         });
 }
 
 void PortalShortcut::bindShortcuts(int generation)
 {
-    const QList<ShortcutEntry> shortcuts = proposed(m_shortcut);
-    ask(QStringLiteral("BindShortcuts"),
-        {QVariant::fromValue(QDBusObjectPath(m_session)), QVariant::fromValue(shortcuts), QString()}, {},
-        m_timeouts.dialog, [this, generation](std::expected<QVariantMap, Failure> result) {
-            if (generation != m_generation) {
-                return;
+    ask(generation, QStringLiteral("BindShortcuts"),
+        {QVariant::fromValue(QDBusObjectPath(m_session)), QVariant::fromValue(proposed(m_shortcut)),
+         QString()},
+        {}, m_timeouts.dialog, [this](const QVariantMap& result) {
+            if (const auto trigger = boundTrigger(result)) {
+                m_trigger = *trigger;
+            } else {
+                fail(QStringLiteral("the desktop did not bind it"));
             }
-            if (!result) {
-                fail(generation, result.error().description);
-                return;
-            }
-            bound(generation, result->value(QStringLiteral("shortcuts")));
         });
 }
 
-void PortalShortcut::bound(int generation, const QVariant& shortcuts)
+void PortalShortcut::fail(const QString& why)
 {
-    for (const ShortcutEntry& entry : readEntries(shortcuts)) {
-        if (entry.id == shortcutId) {
-            m_trigger = entry.properties.value(QStringLiteral("trigger_description")).toString();
-            return;
-        }
-    }
-    fail(generation, QStringLiteral("the desktop did not bind it"));
-}
-
-void PortalShortcut::fail(int generation, const QString& why)
-{
-    if (generation != m_generation) {
-        return;
-    }
     m_refused = true;
     m_print(QStringLiteral("Failed to register global shortcut — ") + why);
     if (onPermissionDenied) {
@@ -257,16 +247,19 @@ void PortalShortcut::fail(int generation, const QString& why)
     }
 }
 
+void PortalShortcut::close(const QString& session)
+{
+    if (!session.isEmpty()) {
+        m_bus.call(QDBusMessage::createMethodCall(kService, session,
+                                                  QStringLiteral("org.freedesktop.portal.Session"),
+                                                  QStringLiteral("Close")),
+                   QDBus::NoBlock);
+    }
+}
+
 void PortalShortcut::closeSession()
 {
-    if (m_session.isEmpty()) {
-        return;
-    }
-    m_bus.call(QDBusMessage::createMethodCall(kService, m_session,
-                                              QStringLiteral("org.freedesktop.portal.Session"),
-                                              QStringLiteral("Close")),
-               QDBus::NoBlock);
-    m_session.clear();
+    close(std::exchange(m_session, QString()));
 }
 
 void PortalShortcut::unregisterHotkey()

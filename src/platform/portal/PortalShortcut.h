@@ -45,13 +45,15 @@ private:
         present,
         missing,
     };
-    void ask(const QString& method, const QVariantList& arguments, const QVariantMap& options,
-             std::chrono::milliseconds timeout, PortalAnswer answer);
+    // A request for registration `generation`: `answered` gets the results while that
+    // registration is in force; a failure is reported as the registration's.
+    void ask(int generation, const QString& method, const QVariantList& arguments, const QVariantMap& options,
+             std::chrono::milliseconds timeout, std::function<void(const QVariantMap&)> answered);
     void createSession(int generation);
     void listShortcuts(int generation);
     void bindShortcuts(int generation);
-    void bound(int generation, const QVariant& shortcuts);
-    void fail(int generation, const QString& why);
+    void fail(const QString& why);
+    void close(const QString& session);
     void closeSession();
 
     LinePrinter m_print;
