@@ -35,15 +35,22 @@ struct Journal
     qsizetype at(const QString& entry) const { return entries.indexOf(entry); }
 };
 
+// A stand-in that writes its calls into the journal.
+struct Journaled
+{
+    explicit Journaled(Journal& journal) : m_j(journal) {}
+    Journal& m_j;
+};
+
 inline QString rectText(const QRectF& r)
 {
     return QStringLiteral("%1,%2 %3x%4").arg(r.x()).arg(r.y()).arg(r.width()).arg(r.height());
 }
 
-class FakeHotkey final : public HotkeyRegistrar
+class FakeHotkey final : public HotkeyRegistrar, Journaled
 {
 public:
-    explicit FakeHotkey(Journal& j) : m_j(j) {}
+    using Journaled::Journaled;
     void registerHotkey(const Shortcut& shortcut, std::function<void()> handler) override
     {
         m_j.add(
@@ -71,15 +78,12 @@ public:
     std::optional<QString> trigger;
     std::function<void()> handler;
     bool refuse = false;
-
-private:
-    Journal& m_j;
 };
 
-class FakeRecorder final : public FrameRecorder
+class FakeRecorder final : public FrameRecorder, Journaled
 {
 public:
-    explicit FakeRecorder(Journal& j) : m_j(j) {}
+    using Journaled::Journaled;
     void startRecording(const QRectF& region, const QString& displayName, int frameRate,
                         double maxDurationSeconds, StartDone done) override
     {
@@ -114,9 +118,6 @@ public:
     std::optional<Failure> stopFailure;
     FrameList frames{Frame{QImage(4, 2, QImage::Format_RGB32), 2}};
     bool recording = false;
-
-private:
-    Journal& m_j;
 };
 
 // Counts what it is fed; finishing says how many frames it got.
@@ -172,35 +173,29 @@ public:
 };
 
 // The overlays: each call is written to the journal as "<name>.<call> <arguments>".
-class FakeSelector final : public RegionSelector
+class FakeSelector final : public RegionSelector, Journaled
 {
 public:
-    explicit FakeSelector(Journal& j) : m_j(j) {}
+    using Journaled::Journaled;
     void show() override { m_j.add(QStringLiteral("selector.show")); }
     void dismiss() override { m_j.add(QStringLiteral("selector.dismiss")); }
-
-private:
-    Journal& m_j;
 };
 
-class FakeAdjuster final : public RegionAdjuster
+class FakeAdjuster final : public RegionAdjuster, Journaled
 {
 public:
-    explicit FakeAdjuster(Journal& j) : m_j(j) {}
+    using Journaled::Journaled;
     void show(const DisplayInfo& d, const QRectF& r) override
     {
         m_j.add("preview.show " + d.name + ' ' + rectText(r));
     }
     void hide() override { m_j.add(QStringLiteral("preview.hide")); }
-
-private:
-    Journal& m_j;
 };
 
-class FakeToolbar final : public ToolbarPresenter
+class FakeToolbar final : public ToolbarPresenter, Journaled
 {
 public:
-    explicit FakeToolbar(Journal& j) : m_j(j) {}
+    using Journaled::Journaled;
     void show(const QRectF& region) override
     {
         m_j.add("toolbar.show " + rectText(region));
@@ -223,20 +218,14 @@ public:
 
     RecordingToolbarState state;
     bool shown = false;
-
-private:
-    Journal& m_j;
 };
 
-class FakeBorder final : public BorderPresenter
+class FakeBorder final : public BorderPresenter, Journaled
 {
 public:
-    explicit FakeBorder(Journal& j) : m_j(j) {}
+    using Journaled::Journaled;
     void show(const QRectF& region) override { m_j.add("border.show " + rectText(region)); }
     void hide() override { m_j.add(QStringLiteral("border.hide")); }
-
-private:
-    Journal& m_j;
 };
 
 class FakePermission final : public ScreenCapturePermission
@@ -265,21 +254,9 @@ struct CoordinatorRig
 
     std::unique_ptr<CaptureCoordinator> make(UserDefaults& defaults, const QString& temporaryDirectory)
     {
-        auto h = std::make_unique<FakeHotkey>(journal);
-        auto r = std::make_unique<FakeRecorder>(journal);
-        auto s = std::make_unique<FakeSelector>(journal);
-        auto t = std::make_unique<FakeToolbar>(journal);
-        auto b = std::make_unique<FakeBorder>(journal);
-        auto p = std::make_unique<FakeAdjuster>(journal);
-        hotkey = h.get();
-        recorder = r.get();
-        selector = s.get();
-        toolbar = t.get();
-        border = b.get();
-        preview = p.get();
         auto coordinator = std::make_unique<CaptureCoordinator>(
-            CaptureCollaborators{std::move(h), std::move(r), encoder, std::move(s), std::move(t),
-                                 std::move(b), std::move(p)},
+            CaptureCollaborators{made(hotkey), made(recorder), encoder, made(selector), made(toolbar),
+                                 made(border), made(preview)},
             defaults, permission, journal.printer(), temporaryDirectory);
         coordinator->onRecordingStateChanged = [this](bool recording) {
             reported << recording;
@@ -290,6 +267,14 @@ struct CoordinatorRig
             journal.add(QStringLiteral("gifCreated"));
         };
         return coordinator;
+    }
+
+private:
+    template<class Fake> std::unique_ptr<Fake> made(Fake*& pointer)
+    {
+        auto fake = std::make_unique<Fake>(journal);
+        pointer = fake.get();
+        return fake;
     }
 };
 

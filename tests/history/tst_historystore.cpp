@@ -135,100 +135,63 @@ private Q_SLOTS:
         QCOMPARE(QJsonDocument::fromJson(readAll(m_store->metadataPath())).array().size(), 0);
     }
 
-    void readingRules_data()
-    {
-        QTest::addColumn<QByteArray>("json");
-        QTest::addColumn<QByteArray>("timeZone");
-        QTest::addColumn<int>("count");
-        const auto entry = [](const char* members) {
-            return QByteArray(R"({"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D",)") + members + "}";
-        };
-        const QByteArray good =
-            entry(R"("filename":"vantalo_x.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":12)");
-        QTest::newRow("one entry") << QByteArray("[" + good + "]") << QByteArray("UTC") << 1;
-        QTest::newRow("null link and other members")
-            << QByteArray(
-                   "[" +
-                   entry(
-                       R"("filename":"f.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3,"uploadURL":null,"extra":true)") +
-                   "]")
-            << QByteArray("UTC") << 1;
-        // Times in the hour that daylight saving skips on the machine's clock are ordinary UTC times.
-        QTest::newRow("skipped hour, Berlin")
-            << QByteArray(
-                   "[" + entry(R"("filename":"f.gif","createdAt":"2024-03-31T02:30:00Z","fileSize":3)") + "]")
-            << QByteArray("Europe/Berlin") << 1;
-        QTest::newRow("skipped hour, New York")
-            << QByteArray(
-                   "[" + entry(R"("filename":"f.gif","createdAt":"2024-03-10T02:30:00Z","fileSize":3)") + "]")
-            << QByteArray("America/New_York") << 1;
-        QTest::newRow("format characters in a name")
-            << QByteArray(
-                   "[" +
-                   entry(R"("filename":"clip%2F1%1.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3)") +
-                   "]")
-            << QByteArray("UTC") << 1;
-        // Entries that cannot be used are left out; the others stay.
-        QTest::newRow("a name outside the GIF directory")
-            << QByteArray(
-                   "[" + good + "," +
-                   entry(
-                       R"("filename":"..\/..\/..\/.bashrc","createdAt":"2024-05-01T09:30:12Z","fileSize":3)") +
-                   "," + entry(R"("filename":"..","createdAt":"2024-05-01T09:30:12Z","fileSize":3)") + "]")
-            << QByteArray("UTC") << 1;
-        QTest::newRow("a size beyond 64 bits")
-            << QByteArray("[" + good + "," +
-                          entry(R"("filename":"f.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":1e300)") +
-                          "]")
-            << QByteArray("UTC") << 1;
-        QTest::newRow("a lone surrogate")
-            << QByteArray(
-                   "[" + good + "," +
-                   entry(R"("filename":"a\ud800.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3)") + "]")
-            << QByteArray("UTC") << 1;
-        // What the format forbids makes the whole file unreadable.
-        QTest::newRow("fractional seconds")
-            << QByteArray("[" +
-                          entry(R"("filename":"f.gif","createdAt":"2024-05-01T09:30:12.5Z","fileSize":3)") +
-                          "]")
-            << QByteArray("UTC") << 0;
-        QTest::newRow("no such day")
-            << QByteArray(
-                   "[" + entry(R"("filename":"f.gif","createdAt":"2023-02-29T09:30:12Z","fileSize":3)") + "]")
-            << QByteArray("UTC") << 0;
-        QTest::newRow("one bad id empties it")
-            << QByteArray(
-                   "[" + good +
-                   R"(,{"id":"x","filename":"f.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3}])")
-            << QByteArray("UTC") << 0;
-        QTest::newRow("not an array") << QByteArray("{\"items\":[]}") << QByteArray("UTC") << 0;
-        QTest::newRow("missing size")
-            << QByteArray("[" + entry(R"("filename":"f.gif","createdAt":"2024-05-01T09:30:12Z")") + "]")
-            << QByteArray("UTC") << 0;
-        QTest::newRow("not JSON") << QByteArray("[{,") << QByteArray("UTC") << 0;
-    }
     void readingRules()
     {
-        QFETCH(QByteArray, json);
-        QFETCH(QByteArray, timeZone);
-        QFETCH(int, count);
-        qputenv("TZ", timeZone);
-        tzset();
+        // One entry; each row changes a member or two.
+        const auto entry = [](const char* filename, const char* createdAt = "2024-05-01T09:30:12Z",
+                              const char* more = R"("fileSize":3)") {
+            return QByteArray(R"({"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":")") + filename +
+                   R"(","createdAt":")" + createdAt + "\"," + more + "}";
+        };
+        const QByteArray good = entry("vantalo_x.gif");
+        const struct
+        {
+            QByteArray json;
+            const char* timeZone;
+            int count;
+        } rows[] = {
+            {"[" + good + "]", "UTC", 1},
+            {"[" + entry("f.gif", "2024-05-01T09:30:12Z", R"("fileSize":3,"uploadURL":null,"extra":true)") +
+                 "]",
+             "UTC", 1},
+            // Times in the hour that daylight saving skips on the machine's clock are ordinary UTC times.
+            {"[" + entry("f.gif", "2024-03-31T02:30:00Z") + "]", "Europe/Berlin", 1},
+            {"[" + entry("f.gif", "2024-03-10T02:30:00Z") + "]", "America/New_York", 1},
+            {"[" + entry("clip%2F1%1.gif") + "]", "UTC", 1}, // format characters in a name
+            // Entries that cannot be used are left out; the others stay.
+            {"[" + good + "," + entry(R"(..\/..\/..\/.bashrc)") + "," + entry("..") + "]", "UTC", 1},
+            {"[" + good + "," + entry("f.gif", "2024-05-01T09:30:12Z", R"("fileSize":1e300)") + "]", "UTC",
+             1},
+            {"[" + good + "," + entry(R"(a\ud800.gif)") + "]", "UTC", 1}, // a lone surrogate
+            // What the format forbids makes the whole file unreadable.
+            {"[" + entry("f.gif", "2024-05-01T09:30:12.5Z") + "]", "UTC", 0},
+            {"[" + entry("f.gif", "2023-02-29T09:30:12Z") + "]", "UTC", 0}, // no such day
+            {"[" + good +
+                 R"(,{"id":"x","filename":"f.gif","createdAt":"2024-05-01T09:30:12Z","fileSize":3}])",
+             "UTC", 0},
+            {R"({"items":[]})", "UTC", 0},
+            {"[" + entry("f.gif", "2024-05-01T09:30:12Z", R"("size":3)") + "]", "UTC", 0}, // no fileSize
+            {"[{,", "UTC", 0},
+        };
         const auto restore = qScopeGuard([] {
             qunsetenv("TZ");
             tzset();
         });
-        QFile file(m_store->metadataPath());
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(json);
-        file.close();
-        const QList<GifHistoryItem> items = m_store->loadItems();
-        QCOMPARE(items.size(), count);
-        // What is read is written back exactly, and reads back the same.
-        const auto again = GifHistoryStore::decode(GifHistoryStore::encode(items));
-        QVERIFY(again);
-        QCOMPARE(again->ignored, 0);
-        QVERIFY(again->items == items);
+        for (const auto& row : rows) {
+            qputenv("TZ", row.timeZone);
+            tzset();
+            QFile file(m_store->metadataPath());
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(row.json);
+            file.close();
+            const QList<GifHistoryItem> items = m_store->loadItems();
+            QVERIFY2(items.size() == row.count, row.json.constData());
+            // What is read is written back exactly, and reads back the same.
+            const auto again = GifHistoryStore::decode(GifHistoryStore::encode(items));
+            QVERIFY(again);
+            QCOMPARE(again->ignored, 0);
+            QVERIFY(again->items == items);
+        }
     }
 
     void anInterruptedAddIsRecoveredAtStart()
@@ -282,43 +245,40 @@ private Q_SLOTS:
 
     // What a change finds wrong with the file is kept beside it before anything is written, and a
     // name outside the GIF directory is never touched.
-    void aFileWithProblemsIsKeptAsideBeforeAChange_data()
-    {
-        QTest::addColumn<QByteArray>("json");
-        QTest::addColumn<QString>("aside");
-        QTest::addColumn<QString>("line");
-        QTest::addColumn<int>("kept");
-        QTest::newRow("unreadable") << QByteArray("[{\"id\": \"truncated") << QStringLiteral("corrupt")
-                                    << QStringLiteral("The GIF history file could not be read") << 1;
-        QTest::newRow("an entry naming a file outside")
-            << QByteArray(R"([{"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"..\/..\/outside.gif",)"
-                          R"("createdAt":"2024-05-01T09:30:12Z","fileSize":7}])")
-            << QStringLiteral("skipped") << QStringLiteral("1 of the GIF history file's entries") << 1;
-    }
     void aFileWithProblemsIsKeptAsideBeforeAChange()
     {
-        QFETCH(QByteArray, json);
-        QFETCH(QString, aside);
-        QFETCH(QString, line);
-        QFETCH(int, kept);
-        const QString outside = writeTempGif(*m_dir, "keep me", QStringLiteral("outside.gif"));
-        writeTempGif(*m_dir, json, QStringLiteral("Vantalo/history.json"));
-        QVERIFY(m_store->loadItems().isEmpty());
-        QVERIFY(m_printed.isEmpty()); // reading alone changes nothing
+        const struct
+        {
+            QByteArray json;
+            QString aside;
+            QString line;
+        } rows[] = {
+            {"[{\"id\": \"truncated", QStringLiteral("corrupt"),
+             QStringLiteral("The GIF history file could not be read")},
+            {R"([{"id":"6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D","filename":"..\/..\/outside.gif",)"
+             R"("createdAt":"2024-05-01T09:30:12Z","fileSize":7}])",
+             QStringLiteral("skipped"), QStringLiteral("1 of the GIF history file's entries")},
+        };
+        for (const auto& [json, aside, line] : rows) {
+            init();
+            const QString outside = writeTempGif(*m_dir, "keep me", QStringLiteral("outside.gif"));
+            writeTempGif(*m_dir, json, QStringLiteral("Vantalo/history.json"));
+            QVERIFY(m_store->loadItems().isEmpty());
+            QVERIFY(m_printed.isEmpty()); // reading alone changes nothing
 
-        GifHistoryItem hostile{QUuid::createUuid(), QStringLiteral("../../outside.gif"), {}, 7, {}};
-        m_store->deleteItem(hostile);
-        QVERIFY(QFile::exists(outside));
-        QVERIFY(m_store->addGif(writeTempGif(*m_dir, "GIF89a", QStringLiteral("n.gif"))));
-        const QStringList keptAside =
-            QDir(m_dir->filePath(QStringLiteral("Vantalo")))
-                .entryList({QStringLiteral("history.json.") + aside + QLatin1Char('*')});
-        QCOMPARE(keptAside.size(), 1);
-        QCOMPARE(readAll(m_dir->filePath(QStringLiteral("Vantalo/") + keptAside.first())), json);
-        QCOMPARE(m_printed.size(), 1);
-        QVERIFY2(m_printed.first().startsWith(line) && m_printed.first().contains(keptAside.first()),
-                 qPrintable(m_printed.first()));
-        QCOMPARE(m_store->loadItems().size(), kept);
+            m_store->deleteItem(
+                GifHistoryItem{QUuid::createUuid(), QStringLiteral("../../outside.gif"), {}, 7, {}});
+            QVERIFY(QFile::exists(outside));
+            QVERIFY(m_store->addGif(writeTempGif(*m_dir, "GIF89a", QStringLiteral("n.gif"))));
+            const QStringList keptAside = QDir(m_dir->filePath(QStringLiteral("Vantalo")))
+                                              .entryList({QStringLiteral("history.json.") + aside + '*'});
+            QCOMPARE(keptAside.size(), 1);
+            QCOMPARE(readAll(m_dir->filePath(QStringLiteral("Vantalo/") + keptAside.first())), json);
+            QCOMPARE(m_printed.size(), 1);
+            QVERIFY2(m_printed.first().startsWith(line) && m_printed.first().contains(keptAside.first()),
+                     qPrintable(m_printed.first()));
+            QCOMPARE(m_store->loadItems().size(), 1);
+        }
     }
 
     void aFullDiskLeavesTheOldFileWhole()
