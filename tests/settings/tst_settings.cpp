@@ -25,33 +25,27 @@ class TestSettings : public QObject
 private Q_SLOTS:
     void cleanup() { QFile::remove(iniPath()); }
 
-    void integersAreWholeDecimalTexts_data()
-    {
-        QTest::addColumn<QVariant>("stored");
-        QTest::addColumn<bool>("isInteger");
-        QTest::addColumn<qint64>("value");
-        QTest::newRow("int") << QVariant(qint64(1048576)) << true << qint64(1048576);
-        QTest::newRow("text") << QVariant(QStringLiteral("1179648")) << true << qint64(1179648);
-        QTest::newRow("negative") << QVariant(QStringLiteral("-3")) << true << qint64(-3);
-        QTest::newRow("fraction") << QVariant(QStringLiteral("1.5")) << false << qint64(0);
-        QTest::newRow("word") << QVariant(QStringLiteral("command")) << false << qint64(0);
-        QTest::newRow("padded") << QVariant(QStringLiteral(" 12")) << false << qint64(0);
-        QTest::newRow("hex") << QVariant(QStringLiteral("0x100000")) << false << qint64(0);
-        QTest::newRow("empty") << QVariant(QString()) << false << qint64(0);
-        QTest::newRow("too large") << QVariant(QStringLiteral("99999999999999999999")) << false << qint64(0);
-    }
     void integersAreWholeDecimalTexts()
     {
-        QFETCH(QVariant, stored);
-        QFETCH(bool, isInteger);
-        QFETCH(qint64, value);
-        {
-            UserDefaults defaults(iniPath());
-            defaults.setString(QStringLiteral("probe"), stored.toString());
+        const std::pair<QString, std::optional<qint64>> rows[] = {
+            {QStringLiteral("1048576"), 1048576},
+            {QStringLiteral("-3"), -3},
+            {QStringLiteral("1.5"), {}},
+            {QStringLiteral("command"), {}},
+            {QStringLiteral(" 12"), {}},
+            {QStringLiteral("0x100000"), {}},
+            {QString(), {}},
+            {QStringLiteral("99999999999999999999"), {}},
+        };
+        for (const auto& [stored, value] : rows) {
+            UserDefaults(iniPath()).setString(QStringLiteral("probe"), stored);
+            const auto defaults = reopened();
+            QCOMPARE(defaults->hasIntegerForKey(QStringLiteral("probe")), value.has_value());
+            QCOMPARE(defaults->integerForKey(QStringLiteral("probe")), value.value_or(0));
         }
-        const auto defaults = reopened();
-        QCOMPARE(defaults->hasIntegerForKey(QStringLiteral("probe")), isInteger);
-        QCOMPARE(defaults->integerForKey(QStringLiteral("probe")), value);
+        // A number stored as one reads back as one.
+        UserDefaults(iniPath()).setInteger(QStringLiteral("probe"), 1179648);
+        QCOMPARE(reopened()->integerForKey(QStringLiteral("probe")), 1179648);
     }
 
     void registeredDefaultsAnswerUntilAValueIsStored()
@@ -70,67 +64,60 @@ private Q_SLOTS:
         QVERIFY(!reopened()->objectForKey(SettingsKey::hotkeyModifiers));
     }
 
-    void shortcutReading_data()
-    {
-        QTest::addColumn<QByteArray>("keyCode"); // "-" for nothing stored
-        QTest::addColumn<QByteArray>("modifiers");
-        QTest::addColumn<bool>("registered");
-        QTest::addColumn<int>("expectedKey");
-        QTest::addColumn<qint64>("expectedModifiers");
-        QTest::addColumn<bool>("fellBack");
-        const auto row = [](const char* name, const QByteArray& key, const QByteArray& modifiers,
-                            bool registered, int expectedKey, qint64 expectedModifiers, bool fellBack) {
-            QTest::newRow(name) << key << modifiers << registered << expectedKey << expectedModifiers
-                                << fellBack;
-        };
-        row("nothing, not even defaults", "-", "-", false, 5, 0x100000, false);
-        row("registered defaults", "-", "-", true, 5, 0x100000, false);
-        row("recorded shift-command-R", "15", "1179648", true, 15, 0x120000, false);
-        row("only the key stored", "15", "-", true, 15, 0x100000, false);
-        // A stored pair that can never be registered: the default, never another key.
-        row("modifiers a word", "15", "abc", true, 5, 0x100000, true);
-        row("modifiers empty", "15", "", false, 5, 0x100000, true);
-        row("no modifiers", "15", "0", true, 5, 0x100000, true);
-        row("modifiers -1", "5", "-1", true, 5, 0x100000, true);
-        row("stray bits", "5", "1114112", true, 5, 0x100000, true);
-        row("key code a word", "abc", "262144", true, 5, 0x100000, true);
-        row("key code 5.0", "5.0", "262144", true, 5, 0x100000, true);
-        row("key code huge", "99999999999999999999", "262144", true, 5, 0x100000, true);
-        row("key code beyond 16 bits", "70000", "262144", true, 5, 0x100000, true);
-        row("key code not in the key table", "1000", "262144", true, 5, 0x100000, true);
-        row("negative key code", "-1", "-", true, 5, 0x100000, true);
-        row("invalid UTF-8", "\xff\xfe", "262144", true, 5, 0x100000, true);
-    }
     void shortcutReading()
     {
-        QFETCH(QByteArray, keyCode);
-        QFETCH(QByteArray, modifiers);
-        QFETCH(bool, registered);
-        QFETCH(int, expectedKey);
-        QFETCH(qint64, expectedModifiers);
-        QFETCH(bool, fellBack);
+        const struct
         {
-            // Written as a hand edit would be, bytes and all.
-            QFile file(iniPath());
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write("[General]\n");
-            if (keyCode != "-") {
-                file.write(SettingsKey::hotkeyKeyCode.toUtf8() + "=" + keyCode + "\n");
+            QByteArray keyCode; // "-" for nothing stored
+            QByteArray modifiers;
+            bool registered;
+            int expectedKey;
+            qint64 expectedModifiers;
+            bool fellBack;
+        } rows[] = {
+            {"-", "-", false, 5, 0x100000, false}, // nothing, not even defaults
+            {"-", "-", true, 5, 0x100000, false},
+            {"15", "1179648", true, 15, 0x120000, false}, // recorded shift-command-R
+            {"15", "-", true, 15, 0x100000, false},
+            // A stored pair that can never be registered: the default, never another key.
+            {"15", "abc", true, 5, 0x100000, true},
+            {"15", "", false, 5, 0x100000, true},
+            {"15", "0", true, 5, 0x100000, true},
+            {"5", "-1", true, 5, 0x100000, true},
+            {"5", "1114112", true, 5, 0x100000, true}, // stray bits
+            {"abc", "262144", true, 5, 0x100000, true},
+            {"5.0", "262144", true, 5, 0x100000, true},
+            {"99999999999999999999", "262144", true, 5, 0x100000, true},
+            {"70000", "262144", true, 5, 0x100000, true}, // beyond 16 bits
+            {"1000", "262144", true, 5, 0x100000, true},  // not in the key table
+            {"-1", "-", true, 5, 0x100000, true},
+            {"\xff\xfe", "262144", true, 5, 0x100000, true}, // invalid UTF-8
+        };
+        for (const auto& row : rows) {
+            {
+                // Written as a hand edit would be, bytes and all.
+                QFile file(iniPath());
+                QVERIFY(file.open(QIODevice::WriteOnly));
+                file.write("[General]\n");
+                if (row.keyCode != "-") {
+                    file.write(SettingsKey::hotkeyKeyCode.toUtf8() + "=" + row.keyCode + "\n");
+                }
+                if (row.modifiers != "-") {
+                    file.write(SettingsKey::hotkeyModifiers.toUtf8() + "=" + row.modifiers + "\n");
+                }
             }
-            if (modifiers != "-") {
-                file.write(SettingsKey::hotkeyModifiers.toUtf8() + "=" + modifiers + "\n");
+            auto defaults = reopened();
+            if (row.registered) {
+                registerShortcutDefaults(*defaults);
             }
+            const StoredShortcut stored = readStoredShortcut(*defaults);
+            QVERIFY2(stored.shortcut ==
+                             (Shortcut{quint16(row.expectedKey), quint64(row.expectedModifiers)}) &&
+                         stored.fellBack == row.fellBack,
+                     row.keyCode + " " + row.modifiers);
+            // The menu names what is registered.
+            QCOMPARE(menuShortcut(*defaults), stored.shortcut);
         }
-        auto defaults = reopened();
-        if (registered) {
-            registerShortcutDefaults(*defaults);
-        }
-        const StoredShortcut stored = readStoredShortcut(*defaults);
-        QCOMPARE(stored.shortcut.keyCode, expectedKey);
-        QCOMPARE(stored.shortcut.modifiers, quint64(expectedModifiers));
-        QCOMPARE(stored.fellBack, fellBack);
-        // The menu names what is registered.
-        QCOMPARE(menuShortcut(*defaults), stored.shortcut);
     }
 
     void uploadConfigurationKeepsStoredEmptyStrings()
@@ -194,103 +181,75 @@ private Q_SLOTS:
         QVERIFY(!keychain.loadCredential(CredentialKey::secretAccessKey));
     }
 
-    void shortcutLabels_data()
+    void shortcutLabelsAndMatching()
     {
-        QTest::addColumn<int>("keyCode");
-        QTest::addColumn<qint64>("modifiers");
-        QTest::addColumn<QString>("compact");
-        QTest::addColumn<QString>("spelledOut");
-        QTest::newRow("default") << 5 << qint64(0x100000) << QStringLiteral("\u2318G")
-                                 << QStringLiteral("Ctrl+G");
-        QTest::newRow("shift-command-5")
-            << 23 << qint64(0x120000) << QStringLiteral("\u21E7\u23185") << QStringLiteral("Shift+Ctrl+5");
-        QTest::newRow("control-command-space")
-            << 49 << qint64(0x140000) << QStringLiteral("\u2303\u2318Space")
-            << QStringLiteral("Meta+Ctrl+Space");
-        QTest::newRow("control-space")
-            << 49 << qint64(0x40000) << QStringLiteral("\u2303Space") << QStringLiteral("Meta+Space");
-        QTest::newRow("fixed order") << 1 << qint64(0x1E0000) << QStringLiteral("\u2303\u2325\u21E7\u2318S")
-                                     << QStringLiteral("Meta+Alt+Shift+Ctrl+S");
-        QTest::newRow("no modifiers") << 0 << qint64(0) << QStringLiteral("A") << QStringLiteral("A");
-        QTest::newRow("caps lock ignored")
-            << 5 << qint64(0x110000) << QStringLiteral("\u2318G") << QStringLiteral("Ctrl+G");
-        QTest::newRow("main return unnamed")
-            << 36 << qint64(0x100000) << QStringLiteral("\u2318?") << QStringLiteral("Ctrl+Return");
-        QTest::newRow("escape") << 53 << qint64(0x80000) << QStringLiteral("\u2325\u238B")
-                                << QStringLiteral("Alt+Esc");
-        QTest::newRow("keypad enter")
-            << 76 << qint64(0x100000) << QStringLiteral("\u2318\u21A9") << QStringLiteral("Ctrl+Enter");
-        QTest::newRow("F13") << 105 << qint64(0x20000) << QStringLiteral("\u21E7F13")
-                             << QStringLiteral("Shift+F13");
-        QTest::newRow("unknown") << 10 << qint64(0x100000) << QStringLiteral("\u2318?")
-                                 << QStringLiteral("Ctrl+?");
-    }
-    void shortcutLabels()
-    {
-        QFETCH(int, keyCode);
-        QFETCH(qint64, modifiers);
-        QFETCH(QString, compact);
-        QFETCH(QString, spelledOut);
-        QCOMPARE(shortcutLabel(quint16(keyCode), quint64(modifiers)), compact);
-        QCOMPARE(nativeShortcutLabel(quint16(keyCode), quint64(modifiers)), spelledOut);
+        const struct
+        {
+            quint16 keyCode;
+            quint64 modifiers;
+            const char* compact;
+            const char* spelledOut;
+        } labels[] = {
+            {5, 0x100000, "\u2318G", "Ctrl+G"},
+            {23, 0x120000, "\u21E7\u23185", "Shift+Ctrl+5"},
+            {49, 0x140000, "\u2303\u2318Space", "Meta+Ctrl+Space"},
+            {49, 0x40000, "\u2303Space", "Meta+Space"},
+            {1, 0x1E0000, "\u2303\u2325\u21E7\u2318S", "Meta+Alt+Shift+Ctrl+S"}, // in a fixed order
+            {0, 0, "A", "A"},
+            {5, 0x110000, "\u2318G", "Ctrl+G"}, // caps lock left out
+            {36, 0x100000, "\u2318?", "Ctrl+Return"},
+            {53, 0x80000, "\u2325\u238B", "Alt+Esc"},
+            {76, 0x100000, "\u2318\u21A9", "Ctrl+Enter"},
+            {105, 0x20000, "\u21E7F13", "Shift+F13"},
+            {10, 0x100000, "\u2318?", "Ctrl+?"}, // unknown
+        };
+        for (const auto& row : labels) {
+            QCOMPARE(shortcutLabel(row.keyCode, row.modifiers), QString::fromUtf8(row.compact));
+            QCOMPARE(nativeShortcutLabel(row.keyCode, row.modifiers), QString::fromUtf8(row.spelledOut));
+        }
+
+        // A key event against the registered command-G (0x100000).
+        const auto down = KeyEventType::keyDown;
+        const struct
+        {
+            KeyEventType type;
+            quint16 keyCode;
+            quint64 flags;
+            quint64 registered;
+            bool matches;
+        } events[] = {
+            {down, 5, 0x100000, 0x100000, true},  {down, 5, 0x110000, 0x100000, true}, // with caps lock
+            {down, 5, 0x200105, 0x100000, false},                                      // keypad and low bits
+            {down, 5, 0x300000, 0x100000, true}, // the keypad bit alone is ignored
+            {down, 5, 0x120000, 0x100000, false}, {down, 5, 0, 0x100000, false},
+            {down, 4, 0x100000, 0x100000, false}, {KeyEventType::keyUp, 5, 0x100000, 0x100000, false},
+            {down, 5, 0x110000, 0x110000, false}, // a registered stray bit never matches
+        };
+        for (const auto& row : events) {
+            QVERIFY2(matchesHotkey(row.type, row.keyCode, row.flags, Shortcut{5, row.registered}) ==
+                         row.matches,
+                     qPrintable(QString::number(row.flags, 16)));
+        }
     }
 
-    void hotkeyMatching_data()
-    {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("keyCode");
-        QTest::addColumn<qint64>("flags");
-        QTest::addColumn<qint64>("registered");
-        QTest::addColumn<bool>("matches");
-        const int down = int(KeyEventType::keyDown);
-        QTest::newRow("command-G") << down << 5 << qint64(0x100000) << qint64(0x100000) << true;
-        QTest::newRow("with caps lock") << down << 5 << qint64(0x110000) << qint64(0x100000) << true;
-        QTest::newRow("with keypad and low bits")
-            << down << 5 << qint64(0x200105) << qint64(0x100000) << false;
-        QTest::newRow("keypad bit ignored") << down << 5 << qint64(0x300000) << qint64(0x100000) << true;
-        QTest::newRow("extra shift") << down << 5 << qint64(0x120000) << qint64(0x100000) << false;
-        QTest::newRow("G alone") << down << 5 << qint64(0) << qint64(0x100000) << false;
-        QTest::newRow("other key") << down << 4 << qint64(0x100000) << qint64(0x100000) << false;
-        QTest::newRow("release") << int(KeyEventType::keyUp) << 5 << qint64(0x100000) << qint64(0x100000)
-                                 << false;
-        QTest::newRow("registered stray bit never matches")
-            << down << 5 << qint64(0x110000) << qint64(0x110000) << false;
-    }
-    void hotkeyMatching()
-    {
-        QFETCH(int, type);
-        QFETCH(int, keyCode);
-        QFETCH(qint64, flags);
-        QFETCH(qint64, registered);
-        QFETCH(bool, matches);
-        QCOMPARE(matchesHotkey(KeyEventType(type), quint16(keyCode), quint64(flags),
-                               Shortcut{5, quint64(registered)}),
-                 matches);
-    }
-
-    void coordinateConversions_data()
-    {
-        QTest::addColumn<QRectF>("primary");
-        QTest::addColumn<QRectF>("yUp");
-        QTest::addColumn<QRectF>("qt");
-        const QRectF primary(0, 0, 1920, 1080);
-        QTest::newRow("on the primary")
-            << primary << QRectF(100, 200, 300, 150) << QRectF(100, 730, 300, 150);
-        QTest::newRow("display to the left")
-            << primary << QRectF(-1920, 0, 1920, 1080) << QRectF(-1920, 0, 1920, 1080);
-        QTest::newRow("display above") << primary << QRectF(0, 1080, 800, 600) << QRectF(0, -600, 800, 600);
-        QTest::newRow("primary not at the origin")
-            << QRectF(1440, 0, 1920, 1080) << QRectF(0, 0, 10, 10) << QRectF(1440, 1070, 10, 10);
-    }
     void coordinateConversions()
     {
-        QFETCH(QRectF, primary);
-        QFETCH(QRectF, yUp);
-        QFETCH(QRectF, qt);
-        QCOMPARE(toQtRect(yUp, primary), qt);
-        QCOMPARE(fromQtRect(qt, primary), yUp);
-        QCOMPARE(toQtPoint(yUp.topLeft(), primary), QPointF(qt.x(), qt.y() + qt.height()));
-        QCOMPARE(fromQtPoint(qt.topLeft(), primary), QPointF(yUp.x(), yUp.y() + yUp.height()));
+        const QRectF atOrigin(0, 0, 1920, 1080);
+        const struct
+        {
+            QRectF primary, yUp, qt;
+        } rows[] = {
+            {atOrigin, {100, 200, 300, 150}, {100, 730, 300, 150}},
+            {atOrigin, {-1920, 0, 1920, 1080}, {-1920, 0, 1920, 1080}},    // a display to the left
+            {atOrigin, {0, 1080, 800, 600}, {0, -600, 800, 600}},          // a display above
+            {{1440, 0, 1920, 1080}, {0, 0, 10, 10}, {1440, 1070, 10, 10}}, // primary not at the origin
+        };
+        for (const auto& [primary, yUp, qt] : rows) {
+            QCOMPARE(toQtRect(yUp, primary), qt);
+            QCOMPARE(fromQtRect(qt, primary), yUp);
+            QCOMPARE(toQtPoint(yUp.topLeft(), primary), QPointF(qt.x(), qt.y() + qt.height()));
+            QCOMPARE(fromQtPoint(qt.topLeft(), primary), QPointF(yUp.x(), yUp.y() + yUp.height()));
+        }
     }
 };
 
