@@ -254,8 +254,11 @@ void PreviewPanelController::showFeedback(const QString& message)
     if (!m_panel) {
         return;
     }
-    auto* window = new FeedbackMessageWindow(message, m_services.compositing());
-    window->showCentredOn(m_panel->frameGeometry().center());
+    if (m_feedback) {
+        m_feedback->close(); // two messages at one spot would be drawn over each other
+    }
+    m_feedback = new FeedbackMessageWindow(message, m_services.compositing());
+    m_feedback->showCentredOn(m_panel->frameGeometry().center());
 }
 
 } // namespace vantalo

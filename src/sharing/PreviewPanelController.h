@@ -82,6 +82,7 @@ private:
 
     PreviewPanelServices m_services;
     QPointer<PreviewPanelView> m_panel;
+    QPointer<FeedbackMessageWindow> m_feedback; // the message on show, replaced by the next one
     std::optional<Scheduler::TaskId> m_autoDismissTimer;
     std::shared_ptr<PreviewPanelState> m_panelState;
     ClipboardManager m_clipboardManager;
