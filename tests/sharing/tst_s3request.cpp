@@ -59,53 +59,50 @@ class TestS3Request : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void signaturesMatchAnIndependentSigner_data()
-    {
-        QTest::addColumn<QString>("endpoint");
-        QTest::addColumn<QString>("filename");
-        QTest::addColumn<QByteArray>("data");
-        QTest::addColumn<QString>("url");
-        QTest::newRow("virtual-hosted")
-            << QString() << QStringLiteral("vantalo_6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D.gif")
-            << QByteArray("GIF89a data")
-            << QStringLiteral("https://vantalo-test.s3.eu-west-3.amazonaws.com/gifs/"
-                              "vantalo_6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D.gif");
-        QTest::newRow("empty data") << QString() << QStringLiteral("a.gif") << QByteArray()
-                                    << QStringLiteral(
-                                           "https://vantalo-test.s3.eu-west-3.amazonaws.com/gifs/a.gif");
-        QTest::newRow("a name to encode")
-            << QString() << QStringLiteral("my gif+1 \u00e9t\u00e9.gif") << QByteArray("x")
-            << QStringLiteral(
-                   "https://vantalo-test.s3.eu-west-3.amazonaws.com/gifs/my%20gif%2B1%20%C3%A9t%C3%A9.gif");
-        QTest::newRow("path-style on loopback")
-            << QStringLiteral("http://127.0.0.1:9000") << QStringLiteral("b.gif") << QByteArray("GIF")
-            << QStringLiteral("http://127.0.0.1:9000/vantalo-test/gifs/b.gif");
-        QTest::newRow("path-style https")
-            << QStringLiteral("https://storage.example.net/") << QStringLiteral("c.gif") << QByteArray("GIF")
-            << QStringLiteral("https://storage.example.net/vantalo-test/gifs/c.gif");
-    }
     void signaturesMatchAnIndependentSigner()
     {
-        QFETCH(QString, endpoint);
-        QFETCH(QString, filename);
-        QFETCH(QByteArray, data);
-        QFETCH(QString, url);
+        const QString host = QStringLiteral("https://vantalo-test.s3.eu-west-3.amazonaws.com/gifs/");
+        const struct
+        {
+            QString endpoint, filename;
+            QByteArray data;
+            QString url;
+        } rows[] = {
+            {{},
+             QStringLiteral("vantalo_6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D.gif"),
+             "GIF89a data",
+             host + QStringLiteral("vantalo_6B1F0C2A-9D4E-4A7B-8C3D-2E5F7A9B1C0D.gif")},
+            {{}, QStringLiteral("a.gif"), {}, host + QStringLiteral("a.gif")},
+            {{},
+             QStringLiteral("my gif+1 \u00e9t\u00e9.gif"),
+             "x",
+             host + QStringLiteral("my%20gif%2B1%20%C3%A9t%C3%A9.gif")},
+            // Path-style where an endpoint is set.
+            {QStringLiteral("http://127.0.0.1:9000"), QStringLiteral("b.gif"), "GIF",
+             QStringLiteral("http://127.0.0.1:9000/vantalo-test/gifs/b.gif")},
+            {QStringLiteral("https://storage.example.net/"), QStringLiteral("c.gif"), "GIF",
+             QStringLiteral("https://storage.example.net/vantalo-test/gifs/c.gif")},
+        };
         const QDateTime now = QDateTime::fromString(QStringLiteral("2024-05-01T09:30:12Z"), Qt::ISODate);
-        const auto request = buildS3Request(config(), endpoint, filename, data, now);
-        QVERIFY(request);
-        QCOMPARE(QString::fromUtf8(request->url.toEncoded()), url);
-        QCOMPARE(header(*request, "x-amz-date"), QByteArray("20240501T093012Z"));
-        QCOMPARE(request->payloadHash, QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
-        QList<QByteArray> order;
-        for (const auto& entry : request->headers) {
-            order << entry.first;
+        for (const auto& [endpoint, filename, data, url] : rows) {
+            const auto request = buildS3Request(config(), endpoint, filename, data, now);
+            QVERIFY(request);
+            QCOMPARE(QString::fromUtf8(request->url.toEncoded()), url);
+            QCOMPARE(header(*request, "x-amz-date"), QByteArray("20240501T093012Z"));
+            QCOMPARE(request->payloadHash,
+                     QCryptographicHash::hash(data, QCryptographicHash::Sha256).toHex());
+            QList<QByteArray> order;
+            for (const auto& entry : request->headers) {
+                order << entry.first;
+            }
+            QCOMPARE(order, (QList<QByteArray>{"Content-Type", "Host", "x-amz-date", "x-amz-content-sha256",
+                                               "Authorization"}));
+            QCOMPARE(header(*request, "Authorization"), botocore(*request, config(), data));
+            // The link is on the CDN host, with the object key as its path.
+            QCOMPARE(QString::fromUtf8(request->publicUrl.toEncoded()),
+                     QStringLiteral("https://cdn.example.com/gifs/") +
+                         url.section(QStringLiteral("/gifs/"), 1));
         }
-        QCOMPARE(order, (QList<QByteArray>{"Content-Type", "Host", "x-amz-date", "x-amz-content-sha256",
-                                           "Authorization"}));
-        QCOMPARE(header(*request, "Authorization"), botocore(*request, config(), data));
-        // The link is on the CDN host, with the object key as its path.
-        QCOMPARE(QString::fromUtf8(request->publicUrl.toEncoded()),
-                 QStringLiteral("https://cdn.example.com/gifs/") + url.section(QStringLiteral("/gifs/"), 1));
     }
 
     void theDateIsTakenInUtc()

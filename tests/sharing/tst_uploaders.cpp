@@ -132,57 +132,44 @@ private Q_SLOTS:
         QCOMPARE(errorOf(await(wrong, data)), QStringLiteral("Upload failed: HTTP 403"));
     }
 
-    void s3StatusDecidesTheOutcome_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<QString>("error");
-        QTest::newRow("299") << 299 << QString();
-        QTest::newRow("199") << 199 << QStringLiteral("Upload failed: HTTP 199");
-        QTest::newRow("300") << 300 << QStringLiteral("Upload failed: HTTP 300");
-    }
     void s3StatusDecidesTheOutcome()
     {
-        QFETCH(int, status);
-        QFETCH(QString, error);
-        HttpFixture server;
-        server.handler = [status](const HttpFixture::Request&) { return HttpFixture::Response{status, {}}; };
-        CloudUploader uploader(s3Config(server.url()));
-        const Awaited awaited = await(uploader, "GIF89a");
-        QCOMPARE(awaited.outcome.has_value(), error.isEmpty());
-        if (!error.isEmpty()) {
-            QCOMPARE(errorOf(awaited), error);
+        for (const auto& [status, error] :
+             {std::pair(299, QString()), std::pair(199, QStringLiteral("Upload failed: HTTP 199")),
+              std::pair(300, QStringLiteral("Upload failed: HTTP 300"))}) {
+            HttpFixture server;
+            server.handler = [status](const HttpFixture::Request&) {
+                return HttpFixture::Response{status, {}};
+            };
+            CloudUploader uploader(s3Config(server.url()));
+            const Awaited awaited = await(uploader, "GIF89a");
+            QCOMPARE(awaited.outcome ? QString() : errorOf(awaited), error);
+            QCOMPARE(server.requests.size(), 1);
+            QCOMPARE(server.requests.first().target, QByteArray("/vantalo-test/gifs/clip.gif"));
         }
-        QCOMPARE(server.requests.size(), 1);
-        QCOMPARE(server.requests.first().target, QByteArray("/vantalo-test/gifs/clip.gif"));
-    }
 
-    void hostedEndpointComesFromTheFirstSourceThatHasOne_data()
-    {
+        // The hosted service's address: the first source that has one.
         using Text = std::optional<QString>;
-        QTest::addColumn<Text>("explicitEndpoint");
-        QTest::addColumn<Text>("buildTime");
-        QTest::addColumn<Text>("environment");
-        QTest::addColumn<QString>("expected");
         const Text none;
         const Text a = QStringLiteral("https://a.example/init");
         const Text b = QStringLiteral("https://b.example/init");
-        QTest::newRow("build time wins") << none << a << b << *a;
-        QTest::newRow("environment") << none << none << b << *b;
-        QTest::newRow("explicit") << b << a << none << *b;
-        QTest::newRow("empty build time stops the search") << none << Text(QString()) << b << QString();
-        QTest::newRow("neither") << none << none << none << QString();
-        QTest::newRow("unparsable") << none << Text(QStringLiteral("http://[::1")) << none << QString();
-    }
-    void hostedEndpointComesFromTheFirstSourceThatHasOne()
-    {
-        using Text = std::optional<QString>;
-        QFETCH(Text, explicitEndpoint);
-        QFETCH(Text, buildTime);
-        QFETCH(Text, environment);
-        QFETCH(QString, expected);
-        const std::optional<QUrl> endpoint =
-            HostedUploader::resolveEndpoint(explicitEndpoint, buildTime, environment);
-        QCOMPARE(endpoint ? endpoint->toString() : QString(), expected);
+        const struct
+        {
+            Text explicitEndpoint, buildTime, environment;
+            QString expected;
+        } endpoints[] = {
+            {none, a, b, *a},
+            {none, none, b, *b},
+            {b, a, none, *b},
+            {none, Text(QString()), b, QString()}, // an empty one at build time stops the search
+            {none, none, none, QString()},
+            {none, Text(QStringLiteral("http://[::1")), none, QString()},
+        };
+        for (const auto& row : endpoints) {
+            const auto endpoint =
+                HostedUploader::resolveEndpoint(row.explicitEndpoint, row.buildTime, row.environment);
+            QCOMPARE(endpoint ? endpoint->toString() : QString(), row.expected);
+        }
     }
 
     void hostedUploadAsksThenPuts()
@@ -217,63 +204,55 @@ private Q_SLOTS:
         QCOMPARE(put.body, data);
     }
 
-    void hostedFailuresSayWhatWentWrong_data()
-    {
-        QTest::addColumn<int>("initStatus");
-        QTest::addColumn<QByteArray>("initBody");
-        QTest::addColumn<int>("putStatus"); // 0: no PUT may be made
-        QTest::addColumn<QString>("error");
-        const QByteArray good = "{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"https://cdn.example.com/a.gif\"}";
-        QTest::newRow("201 is not 200")
-            << 201 << good << 0 << QStringLiteral("Upload failed: Server returned HTTP 201");
-        QTest::newRow("403 with a reason") << 403 << QByteArray("{\"error\":\"Daily limit reached\"}") << 0
-                                           << QStringLiteral("Upload failed: Daily limit reached");
-        QTest::newRow("403 without") << 403 << QByteArray() << 0
-                                     << QStringLiteral("Upload failed: Server returned HTTP 403");
-        QTest::newRow("empty upload URL")
-            << 200 << QByteArray("{\"upload_url\":\"\",\"cdn_url\":\"https://c/a.gif\"}") << 0
-            << QStringLiteral("Upload failed: Server returned an invalid upload URL");
-        QTest::newRow("file: upload URL")
-            << 200
-            << QByteArray("{\"upload_url\":\"file:///tmp/vantalo-pwned\",\"cdn_url\":\"https://c/a.gif\"}")
-            << 0 << QStringLiteral("Upload failed: Server returned an invalid upload URL");
-        QTest::newRow("ftp: CDN URL")
-            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"ftp://c/a.gif\"}") << 0
-            << QStringLiteral("Upload failed: Server returned an invalid CDN URL");
-        QTest::newRow("unparsable CDN URL")
-            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"http://[::1\"}") << 0
-            << QStringLiteral("Upload failed: Server returned an invalid CDN URL");
-        QTest::newRow("empty CDN URL")
-            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"\"}") << 0
-            << QStringLiteral("Upload failed: Server returned an invalid CDN URL");
-        QTest::newRow("PUT refused") << 200 << good << 403
-                                     << QStringLiteral("Upload failed: S3 upload failed with HTTP 403");
-        QTest::newRow("not JSON") << 200 << QByteArray("<html>") << 0 << QStringLiteral("*not valid JSON*");
-        QTest::newRow("member missing")
-            << 200 << QByteArray("{\"upload_url\":\"UPLOAD\"}") << 0 << QStringLiteral("*\"cdn_url\"*");
-    }
     void hostedFailuresSayWhatWentWrong()
     {
-        QFETCH(int, initStatus);
-        QFETCH(QByteArray, initBody);
-        QFETCH(int, putStatus);
-        QFETCH(QString, error);
-        HttpFixture service;
-        HttpFixture storage;
-        initBody.replace("UPLOAD", storage.url(QStringLiteral("/put")).toUtf8());
-        service.handler = [&](const HttpFixture::Request&) {
-            return HttpFixture::Response{initStatus, initBody};
+        const QByteArray good = "{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"https://cdn.example.com/a.gif\"}";
+        const struct
+        {
+            int initStatus;
+            QByteArray initBody;
+            int putStatus; // 0: no PUT may be made
+            QString error; // *…*: a part of it
+        } rows[] = {
+            {201, good, 0, QStringLiteral("Upload failed: Server returned HTTP 201")},
+            {403, "{\"error\":\"Daily limit reached\"}", 0,
+             QStringLiteral("Upload failed: Daily limit reached")},
+            {403, {}, 0, QStringLiteral("Upload failed: Server returned HTTP 403")},
+            {200, "{\"upload_url\":\"\",\"cdn_url\":\"https://c/a.gif\"}", 0,
+             QStringLiteral("Upload failed: Server returned an invalid upload URL")},
+            {200, "{\"upload_url\":\"file:///tmp/vantalo-pwned\",\"cdn_url\":\"https://c/a.gif\"}", 0,
+             QStringLiteral("Upload failed: Server returned an invalid upload URL")},
+            {200, "{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"ftp://c/a.gif\"}", 0,
+             QStringLiteral("Upload failed: Server returned an invalid CDN URL")},
+            {200, "{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"http://[::1\"}", 0,
+             QStringLiteral("Upload failed: Server returned an invalid CDN URL")},
+            {200, "{\"upload_url\":\"UPLOAD\",\"cdn_url\":\"\"}", 0,
+             QStringLiteral("Upload failed: Server returned an invalid CDN URL")},
+            {200, good, 403, QStringLiteral("Upload failed: S3 upload failed with HTTP 403")},
+            {200, "<html>", 0, QStringLiteral("*not valid JSON*")},
+            {200, "{\"upload_url\":\"UPLOAD\"}", 0, QStringLiteral("*\"cdn_url\"*")},
         };
-        storage.handler = [&](const HttpFixture::Request&) { return HttpFixture::Response{putStatus, {}}; };
-        HostedUploader uploader(QUrl(service.url()));
-        const QString got = errorOf(await(uploader, "GIF89a"));
-        if (error.startsWith('*')) {
-            QVERIFY2(got.contains(error.mid(1, error.size() - 2)), qPrintable(got));
-        } else {
-            QCOMPARE(got, error);
+        for (const auto& row : rows) {
+            HttpFixture service;
+            HttpFixture storage;
+            const QByteArray body =
+                QByteArray(row.initBody).replace("UPLOAD", storage.url(QStringLiteral("/put")).toUtf8());
+            service.handler = [&](const HttpFixture::Request&) {
+                return HttpFixture::Response{row.initStatus, body};
+            };
+            storage.handler = [&](const HttpFixture::Request&) {
+                return HttpFixture::Response{row.putStatus, {}};
+            };
+            HostedUploader uploader(QUrl(service.url()));
+            const QString got = errorOf(await(uploader, "GIF89a"));
+            if (row.error.startsWith('*')) {
+                QVERIFY2(got.contains(row.error.mid(1, row.error.size() - 2)), qPrintable(got));
+            } else {
+                QCOMPARE(got, row.error);
+            }
+            QCOMPARE(storage.requests.size(), row.putStatus == 0 ? 0 : 1);
+            QVERIFY(!QFile::exists(QStringLiteral("/tmp/vantalo-pwned")));
         }
-        QCOMPARE(storage.requests.size(), putStatus == 0 ? 0 : 1);
-        QVERIFY(!QFile::exists(QStringLiteral("/tmp/vantalo-pwned")));
     }
 
     void hostedStallsEndAtEachTimeout()
