@@ -142,21 +142,8 @@ private Q_SLOTS:
 
     // The test source is 640 x 480 of colour bars, in BGRx: a cut is exactly those pixels as
     // GStreamer draws them, also where the buffer has two pixels a point.
-    void framesComeCutToTheRegion_data()
-    {
-        QTest::addColumn<QRectF>("region");
-        QTest::addColumn<QSize>("logical");
-        QTest::addColumn<QRect>("inBuffer"); // of the 640 x 480 bars
-        QTest::newRow("one pixel a point")
-            << QRectF(10, 300, 100, 50) << QSize(640, 480) << QRect(10, 300, 100, 50);
-        QTest::newRow("two pixels a point")
-            << QRectF(10, 150, 100, 50) << QSize(320, 240) << QRect(20, 300, 200, 100);
-    }
     void framesComeCutToTheRegion()
     {
-        QFETCH(QRectF, region);
-        QFETCH(QSize, logical);
-        QFETCH(QRect, inBuffer);
         QFile raw(qEnvironmentVariable("VANTALO_TEST_SOURCE_PICTURE"));
         QVERIFY(raw.open(QIODevice::ReadOnly));
         const QByteArray bytes = raw.readAll();
@@ -166,7 +153,8 @@ private Q_SLOTS:
             const auto* p = reinterpret_cast<const uchar*>(bytes.constData()) + 4 * i;
             bars.setPixel(i % 640, i / 640, qRgb(p[2], p[1], p[0]));
         }
-        QCOMPARE(sharedPicture(region, logical), bars.copy(inBuffer));
+        QCOMPARE(sharedPicture(QRectF(10, 300, 100, 50), QSize(640, 480)), bars.copy(10, 300, 100, 50));
+        QCOMPARE(sharedPicture(QRectF(10, 150, 100, 50), QSize(320, 240)), bars.copy(20, 300, 200, 100));
     }
 
     // The recorder on the portal: its own 15 fps clock whatever the source sends (30 fps, or a
@@ -251,32 +239,6 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT((*stream)->failure().has_value(), 10000);
     }
 
-    void everyNoHasItsLine_data()
-    {
-        QTest::addColumn<QByteArray>("mode");
-        QTest::addColumn<QString>("line");
-        QTest::newRow("the user cancels")
-            << QByteArray("cancel") << QStringLiteral("Screen capture was not allowed");
-        QTest::newRow("the desktop fails")
-            << QByteArray("error") << QStringLiteral("the screen-cast portal failed at Start");
-        QTest::newRow("no answer") << QByteArray("hang")
-                                   << QStringLiteral("the screen-cast portal did not answer Start");
-    }
-    void everyNoHasItsLine()
-    {
-        QFETCH(QByteArray, mode);
-        QFETCH(QString, line);
-        answerNext(mode);
-        const auto reset = qScopeGuard([] { answerNext("share"); });
-        const qsizetype closed = requests(QStringLiteral("Close")).size();
-        PortalScreenCast portal(QDBusConnection::sessionBus(), {2s, 2s});
-        const auto grant = portal.start(QString());
-        QVERIFY(!grant);
-        QCOMPARE(grant.error().description, line);
-        // The session asked for is closed again.
-        QTRY_VERIFY(requests(QStringLiteral("Close")).size() > closed);
-    }
-
     // The shortcut portal: the shortcut proposed in CreateSession is what a Plasma-like desktop
     // registers, so nothing is bound twice; a desktop that binds only on request gets
     // BindShortcuts; each press reaches the handler of the session in force, and only that.
@@ -314,35 +276,45 @@ private Q_SLOTS:
         QVERIFY(printed.isEmpty());
     }
 
-    void aShortcutTheDesktopRefuses_data()
+    // Every way the desktop says no, to a screen cast and to a shortcut, has its line; the
+    // session asked for is closed again.
+    void everyNoHasItsLine()
     {
-        QTest::addColumn<QByteArray>("mode");
-        QTest::addColumn<QString>("line");
-        QTest::newRow("the user cancels")
-            << QByteArray("cancel") << QStringLiteral("the desktop did not allow a global shortcut");
-        QTest::newRow("the desktop fails")
-            << QByteArray("error") << QStringLiteral("the shortcut portal failed at BindShortcuts");
-        QTest::newRow("no answer") << QByteArray("hang")
-                                   << QStringLiteral("the shortcut portal did not answer BindShortcuts");
-    }
-    void aShortcutTheDesktopRefuses()
-    {
-        QFETCH(QByteArray, mode);
-        QFETCH(QString, line);
-        if (!hasShortcutPortal()) {
-            QSKIP("the desktop of this run offers no shortcut portal");
-        }
-        answerNext(mode);
+        const struct
+        {
+            QByteArray mode;
+            QString screenCast, shortcut;
+        } rows[] = {
+            {"cancel", QStringLiteral("Screen capture was not allowed"),
+             QStringLiteral("the desktop did not allow a global shortcut")},
+            {"error", QStringLiteral("the screen-cast portal failed at Start"),
+             QStringLiteral("the shortcut portal failed at BindShortcuts")},
+            {"hang", QStringLiteral("the screen-cast portal did not answer Start"),
+             QStringLiteral("the shortcut portal did not answer BindShortcuts")},
+        };
         const auto reset = qScopeGuard([] { answerNext("share"); });
-        QStringList printed;
-        int refusals = 0;
-        PortalShortcut shortcut([&printed](const QString& text) { printed << text; },
-                                QDBusConnection::sessionBus(), {2s, 2s});
-        shortcut.onPermissionDenied = [&refusals] { ++refusals; };
-        shortcut.registerHotkey(Shortcut{}, [] {});
-        QTRY_COMPARE_WITH_TIMEOUT(refusals, 1, 5000);
-        QCOMPARE(printed, QStringList{QStringLiteral("Failed to register global shortcut — ") + line});
-        QCOMPARE(shortcut.desktopTrigger(), std::optional(QString())); // the menu names the command
+        for (const auto& row : rows) {
+            answerNext(row.mode);
+            const qsizetype closed = requests(QStringLiteral("Close")).size();
+            PortalScreenCast portal(QDBusConnection::sessionBus(), {2s, 2s});
+            const auto grant = portal.start(QString());
+            QVERIFY(!grant);
+            QCOMPARE(grant.error().description, row.screenCast);
+            QTRY_VERIFY(requests(QStringLiteral("Close")).size() > closed);
+            if (!hasShortcutPortal()) {
+                continue;
+            }
+            QStringList printed;
+            int refusals = 0;
+            PortalShortcut shortcut([&printed](const QString& text) { printed << text; },
+                                    QDBusConnection::sessionBus(), {2s, 2s});
+            shortcut.onPermissionDenied = [&refusals] { ++refusals; };
+            shortcut.registerHotkey(Shortcut{}, [] {});
+            QTRY_COMPARE_WITH_TIMEOUT(refusals, 1, 5000);
+            QCOMPARE(printed,
+                     QStringList{QStringLiteral("Failed to register global shortcut — ") + row.shortcut});
+            QCOMPARE(shortcut.desktopTrigger(), std::optional(QString())); // the menu names the command
+        }
     }
 
     // On Plasma itself: the shortcut proposed in CreateSession is registered with KDE's shortcut
