@@ -26,15 +26,8 @@ public:
 protected:
     void keyPressEvent(QKeyEvent* event) override
     {
-        switch (event->key()) {
-        case Qt::Key_Control:
-        case Qt::Key_Shift:
-        case Qt::Key_Alt:
-        case Qt::Key_Meta:
-        case Qt::Key_CapsLock:
-        case Qt::Key_NumLock:
-            return; // the modifiers' own presses
-        default:
+        // Not the modifiers' and locks' own presses (Shift to Scroll Lock).
+        if (event->key() < Qt::Key_Shift || event->key() > Qt::Key_ScrollLock) {
             keys << QKeySequence(event->modifiers() | event->key()).toString();
         }
     }
@@ -123,21 +116,11 @@ private Q_SLOTS:
         press(QStringLiteral("Caps_Lock"));
         QTRY_VERIFY(!lockIsOn("Caps Lock"));
 
-        // None of them reached the window in front.
-        QTest::qWait(100);
-        QVERIFY2(!m_window->keys.contains(QStringLiteral("Ctrl+G")), qPrintable(m_window->keys.join(',')));
-    }
-
-    void otherKeysPassThrough()
-    {
-        auto manager = makeManager();
-        int presses = 0;
-        manager->registerHotkey(Shortcut{5, 0x100000}, [&presses] { ++presses; });
+        // None of them reached the window in front; other keys do, and are not taken.
         press(QStringLiteral("ctrl+shift+g"));
         press(QStringLiteral("g"));
-        QTRY_COMPARE(m_window->keys.size(), 2);
-        QCOMPARE(m_window->keys, (QStringList{QStringLiteral("Ctrl+Shift+G"), QStringLiteral("G")}));
-        QCOMPARE(presses, 0);
+        QTRY_COMPARE(m_window->keys, (QStringList{QStringLiteral("Ctrl+Shift+G"), QStringLiteral("G")}));
+        QCOMPARE(presses, 3);
     }
 
     void registeringAgainSwitchesKeys()
