@@ -192,15 +192,12 @@ private Q_SLOTS:
         } labels[] = {
             {5, 0x100000, "\u2318G", "Ctrl+G"},
             {23, 0x120000, "\u21E7\u23185", "Shift+Ctrl+5"},
-            {49, 0x140000, "\u2303\u2318Space", "Meta+Ctrl+Space"},
             {49, 0x40000, "\u2303Space", "Meta+Space"},
             {1, 0x1E0000, "\u2303\u2325\u21E7\u2318S", "Meta+Alt+Shift+Ctrl+S"}, // in a fixed order
             {0, 0, "A", "A"},
             {5, 0x110000, "\u2318G", "Ctrl+G"}, // caps lock left out
             {36, 0x100000, "\u2318?", "Ctrl+Return"},
-            {53, 0x80000, "\u2325\u238B", "Alt+Esc"},
             {76, 0x100000, "\u2318\u21A9", "Ctrl+Enter"},
-            {105, 0x20000, "\u21E7F13", "Shift+F13"},
             {10, 0x100000, "\u2318?", "Ctrl+?"}, // unknown
         };
         for (const auto& row : labels) {
