@@ -122,7 +122,7 @@ private Q_SLOTS:
 
     // No keyring reads as absent and saves false, with one line: at once where there is no
     // Secret Service, at the time limit of each of the three jobs (read, delete, add) where it
-    // never answers.
+    // never answers (that service is stopped once the probe is done, so the session ends).
     void noKeyringAnswers()
     {
         const QString hang = QStringLiteral(QT_TESTCASE_SOURCEDIR "/settings/hang_secret_service.py");
@@ -134,7 +134,8 @@ private Q_SLOTS:
             {QStringLiteral("DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus exec"),
              QStringLiteral("line=Keyring unavailable ("), 0, 1500},
             {QStringLiteral(
-                 "exec dbus-run-session -- bash -c '/usr/bin/python3 %1 | (read ready; exec \"$0\")' ")
+                 "exec dbus-run-session -- bash -c 'exec 3< <(/usr/bin/python3 %1); read ready <&3; \"$0\"; "
+                 "kill $!' ")
                  .arg(hang),
              QStringLiteral("no answer within 1.5 s"), 4000, 10000},
         };
