@@ -13,7 +13,6 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QProcess>
 #include <QTest>
 #include <QUuid>
 
@@ -219,24 +218,6 @@ private Q_SLOTS:
         } else {
             QVERIFY2(stats.sourceFrames >= 50, qPrintable(QString::number(stats.sourceFrames)));
         }
-    }
-
-    // After the other streams, as it takes the source away: a share that ends (the user stops it, the monitor
-    // goes) ends the stream with a reason.
-    void theShareEndingEndsTheStream()
-    {
-        PortalScreenCast portal;
-        const auto grant = portal.start(QString());
-        QVERIFY(grant);
-        const auto fd = portal.openPipeWireRemote(grant->session);
-        QVERIFY(fd);
-        auto stream =
-            PipeWireStream::open(*fd, grant->streams.first().nodeId, QRectF(0, 0, 64, 48), QSize(640, 480));
-        QVERIFY(stream);
-        QTRY_VERIFY_WITH_TIMEOUT((*stream)->latest().has_value(), 10000);
-        QVERIFY(QProcess::execute(QStringLiteral("kill"),
-                                  {qEnvironmentVariable("VANTALO_TEST_SOURCE_PID")}) == 0);
-        QTRY_VERIFY_WITH_TIMEOUT((*stream)->failure().has_value(), 10000);
     }
 
     // The shortcut portal: the shortcut proposed in CreateSession is what a Plasma-like desktop

@@ -49,7 +49,6 @@ print(nodes[0] if nodes else \"\")" | grep . && return
   gst-launch-1.0 -q videotestsrc pattern=smpte num-buffers=1 \
     ! video/x-raw,format=BGRx,width=640,height=480,framerate=30/1 ! filesink location="$s/source.bgrx"
   export VANTALO_TEST_SOURCE_PICTURE="$s/source.bgrx"
-  export VANTALO_TEST_SOURCE_PID=$!
   source vantalo-test-still "pattern=solid-color foreground-color=0xff33cc66" 1/3
   node=$(node_id vantalo-test-screen)
   still=$(node_id vantalo-test-still)
