@@ -3,6 +3,7 @@
 #include <gif_lib.h>
 #include <stb/stb_image.h>
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <memory>
@@ -110,204 +111,58 @@ std::expected<ReadGif, QString> readWithStb(const QByteArray& gif)
 
 namespace {
 
-class StrictReader
+// The decoder adds an entry for every code after the first following a clear, and widens its codes
+// once the next free entry needs another bit, up to 12.
+std::expected<std::vector<quint8>, QString> strictLzw(const QByteArray& data, int minCodeSize,
+                                                      qsizetype pixels)
 {
-public:
-    explicit StrictReader(const QByteArray& gif) : m_gif(gif) {}
-
-    std::expected<ReadGif, QString> read()
-    {
-        if (m_gif.size() < 13 || !m_gif.startsWith("GIF89a")) {
-            return fail(QStringLiteral("not a GIF"));
-        }
-        m_at = 6;
-        const int width = u16();
-        const int height = u16();
-        const quint8 flags = u8();
-        m_at += 2;
-        QList<QRgb> global = colourTable(flags);
-        QImage canvas(width, height, QImage::Format_ARGB32);
-        canvas.fill(0);
-        ReadGif out;
-        int delay = 0;
-        int transparent = -1;
-        int disposal = 0;
-        while (m_error.isEmpty()) {
-            if (m_at >= m_gif.size()) {
-                return fail(QStringLiteral("no trailer"));
-            }
-            const quint8 introducer = u8();
-            if (introducer == 0x3b) {
-                if (m_at != m_gif.size()) {
-                    return fail(QStringLiteral("data after the trailer"));
-                }
-                return out;
-            }
-            if (introducer == 0x21) {
-                const quint8 label = u8();
-                const QByteArray data = subBlocks();
-                if (label == 0xff && data.startsWith("NETSCAPE2.0") && data.size() == 14) {
-                    out.loopCount = quint8(data[12]) | (quint8(data[13]) << 8);
-                } else if (label == 0xf9) {
-                    if (data.size() != 4) {
-                        return fail(QStringLiteral("graphic control extension of %1 bytes").arg(data.size()));
-                    }
-                    disposal = (quint8(data[0]) >> 2) & 7;
-                    transparent = (data[0] & 1) ? quint8(data[3]) : -1;
-                    delay = quint8(data[1]) | (quint8(data[2]) << 8);
-                }
-                continue;
-            }
-            if (introducer != 0x2c) {
-                return fail(QStringLiteral("unknown block 0x%1").arg(introducer, 2, 16, QLatin1Char('0')));
-            }
-            const int left = u16();
-            const int top = u16();
-            const int frameWidth = u16();
-            const QRect rect(left, top, frameWidth, u16());
-            const quint8 imageFlags = u8();
-            if (imageFlags & 0x40) {
-                return fail(QStringLiteral("interlaced frame"));
-            }
-            if (!QRect(0, 0, width, height).contains(rect)) {
-                return fail(QStringLiteral("frame outside the screen"));
-            }
-            const QList<QRgb> local = colourTable(imageFlags);
-            const int minCodeSize = u8();
-            if (minCodeSize < 2 || minCodeSize > 8) {
-                return fail(QStringLiteral("minimum code size %1").arg(minCodeSize));
-            }
-            const auto indices = lzw(subBlocks(), minCodeSize, qsizetype(rect.width()) * rect.height());
-            if (!indices) {
-                return std::unexpected(indices.error());
-            }
-            const QList<QRgb>& palette = (imageFlags & 0x80) ? local : global;
-            for (const quint8 index : *indices) {
-                if (index >= palette.size()) {
-                    return fail(QStringLiteral("index %1 outside the colour table").arg(index));
-                }
-            }
-            if (disposal > 1) {
-                return fail(QStringLiteral("disposal %1, which the writer never uses").arg(disposal));
-            }
-            drawFrame(canvas, rect, indices->data(), palette, transparent);
-            out.frames.append(canvas.copy());
-            out.delays.append(delay);
-            transparent = -1;
-            delay = 0;
-            disposal = 0;
-        }
-        return std::unexpected(m_error);
+    const auto fail = [](const QString& what) { return std::unexpected(what); };
+    const int clear = 1 << minCodeSize;
+    const int end = clear + 1;
+    std::array<int, 4096> prefix{};
+    std::array<quint8, 4096> suffix{};
+    std::array<int, 4096> length{};
+    for (int c = 0; c < clear; ++c) {
+        suffix[size_t(c)] = quint8(c);
+        length[size_t(c)] = 1;
+        prefix[size_t(c)] = -1;
     }
-
-private:
-    std::unexpected<QString> fail(const QString& what)
-    {
-        m_error = QStringLiteral("strict reader: ") + what + QStringLiteral(" at byte %1").arg(m_at);
-        m_at = m_gif.size();
-        return std::unexpected(m_error);
-    }
-    quint8 u8()
-    {
-        if (m_at >= m_gif.size()) {
-            fail(QStringLiteral("file ends early"));
-            return 0;
+    std::vector<quint8> out;
+    out.reserve(size_t(pixels));
+    int size = minCodeSize + 1;
+    int next = end + 1;
+    int previous = -1;
+    qsizetype bit = 0;
+    const auto first = [&](int code) {
+        while (prefix[size_t(code)] >= 0) {
+            code = prefix[size_t(code)];
         }
-        return quint8(m_gif[m_at++]);
-    }
-    int u16()
-    {
-        const int low = u8();
-        return low | (u8() << 8);
-    }
-    QList<QRgb> colourTable(quint8 flags)
-    {
-        QList<QRgb> table;
-        if (flags & 0x80) {
-            for (int i = 0; i < (2 << (flags & 7)); ++i) {
-                const int r = u8();
-                const int g = u8();
-                table.append(qRgb(r, g, u8()));
-            }
+        return suffix[size_t(code)];
+    };
+    for (qsizetype n = 0;; ++n) {
+        if (bit + size > data.size() * 8) {
+            return fail(QStringLiteral("LZW data ends without an end code"));
         }
-        return table;
-    }
-    QByteArray subBlocks()
-    {
-        QByteArray data;
-        for (int length = u8(); length != 0 && m_error.isEmpty(); length = u8()) {
-            if (m_at + length > m_gif.size()) {
-                fail(QStringLiteral("sub-block runs past the end"));
-                break;
-            }
-            data.append(m_gif.constData() + m_at, length);
-            m_at += length;
+        int code = 0;
+        for (int i = 0; i < size; ++i, ++bit) {
+            code |= ((quint8(data[bit / 8]) >> (bit % 8)) & 1) << i;
         }
-        return data;
-    }
-
-    // The decoder adds an entry for every code after the first following a clear, and widens its
-    // codes once the next free entry needs another bit, up to 12.
-    std::expected<std::vector<quint8>, QString> lzw(const QByteArray& data, int minCodeSize, qsizetype pixels)
-    {
-        const int clear = 1 << minCodeSize;
-        const int end = clear + 1;
-        std::array<int, 4096> prefix{};
-        std::array<quint8, 4096> suffix{};
-        std::array<int, 4096> length{};
-        for (int c = 0; c < clear; ++c) {
-            suffix[size_t(c)] = quint8(c);
-            length[size_t(c)] = 1;
-            prefix[size_t(c)] = -1;
+        if (n == 0 && code != clear) {
+            return fail(QStringLiteral("LZW data does not start with a clear code"));
         }
-        std::vector<quint8> out;
-        out.reserve(size_t(pixels));
-        int size = minCodeSize + 1;
-        int next = end + 1;
-        int previous = -1;
-        qsizetype bit = 0;
-        const qsizetype bits = data.size() * 8;
-        const auto first = [&](int code) {
-            while (prefix[size_t(code)] >= 0) {
-                code = prefix[size_t(code)];
-            }
-            return suffix[size_t(code)];
-        };
-        const auto emit = [&](int code) {
-            const size_t at = out.size();
-            out.resize(at + size_t(length[size_t(code)]));
-            for (size_t i = out.size(); i > at; code = prefix[size_t(code)]) {
-                out[--i] = suffix[size_t(code)];
-            }
-        };
-        for (qsizetype n = 0;; ++n) {
-            if (bit + size > bits) {
-                return fail(QStringLiteral("LZW data ends without an end code"));
-            }
-            int code = 0;
-            for (int i = 0; i < size; ++i, ++bit) {
-                code |= ((quint8(data[bit / 8]) >> (bit % 8)) & 1) << i;
-            }
-            if (n == 0 && code != clear) {
-                return fail(QStringLiteral("LZW data does not start with a clear code"));
-            }
-            if (code == clear) {
-                size = minCodeSize + 1;
-                next = end + 1;
-                previous = -1;
-                continue;
-            }
-            if (code == end) {
-                break;
-            }
-            if (previous < 0) {
-                if (code >= clear) {
-                    return fail(QStringLiteral("code %1 right after a clear").arg(code));
-                }
-                emit(code);
-                previous = code;
-                continue;
-            }
+        if (code == clear) {
+            size = minCodeSize + 1;
+            next = end + 1;
+            previous = -1;
+            continue;
+        }
+        if (code == end) {
+            break;
+        }
+        if (previous < 0 && code >= clear) {
+            return fail(QStringLiteral("code %1 right after a clear").arg(code));
+        }
+        if (previous >= 0) {
             if (code > next || (code == next && next == 4096)) {
                 return fail(QStringLiteral("code %1 not yet in the table (next %2, width %3)")
                                 .arg(code)
@@ -319,35 +174,126 @@ private:
                 suffix[size_t(next)] = first(code == next ? previous : code);
                 length[size_t(next)] = length[size_t(previous)] + 1;
                 ++next;
-                if (next == (1 << size) && size < 12) {
-                    ++size;
-                }
+                size += next == (1 << size) && size < 12;
             }
-            if (qsizetype(out.size()) + length[size_t(code)] > pixels) {
-                return fail(QStringLiteral("more pixels than the frame holds"));
-            }
-            emit(code);
-            previous = code;
         }
-        if ((bit + 7) / 8 != data.size()) {
-            return fail(QStringLiteral("%1 bytes after the end code").arg(data.size() - (bit + 7) / 8));
+        if (qsizetype(out.size()) + length[size_t(code)] > pixels) {
+            return fail(QStringLiteral("more pixels than the frame holds"));
         }
-        if (qsizetype(out.size()) != pixels) {
-            return fail(QStringLiteral("%1 pixels for a frame of %2").arg(out.size()).arg(pixels));
+        const size_t at = out.size();
+        out.resize(at + size_t(length[size_t(code)]));
+        for (size_t i = out.size(), c = size_t(code); i > at; c = size_t(prefix[c])) {
+            out[--i] = suffix[c];
         }
-        return out;
+        previous = code;
     }
-
-    const QByteArray& m_gif;
-    qsizetype m_at = 0;
-    QString m_error;
-};
+    if ((bit + 7) / 8 != data.size()) {
+        return fail(QStringLiteral("%1 bytes after the end code").arg(data.size() - (bit + 7) / 8));
+    }
+    if (qsizetype(out.size()) != pixels) {
+        return fail(QStringLiteral("%1 pixels for a frame of %2").arg(out.size()).arg(pixels));
+    }
+    return out;
+}
 
 } // namespace
 
+// giflib walks the blocks; every LZW code, and what the writer promises beyond the format, is
+// checked here.
 std::expected<ReadGif, QString> readStrict(const QByteArray& gif)
 {
-    return StrictReader(gif).read();
+    MemoryInput input{&gif};
+    int error = 0;
+    std::unique_ptr<GifFileType, void (*)(GifFileType*)> file(
+        DGifOpen(&input, readMemory, &error), [](GifFileType* f) { DGifCloseFile(f, nullptr); });
+    const auto fail = [&input](const QString& what) {
+        return std::unexpected(QStringLiteral("strict reader: %1 at byte %2").arg(what).arg(input.at));
+    };
+    if (!file || !gif.startsWith("GIF89a")) {
+        return fail(QStringLiteral("not a GIF"));
+    }
+    const auto giflibFailed = [&] { return fail(QString::fromUtf8(GifErrorString(file->Error))); };
+    // An extension's data or an image's codes: the sub-blocks one after the other.
+    const auto blocks = [&file](GifByteType* block, int (*next)(GifFileType*, GifByteType**)) {
+        std::optional<QByteArray> data(QByteArray{});
+        while (block && data) {
+            data->append(reinterpret_cast<const char*>(block + 1), block[0]);
+            if (next(file.get(), &block) != GIF_OK) {
+                data.reset();
+            }
+        }
+        return data;
+    };
+    ReadGif out;
+    QImage canvas(file->SWidth, file->SHeight, QImage::Format_ARGB32);
+    canvas.fill(0);
+    int delay = 0;
+    int transparent = -1;
+    int disposal = 0;
+    for (GifRecordType type = UNDEFINED_RECORD_TYPE; type != TERMINATE_RECORD_TYPE;) {
+        GifByteType* block = nullptr;
+        int code = 0;
+        if (DGifGetRecordType(file.get(), &type) != GIF_OK) {
+            return giflibFailed();
+        }
+        if (type == EXTENSION_RECORD_TYPE) {
+            const auto read = DGifGetExtension(file.get(), &code, &block) == GIF_OK
+                                  ? blocks(block, DGifGetExtensionNext)
+                                  : std::nullopt;
+            if (!read) {
+                return giflibFailed();
+            }
+            const QByteArray& data = *read;
+            if (code == 0xff && data.startsWith("NETSCAPE2.0") && data.size() == 14) {
+                out.loopCount = quint8(data[12]) | (quint8(data[13]) << 8);
+            } else if (code == 0xf9) {
+                if (data.size() != 4) {
+                    return fail(QStringLiteral("graphic control extension of %1 bytes").arg(data.size()));
+                }
+                disposal = (quint8(data[0]) >> 2) & 7;
+                transparent = (data[0] & 1) ? quint8(data[3]) : -1;
+                delay = quint8(data[1]) | (quint8(data[2]) << 8);
+            }
+        } else if (type == IMAGE_DESC_RECORD_TYPE) {
+            if (DGifGetImageDesc(file.get()) != GIF_OK || DGifGetCode(file.get(), &code, &block) != GIF_OK) {
+                return giflibFailed();
+            }
+            const GifImageDesc& d = file->Image;
+            const QRect rect(d.Left, d.Top, d.Width, d.Height);
+            if (d.Interlace || !QRect(0, 0, canvas.width(), canvas.height()).contains(rect)) {
+                return fail(QStringLiteral("interlaced or outside the screen"));
+            }
+            if (code < 2 || code > 8 || disposal > 1) {
+                return fail(QStringLiteral("minimum code size %1, disposal %2").arg(code).arg(disposal));
+            }
+            const auto codes = blocks(block, DGifGetCodeNext);
+            if (!codes) {
+                return giflibFailed();
+            }
+            const auto indices = strictLzw(*codes, code, qsizetype(d.Width) * d.Height);
+            if (!indices) {
+                return fail(indices.error());
+            }
+            const ColorMapObject* map = d.ColorMap ? d.ColorMap : file->SColorMap;
+            QList<QRgb> palette;
+            for (int c = 0; map && c < map->ColorCount; ++c) {
+                palette.append(qRgb(map->Colors[c].Red, map->Colors[c].Green, map->Colors[c].Blue));
+            }
+            if (std::ranges::any_of(*indices, [&palette](quint8 i) { return i >= palette.size(); })) {
+                return fail(QStringLiteral("an index outside the colour table"));
+            }
+            drawFrame(canvas, rect, indices->data(), palette, transparent);
+            out.frames.append(canvas.copy());
+            out.delays.append(delay);
+            transparent = -1;
+            delay = 0;
+            disposal = 0;
+        }
+    }
+    if (input.at != gif.size()) {
+        return fail(QStringLiteral("data after the trailer"));
+    }
+    return out;
 }
 
 std::expected<ReadGif, QString> readWithEveryReader(const QByteArray& gif)
