@@ -397,8 +397,8 @@ private Q_SLOTS:
         // Plain http only to this computer; other schemes never.
         for (const char* endpoint :
              {"http://storage.example.net", "ftp://127.0.0.1", "file:///tmp/x", "http://10.0.0.5:9000"}) {
-            const auto bad =
-                buildS3Request(s3Config({}), QString::fromLatin1(endpoint), QStringLiteral("a.gif"), "x", now);
+            const auto bad = buildS3Request(s3Config({}), QString::fromLatin1(endpoint),
+                                            QStringLiteral("a.gif"), "x", now);
             QVERIFY2(!bad, endpoint);
             QCOMPARE(bad.error().description,
                      QStringLiteral("Upload failed: ") +
@@ -406,8 +406,8 @@ private Q_SLOTS:
         }
         QVERIFY(buildS3Request(s3Config({}), QStringLiteral("http://localhost:9000"), QStringLiteral("a.gif"),
                                "x", now));
-        QVERIFY(
-            buildS3Request(s3Config({}), QStringLiteral("http://[::1]:9000"), QStringLiteral("a.gif"), "x", now));
+        QVERIFY(buildS3Request(s3Config({}), QStringLiteral("http://[::1]:9000"), QStringLiteral("a.gif"),
+                               "x", now));
     }
 };
 
