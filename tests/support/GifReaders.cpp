@@ -1,7 +1,9 @@
 #include "GifReaders.h"
 
 #include <gif_lib.h>
-#include <stb/stb_image.h>
+
+#include <QBuffer>
+#include <QImageReader>
 
 #include <algorithm>
 #include <array>
@@ -79,33 +81,22 @@ std::expected<ReadGif, QString> readWithGiflib(const QByteArray& gif)
     return out;
 }
 
-std::expected<ReadGif, QString> readWithStb(const QByteArray& gif)
+std::expected<ReadGif, QString> readWithQt(const QByteArray& gif)
 {
-    int* delaysMs = nullptr;
-    int width = 0;
-    int height = 0;
-    int count = 0;
-    int channels = 0;
-    stbi_uc* pixels =
-        stbi_load_gif_from_memory(reinterpret_cast<const stbi_uc*>(gif.constData()), int(gif.size()),
-                                  &delaysMs, &width, &height, &count, &channels, 4);
-    if (!pixels) {
-        return std::unexpected(QStringLiteral("stb_image: ") + QString::fromUtf8(stbi_failure_reason()));
-    }
+    QBuffer buffer;
+    buffer.setData(gif);
+    buffer.open(QIODevice::ReadOnly);
+    QImageReader reader(&buffer, "gif");
     ReadGif out;
-    for (int k = 0; k < count; ++k) {
-        QImage frame(width, height, QImage::Format_ARGB32);
-        const stbi_uc* p = pixels + size_t(k) * size_t(width) * size_t(height) * 4;
-        for (int y = 0; y < height; ++y) {
-            for (int x = 0; x < width; ++x, p += 4) {
-                frame.setPixel(x, y, qRgba(p[0], p[1], p[2], p[3]));
-            }
-        }
-        out.frames.append(frame);
-        out.delays.append(delaysMs[k] / 10);
+    for (QImage frame; reader.read(&frame);) {
+        // Qt keeps a clear pixel's colour; premultiplying clears it, as the other readers do.
+        out.frames.append(frame.convertToFormat(QImage::Format_ARGB32_Premultiplied)
+                              .convertToFormat(QImage::Format_ARGB32));
+        out.delays.append(reader.nextImageDelay() / 10);
     }
-    stbi_image_free(pixels);
-    free(delaysMs); // NOLINT: stb allocates the delays with malloc
+    if (out.frames.isEmpty()) {
+        return std::unexpected(QStringLiteral("Qt: ") + reader.errorString());
+    }
     return out;
 }
 
@@ -303,7 +294,7 @@ std::expected<ReadGif, QString> readWithEveryReader(const QByteArray& gif)
         return strict;
     }
     for (const auto& [name, other] : {std::pair(QStringLiteral("giflib"), readWithGiflib(gif)),
-                                      std::pair(QStringLiteral("stb_image"), readWithStb(gif))}) {
+                                      std::pair(QStringLiteral("Qt"), readWithQt(gif))}) {
         if (!other) {
             return other;
         }
@@ -319,8 +310,11 @@ std::expected<ReadGif, QString> readWithEveryReader(const QByteArray& gif)
                     QStringLiteral("%1 differs from the strict reader in frame %2").arg(name).arg(k));
             }
         }
-        // stb_image reports a delay of 0 as 0 too, so delays compare exactly.
-        if (other->delays != strict->delays) {
+        QList<int> delays = strict->delays;
+        if (name == QLatin1String("Qt")) {
+            std::ranges::replace(delays, 0, 10); // Qt plays a delay of 0 as 100 ms, as browsers do
+        }
+        if (other->delays != delays) {
             return std::unexpected(QStringLiteral("%1 reads other delays").arg(name));
         }
     }

@@ -1,6 +1,6 @@
 #pragma once
 
-// GIF readers that are not the writer's: giflib, stb_image and a strict reader of our own that
+// GIF readers that are not the writer's: giflib, Qt's and a strict reader of our own that
 // checks every LZW code width. Each gives the frames as a viewer shows them (each drawn over the
 // one before) and the delays in hundredths of a second.
 #include <QByteArray>
@@ -20,7 +20,7 @@ struct ReadGif
 };
 
 std::expected<ReadGif, QString> readWithGiflib(const QByteArray& gif);
-std::expected<ReadGif, QString> readWithStb(const QByteArray& gif);
+std::expected<ReadGif, QString> readWithQt(const QByteArray& gif);
 // Refuses what some decoder would: a code wider or narrower than the table calls for, a code
 // not yet in the table, a missing end code, data after it, too few or too many pixels.
 std::expected<ReadGif, QString> readStrict(const QByteArray& gif);
