@@ -223,27 +223,6 @@ private Q_SLOTS:
         QCOMPARE(m_preview->shown[2].id, m_history.itemId);
     }
 
-    void oneCentredPreferencesWindowWhileOpen()
-    {
-        m_delegate->openPreferences();
-        m_delegate->openPreferences();
-        QPointer first = m_delegate->preferencesWindow();
-        QVERIFY(first);
-        QTRY_VERIFY(first->isVisible());
-        QCOMPARE(qApp->topLevelWidgets().count(first.data()), 1);
-        const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
-        QVERIFY2(qAbs(first->frameGeometry().center().x() - screen.center().x()) <= 2,
-                 qPrintable(QStringLiteral("%1 vs %2")
-                                .arg(first->frameGeometry().center().x())
-                                .arg(screen.center().x())));
-
-        first->close();
-        QTRY_VERIFY(!first);
-        m_delegate->openPreferences();
-        QVERIFY(m_delegate->preferencesWindow());
-        QTRY_VERIFY(m_delegate->preferencesWindow()->isVisible());
-    }
-
     void refusedShortcutOffersThePreferences()
     {
         m_rig->hotkey->refuse = true;

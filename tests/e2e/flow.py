@@ -286,6 +286,8 @@ class Flow:
             self.log(f"All screenshots: {self.artifacts}")
             return
 
+        if self.args.app_checks:
+            self.one_preferences_window()
         self.delete_from_panel(delete_x, row_y, gif, items[0])
         self.quit_from_tray_menu()
         self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
@@ -440,12 +442,29 @@ class Flow:
         assert data["x-special/gnome-copied-files"] == b"copy\n" + file_url, data["x-special/gnome-copied-files"]
         self.shot(f"dropped-{count}")
 
-    def open_history(self):
-        """The tray menu, by keyboard from its first item: Record GIF, History..."""
+    def tray_menu(self, *keys):
+        """The tray menu, by keyboard from its first item: Record GIF, the shortcut, History..., Preferences..."""
         icon = self.tray_icon()
         self.click(icon[0], icon[1], button=3)
         time.sleep(0.6)
-        self.xdotool("key", "Down", "Down", "Return")
+        self.xdotool("key", *keys)
+
+    def open_history(self):
+        self.tray_menu("Down", "Down", "Return")
+
+    def one_preferences_window(self):
+        """Preferences, asked for twice, is one window in the middle of the screen; Escape closes it,
+        and it opens again."""
+        for times in (2, 1):
+            for _ in range(times):
+                self.tray_menu("Down", "Down", "Down", "Return")
+                window = self.wait_for("the preferences", lambda: self.window("Vantalo Preferences"))
+                time.sleep(0.5)
+            shown = self.xdotool("search", "--onlyvisible", "--name", "^Vantalo Preferences$").split()
+            assert len(shown) == 1, f"{len(shown)} preferences windows"
+            assert abs(window[0] + window[2] // 2 - self.screen[0] // 2) <= 2, f"preferences at {window}"
+            self.xdotool("key", "Escape")
+            self.wait_for("the preferences to close", lambda: self.window("Vantalo Preferences") is None)
 
     def tray_icon(self):
         tray = self.wait_for("the tray", lambda: self.window("panel"))
@@ -510,7 +529,7 @@ def main():
     parser.add_argument("--wayland", action="store_true", help="on the Wayland desktop of tests/wayland/"
                         "with-mutter.sh: record its native client through the screen-cast portal")
     parser.add_argument("--app-checks", action="store_true", help="also check the command line, the single "
-                        "instance, --toggle and a tray host that starts late")
+                        "instance, --toggle, a tray host that starts late and the preferences window")
     parser.add_argument("--demo", action="store_true", help="keep the GIF, print where things are, and leave "
                         "Vantalo running until interrupted")
     parser.add_argument("--demo-upload", action="store_true", help="in the demo, upload to the configured bucket")
