@@ -14,8 +14,6 @@ public:
     void deleteSecret(const QString& account) override;
     bool addSecret(const QString& account, const QByteArray& value) override;
 
-    // How many items the store holds (a second add without delete would show as a duplicate).
-    qsizetype itemCount(const QString& account) const { return m_items.count(account); }
     void setFailWrites(bool fail) { m_failWrites = fail; }
 
 private:
