@@ -1,5 +1,6 @@
-// The settings as stored and read back (hand edits included), the shortcut recorder and the
-// preferences window, offscreen, with the credentials in a real gnome-keyring (tests/with-keyring.sh).
+// The settings as stored and read back (hand edits included), the credentials in a real
+// gnome-keyring (in a private D-Bus session, started by tests/with-keyring.sh) and where no keyring
+// answers, the shortcut recorder and the preferences window, offscreen.
 #include "common/Geometry.h"
 #include "hotkey/HotkeyMatcher.h"
 #include "hotkey/HotkeyRecorderButton.h"
@@ -15,11 +16,35 @@
 #include "sharing/CloudUploader.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
+#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
 using namespace vantalo;
+using namespace std::chrono_literals;
+
+namespace {
+// Run in a child process: one load and one save, reporting what came back and what was printed.
+int runProbe()
+{
+    QStringList printed;
+    QtKeychainSecretStore secrets(
+        keychainService, [&printed](const QString& line) { printed << line; }, 1500ms);
+    KeychainStore keychain(secrets);
+    QElapsedTimer clock;
+    clock.start();
+    const auto loaded = keychain.loadCredential(CredentialKey::accessKeyId);
+    const bool saved = keychain.saveCredential(CredentialKey::accessKeyId, QStringLiteral("AKID"));
+    std::printf("loaded=%s saved=%d ms=%lld lines=%lld\n", loaded ? "yes" : "no", saved ? 1 : 0,
+                static_cast<long long>(clock.elapsed()), static_cast<long long>(printed.size()));
+    for (const QString& line : printed) {
+        std::printf("line=%s\n", qPrintable(line));
+    }
+    return 0;
+}
+} // namespace
 
 class TestPreferences : public QObject
 {
@@ -30,7 +55,37 @@ class TestPreferences : public QObject
     // A store as the next launch sees it: everything went through the file.
     std::unique_ptr<UserDefaults> reopened() { return std::make_unique<UserDefaults>(iniPath()); }
 
+    // secret-tool's standard output (stderr joined for "search"), given `input` on its standard input.
+    static QString secretTool(const QStringList& arguments, const QByteArray& input = {})
+    {
+        QProcess tool;
+        tool.start(QStringLiteral("secret-tool"), arguments);
+        tool.write(input);
+        tool.closeWriteChannel();
+        tool.waitForFinished(10000);
+        return QString::fromUtf8(tool.readAllStandardOutput() + tool.readAllStandardError()).trimmed();
+    }
+
+    QString probe(const QString& shellPrefix)
+    {
+        QProcess process;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("VANTALO_KEYCHAIN_PROBE"), QStringLiteral("1"));
+        process.setProcessEnvironment(env);
+        process.start(QStringLiteral("bash"), {QStringLiteral("-c"), shellPrefix + QStringLiteral(" \"$0\""),
+                                               QCoreApplication::applicationFilePath()});
+        process.waitForFinished(60000);
+        return QString::fromUtf8(process.readAllStandardOutput());
+    }
+
 private Q_SLOTS:
+    void initTestCase()
+    {
+        if (!qEnvironmentVariableIsSet("VANTALO_TEST_KEYRING")) {
+            QSKIP("needs the keyring session of tests/with-keyring.sh");
+        }
+    }
+
     void theRecorderButton()
     {
         QWidget window;
@@ -103,9 +158,6 @@ private Q_SLOTS:
 
     void thePreferencesRoundTrip()
     {
-        if (!qEnvironmentVariableIsSet("VANTALO_TEST_KEYRING")) {
-            QSKIP("needs the keyring session of tests/with-keyring.sh");
-        }
         UserDefaults defaults(m_dir.filePath(QStringLiteral("prefs.ini")));
         registerShortcutDefaults(defaults);
         QtKeychainSecretStore secrets(keychainService);
@@ -126,6 +178,8 @@ private Q_SLOTS:
         QVERIFY(window->secretAccessKeyField()->text().isEmpty());
         QCOMPARE(window->secretAccessKeyField()->echoMode(), QLineEdit::Password);
         QCOMPARE(window->recorderButton()->text(), QStringLiteral("Ctrl+G"));
+        QCOMPARE(CloudUploader::Config::load(defaults, keychain).bucketName,
+                 QStringLiteral("vantalo-uploads"));
 
         // S3 fields are stored as they are typed; a cleared field stores the empty string.
         window->regionField()->selectAll();
@@ -142,8 +196,12 @@ private Q_SLOTS:
         QTest::keyClicks(window->endpointField(), QStringLiteral("https://minio.example.com:9000"));
         QCOMPARE(defaults.stringForKey(SettingsKey::s3Endpoint),
                  QStringLiteral("https://minio.example.com:9000"));
-        QCOMPARE(CloudUploader::Config::load(defaults, keychain).endpoint,
-                 QStringLiteral("https://minio.example.com:9000"));
+        // What an upload reads: the fields as stored; the CDN domain keeps its default whatever the region.
+        const auto config = CloudUploader::Config::load(defaults, keychain);
+        QCOMPARE(config.endpoint, QStringLiteral("https://minio.example.com:9000"));
+        QVERIFY(config.bucketName.isEmpty());
+        QCOMPARE(config.region, QStringLiteral("eu-west-3"));
+        QCOMPARE(config.cdnDomain, QStringLiteral("vantalo-uploads.s3.us-east-1.amazonaws.com"));
         qputenv(CloudUploader::endpointVariable, "http://127.0.0.1:4569");
         QCOMPARE(CloudUploader::Config::load(defaults, keychain).endpoint,
                  QStringLiteral("http://127.0.0.1:4569"));
@@ -161,7 +219,7 @@ private Q_SLOTS:
         QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
         QTest::keyClick(window->secretAccessKeyField(), Qt::Key_Return);
         QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), QStringLiteral("AKIDEXAMPLE"));
-        QCOMPARE(keychain.loadCredential(CredentialKey::secretAccessKey),
+        QCOMPARE(CloudUploader::Config::load(defaults, keychain).secretAccessKey,
                  QStringLiteral(" secret with spaces "));
         QVERIFY(window->isSavedShown());
         // A second Save a second later: the first Save's reset still hides the note at 2 s.
@@ -288,32 +346,7 @@ private Q_SLOTS:
         }
     }
 
-    void uploadConfigurationKeepsStoredEmptyStrings()
-    {
-        MemorySecretStore secrets;
-        KeychainStore keychain(secrets);
-        auto fresh = CloudUploader::Config::load(*reopened(), keychain);
-        QCOMPARE(fresh.bucketName, QStringLiteral("vantalo-uploads"));
-        QCOMPARE(fresh.region, QStringLiteral("us-east-1"));
-        QCOMPARE(fresh.cdnDomain, QStringLiteral("vantalo-uploads.s3.us-east-1.amazonaws.com"));
-        QVERIFY(fresh.accessKeyId.isEmpty() && fresh.secretAccessKey.isEmpty());
-
-        {
-            UserDefaults defaults(iniPath());
-            defaults.setString(SettingsKey::s3BucketName, QString());
-            defaults.setString(SettingsKey::s3Region, QStringLiteral("eu-west-3"));
-        }
-        keychain.saveCredential(CredentialKey::accessKeyId, QStringLiteral("AKIDEXAMPLE"));
-        keychain.saveCredential(CredentialKey::secretAccessKey, QStringLiteral("s3cr\u00e9t"));
-        const auto config = CloudUploader::Config::load(*reopened(), keychain);
-        QVERIFY(config.bucketName.isEmpty());
-        QCOMPARE(config.region, QStringLiteral("eu-west-3"));
-        QCOMPARE(config.cdnDomain, QStringLiteral("vantalo-uploads.s3.us-east-1.amazonaws.com"));
-        QCOMPARE(config.accessKeyId, QStringLiteral("AKIDEXAMPLE"));
-        QCOMPARE(config.secretAccessKey, QStringLiteral("s3cr\u00e9t"));
-    }
-
-    // What the keyring itself does not show (tst_keychain): bytes that are not text, text that
+    // What the keyring itself does not show: bytes that are not text, text that
     // cannot be stored, a write that fails.
     void credentialsAreDecodedStrictly()
     {
@@ -403,7 +436,98 @@ private Q_SLOTS:
             QCOMPARE(fromQtPoint(qt.topLeft(), primary), QPointF(yUp.x(), yUp.y() + yUp.height()));
         }
     }
+
+    void roundTripThroughTheKeyring()
+    {
+        QStringList printed;
+        QtKeychainSecretStore secrets(keychainService, [&printed](const QString& line) { printed << line; });
+        KeychainStore keychain(secrets);
+        secretTool({QStringLiteral("clear"), QStringLiteral("server"), keychainService}); // the window's
+
+        QVERIFY(!keychain.loadCredential(CredentialKey::secretAccessKey));
+        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey, QStringLiteral("first")));
+        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey,
+                                        QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9")));
+        QCOMPARE(keychain.loadCredential(CredentialKey::secretAccessKey),
+                 QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9"));
+        QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
+
+        // An empty credential is stored and read back as empty, not as missing.
+        QVERIFY(keychain.saveCredential(CredentialKey::accessKeyId, QString()));
+        const auto empty = keychain.loadCredential(CredentialKey::accessKeyId);
+        QVERIFY(empty.has_value());
+        QVERIFY(empty->isEmpty());
+        QVERIFY2(printed.isEmpty(), qPrintable(printed.join('\n')));
+
+        // Saving twice left one item for the account, in the keyring itself.
+        const QString items = secretTool({QStringLiteral("search"), QStringLiteral("--all"),
+                                          QStringLiteral("user"), QStringLiteral("aws-secret-access-key")});
+        QCOMPARE(items.count(QStringLiteral("[/")), 1);
+        // Other keyring tools read the secret as it was typed.
+        QCOMPARE(
+            secretTool({QStringLiteral("lookup"), QStringLiteral("user"),
+                        QStringLiteral("aws-secret-access-key"), QStringLiteral("server"), keychainService}),
+            QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9"));
+    }
+
+    void credentialsSavedAsBase64AreReadAndRewrittenAsText()
+    {
+        // What an earlier version left: the bytes as base64 text, marked type=base64.
+        const QStringList item{QStringLiteral("user"), QStringLiteral("aws-access-key-id"),
+                               QStringLiteral("server"), keychainService};
+        secretTool(QStringList{QStringLiteral("clear")} + item);
+        QCOMPARE(secretTool(QStringList{QStringLiteral("store"), QStringLiteral("--label=old")} + item +
+                                QStringList{QStringLiteral("type"), QStringLiteral("base64")},
+                            QByteArray("AKIA\xc3\xa9XAMPLE").toBase64()),
+                 QString());
+        QtKeychainSecretStore secrets(keychainService, [](const QString&) {});
+        KeychainStore keychain(secrets);
+        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), QStringLiteral("AKIA\u00e9XAMPLE"));
+        QCOMPARE(secretTool(QStringList{QStringLiteral("lookup")} + item),
+                 QStringLiteral("AKIA\u00e9XAMPLE"));
+        const QString all = secretTool(QStringList{QStringLiteral("search"), QStringLiteral("--all")} + item);
+        QCOMPARE(all.count(QStringLiteral("[/")), 1);
+        QVERIFY2(all.contains(QStringLiteral("attribute.type = plaintext")), qPrintable(all));
+        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), QStringLiteral("AKIA\u00e9XAMPLE"));
+    }
+
+    // No keyring reads as absent and saves false, with one line: at once where there is no
+    // Secret Service, at the time limit of each of the three jobs (read, delete, add) where it
+    // never answers (that service is stopped once the probe is done, so the session ends).
+    void noKeyringAnswers()
+    {
+        const QString hang = QStringLiteral(QT_TESTCASE_SOURCEDIR "/settings/hang_secret_service.py");
+        const struct
+        {
+            QString shellPrefix, line;
+            int fromMs, toMs;
+        } rows[] = {
+            {QStringLiteral("DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/bus exec"),
+             QStringLiteral("line=Keyring unavailable ("), 0, 1500},
+            {QStringLiteral(
+                 "exec dbus-run-session -- bash -c 'exec 3< <(/usr/bin/python3 %1); read ready <&3; \"$0\"; "
+                 "kill $!' ")
+                 .arg(hang),
+             QStringLiteral("no answer within 1.5 s"), 4000, 10000},
+        };
+        for (const auto& row : rows) {
+            const QString out = probe(row.shellPrefix);
+            QVERIFY2(out.contains(QStringLiteral("loaded=no saved=0")) &&
+                         out.contains(QStringLiteral("lines=1")) && out.contains(row.line),
+                     qPrintable(out));
+            const int ms = out.section(QStringLiteral("ms="), 1).section(QLatin1Char(' '), 0, 0).toInt();
+            QVERIFY2(ms >= row.fromMs && ms < row.toMs, qPrintable(out));
+        }
+    }
 };
 
-QTEST_MAIN(TestPreferences)
+int main(int argc, char** argv)
+{
+    QApplication app(argc, argv);
+    if (qEnvironmentVariableIsSet("VANTALO_KEYCHAIN_PROBE")) {
+        return runProbe();
+    }
+    TestPreferences test;
+    return QTest::qExec(&test, argc, argv);
+}
 #include "tst_preferences.moc"
