@@ -1,5 +1,5 @@
-// Frames of any size, palette and content, written by the GIF writer and read back by giflib, Qt
-// and the strict reader: every reader accepts the file and sees exactly the pixels and
+// Frames of any size, palette and content, written by the GIF writer, checked code by code and read
+// back by giflib and Qt: the check passes, and every reader sees exactly the pixels and
 // delays written; the file is complete, and any shorter prefix of it is not.
 #include "Check.h"
 #include "recording/GifWriter.h"

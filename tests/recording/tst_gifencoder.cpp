@@ -135,7 +135,7 @@ private Q_SLOTS:
         QVERIFY(GifEncoder().encode(still, kDelay)->size() < single->size() + 9 * 40);
 
         // The file loops for ever, and its delays end on the exact time: 450 frames are 30 s.
-        const auto read = testing::readStrict(GifEncoder().encode(cases.first(), kDelay).value());
+        const auto read = testing::readWithEveryReader(GifEncoder().encode(cases.first(), kDelay).value());
         QVERIFY(read);
         QCOMPARE(read->loopCount, 0);
         QCOMPARE(read->delays.mid(0, 6), (QList<int>{7, 6, 7, 7, 6, 7}));
@@ -180,10 +180,10 @@ private Q_SLOTS:
         mixed.append(flatAnimation(1, QSize(60, 50)));
         const auto gif = GifEncoder().encode(mixed, kDelay);
         QVERIFY(gif);
-        // Qt paints the screen beyond the first frame black; a browser, as these readers, leaves it clear.
-        const auto read = testing::readStrict(*gif);
-        QVERIFY2(read, read ? "" : qPrintable(read.error()));
-        QCOMPARE(testing::readWithGiflib(*gif)->frames, read->frames);
+        // Qt paints the screen beyond the first frame black; a browser, as giflib, leaves it clear.
+        QVERIFY(testing::checkStrictly(*gif));
+        const auto read = testing::readWithGiflib(*gif);
+        QVERIFY(read);
         QCOMPARE(read->frames.size(), 2);
         QCOMPARE(read->frames[0].copy(0, 0, 40, 30).convertToFormat(QImage::Format_RGB32), mixed[0].pixels);
         QCOMPARE(read->frames[0].pixel(50, 40), 0u); // the screen beyond the first frame shows nothing
