@@ -107,13 +107,15 @@ private Q_SLOTS:
     }
     void cleanupTestCase() { setCompositing(false); }
 
-    void selectingARegion_data()
+    // A capture's overlays in the order the application shows them: selecting, adjusting, the
+    // toolbar, the border.
+    void theOverlaysOfACapture_data()
     {
         QTest::addColumn<bool>("compositing");
         QTest::newRow("no compositor: a still") << false;
         QTest::newRow("xcompmgr: the live screen") << true;
     }
-    void selectingARegion()
+    void theOverlaysOfACapture()
     {
         QFETCH(bool, compositing);
         setCompositing(compositing);
@@ -155,13 +157,8 @@ private Q_SLOTS:
         QTRY_COMPARE(cancels, 1);
         selector.dismiss();
         QTRY_VERIFY(near(screenPixel(100, 900), kBackdrop));
-    }
 
-    void adjustingTheRegion_data() { selectingARegion_data(); }
-    void adjustingTheRegion()
-    {
-        QFETCH(bool, compositing);
-        setCompositing(compositing);
+        // Adjusting: the region shown with its handles.
         RegionPreviewOverlay preview([this] { return m_compositing; });
         QList<QRectF> changes;
         preview.onRegionChanged = [&changes](const QRectF& region) { changes << region; };
@@ -208,17 +205,12 @@ private Q_SLOTS:
         xdotool(QStringLiteral("mousemove 500 450 mousedown 1 mousemove 520 440 mouseup 1"));
         QTRY_COMPARE(changes.last(), QRectF(320, 440, 500, 400));
         preview.hide();
-    }
 
-    void theToolbarNeverTakesTheFocus_data() { selectingARegion_data(); }
-    void theToolbarNeverTakesTheFocus()
-    {
-        QFETCH(bool, compositing);
-        setCompositing(compositing);
+        // The toolbar never takes the focus.
         xdotool(QStringLiteral("windowfocus --sync %1").arg(m_backdrop->winId()));
         const QString focused = xdotool(QStringLiteral("getwindowfocus"));
 
-        auto bar = toolbar();
+        bar = this->toolbar();
         RecordingToolbarWindowController& toolbar = *bar;
         int starts = 0;
         int stops = 0;
@@ -259,13 +251,8 @@ private Q_SLOTS:
         toolbar.hide();
         QCOMPARE(toolbar.toolbarState().elapsedSeconds(), 0.0);
         QVERIFY(!toolbar.toolbarState().isRecording());
-    }
 
-    void theBorderLetsClicksThrough_data() { selectingARegion_data(); }
-    void theBorderLetsClicksThrough()
-    {
-        QFETCH(bool, compositing);
-        setCompositing(compositing);
+        // The border round the region while recording lets clicks through.
         RecordingBorderOverlay border([this] { return m_compositing; });
         border.show(QRectF(300, 430, 500, 400)); // (300, 250)-(800, 650) on screen
         QVERIFY(QTest::qWaitForWindowExposed(border.window()));
