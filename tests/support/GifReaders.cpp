@@ -45,16 +45,20 @@ int readMemory(GifFileType* file, GifByteType* out, int length)
     return n;
 }
 
+using GifFile = std::unique_ptr<GifFileType, void (*)(GifFileType*)>;
+GifFile openGif(MemoryInput& input)
+{
+    return {DGifOpen(&input, readMemory, nullptr), [](GifFileType* f) { DGifCloseFile(f, nullptr); }};
+}
+
 } // namespace
 
 std::expected<ReadGif, QString> readWithGiflib(const QByteArray& gif)
 {
     MemoryInput input{&gif};
-    int error = 0;
-    std::unique_ptr<GifFileType, void (*)(GifFileType*)> file(
-        DGifOpen(&input, readMemory, &error), [](GifFileType* f) { DGifCloseFile(f, nullptr); });
+    const GifFile file = openGif(input);
     if (!file) {
-        return std::unexpected(QStringLiteral("giflib: ") + QString::fromUtf8(GifErrorString(error)));
+        return std::unexpected(QStringLiteral("giflib: not a GIF"));
     }
     if (DGifSlurp(file.get()) != GIF_OK) {
         return std::unexpected(QStringLiteral("giflib: ") + QString::fromUtf8(GifErrorString(file->Error)));
@@ -194,9 +198,7 @@ std::expected<std::vector<quint8>, QString> strictLzw(const QByteArray& data, in
 std::expected<int, QString> checkStrictly(const QByteArray& gif)
 {
     MemoryInput input{&gif};
-    int error = 0;
-    std::unique_ptr<GifFileType, void (*)(GifFileType*)> file(
-        DGifOpen(&input, readMemory, &error), [](GifFileType* f) { DGifCloseFile(f, nullptr); });
+    const GifFile file = openGif(input);
     const auto fail = [&input](const QString& what) {
         return std::unexpected(QStringLiteral("strict reader: %1 at byte %2").arg(what).arg(input.at));
     };
