@@ -155,6 +155,11 @@ class TestCapture : public QObject
         m_rig->toolbar->onStart();
         QTRY_VERIFY(coordinator().state() != CaptureState::readyToRecord);
     }
+    void selectAndStart(const QRectF& region = QRectF(0, 0, 300, 300), const DisplayInfo& display = {})
+    {
+        selectRegion(region, display);
+        startAndWait();
+    }
 
 private Q_SLOTS:
     void init()
@@ -281,8 +286,7 @@ private Q_SLOTS:
             cleanup();
             init();
             fail();
-            selectRegion(QRectF(0, 0, 200, 200), m_primary);
-            startAndWait();
+            selectAndStart(QRectF(0, 0, 200, 200), m_primary);
             const bool started = m_c->state() == CaptureState::recording;
             if (started) {
                 pressToolbar(m_rig->toolbar->onStop);
@@ -318,8 +322,7 @@ private Q_SLOTS:
         QVERIFY(m_rig->journal.has(QStringLiteral("preview.hide")));
         QCOMPARE(m_rig->reported, (QList<bool>{false, false}));
 
-        selectRegion(QRectF(0, 0, 300, 300), m_primary);
-        startAndWait();
+        selectAndStart();
         m_rig->hotkey->press();
         QCOMPARE(m_c->state(), CaptureState::recording); // the stop runs on a later turn
         QCoreApplication::processEvents();
@@ -333,8 +336,7 @@ private Q_SLOTS:
     {
         // On a display whose frame does not start at (0, 0): the recorder gets the rectangle
         // relative to its top-left corner, and the display's name, so it captures that one.
-        selectRegion(QRectF(2000, 300, 640, 480), m_secondary);
-        startAndWait();
+        selectAndStart(QRectF(2000, 300, 640, 480), m_secondary);
         const QString started = QStringLiteral("recorder.start 80,220 640x480 @15 max30");
         QVERIFY2(m_rig->journal.has(started), qPrintable(m_rig->journal.entries.join('\n')));
         QVERIFY(m_rig->journal.has(QStringLiteral("recorder.display right")));
@@ -359,8 +361,7 @@ private Q_SLOTS:
     {
         m_rig->encoder->streaming = true;
         m_rig->recorder->frames = FrameList(3, Frame{QImage(4, 2, QImage::Format_RGB32), 2});
-        selectRegion(QRectF(0, 0, 300, 300), m_primary);
-        startAndWait();
+        selectAndStart();
         QCOMPARE(m_rig->encoder->sessionsOpened, 1);
         // Restart throws the first session away unfinished and opens a fresh one.
         m_rig->toolbar->onRestart();
@@ -376,8 +377,7 @@ private Q_SLOTS:
 
         // A session that got nothing is "No frames captured", as a batch would be.
         m_rig->recorder->frames.clear();
-        selectRegion(QRectF(0, 0, 300, 300), m_primary);
-        startAndWait();
+        selectAndStart();
         pressToolbar(m_rig->toolbar->onStop);
         QTRY_COMPARE(m_c->state(), CaptureState::idle);
         QCOMPARE(m_rig->journal.printed, QStringList{QStringLiteral("No frames captured")});
@@ -401,8 +401,7 @@ private Q_SLOTS:
     {
         // The coordinator goes away while its worker is still encoding: the result reaches nobody.
         m_rig->encoder->gate = std::make_shared<QSemaphore>();
-        selectRegion(QRectF(0, 0, 300, 300), m_primary);
-        startAndWait();
+        selectAndStart();
         m_c->stopRecording();
         QTRY_VERIFY(m_rig->encoder->started.available() > 0);
         m_c.reset();
@@ -472,17 +471,15 @@ private Q_SLOTS:
     void stopFromTheMenuTheTimeLimitAndQuit()
     {
         startApplication();
-        selectRegion();
-        m_rig->toolbar->onStart();
-        QTRY_COMPARE(coordinator().state(), CaptureState::recording);
+        selectAndStart();
+        QCOMPARE(coordinator().state(), CaptureState::recording);
         QCOMPARE(m_delegate->statusIconLook(), StatusIconLook::recording);
         menuAction(m_delegate->menu(), QStringLiteral("Stop Recording"))->trigger();
         QTRY_COMPARE(coordinator().state(), CaptureState::idle);
         QCOMPARE(m_delegate->statusIconLook(), StatusIconLook::idle);
 
-        selectRegion();
-        m_rig->toolbar->onStart();
-        QTRY_COMPARE(coordinator().state(), CaptureState::recording);
+        selectAndStart();
+        QCOMPARE(coordinator().state(), CaptureState::recording);
         m_rig->recorder->onMaxDurationReached();
         QTRY_COMPARE(coordinator().state(), CaptureState::idle);
         QCOMPARE(m_history.added.size(), 2);
