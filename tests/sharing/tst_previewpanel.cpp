@@ -56,6 +56,15 @@ class PreviewPanelTest : public QObject
         return panels;
     }
 
+    // Open until `after` from now, and closed then.
+    bool closesIn(std::chrono::seconds after)
+    {
+        m_clock->advance(after - 1s);
+        const bool open = m_controller->panel();
+        m_clock->advance(1s);
+        return open && !m_controller->panel();
+    }
+
     QStringList feedbackShown() const
     {
         QStringList messages;
@@ -120,10 +129,7 @@ private Q_SLOTS:
         m_clock->advance(50s);
         m_controller->panel()->copyButton()->click(); // what it copies: the end-to-end flow
         QCOMPARE(feedbackShown(), QStringList{QStringLiteral("Copied!")});
-        m_clock->advance(59s); // 109 s
-        QVERIFY(m_controller->panel());
-        m_clock->advance(1s); // 110 s
-        QVERIFY(!m_controller->panel());
+        QVERIFY(closesIn(60s)); // at 110 s
         QVERIFY(panelsOnScreen().isEmpty());
         QCOMPARE(m_clock->pending(), 0);
 
@@ -142,10 +148,7 @@ private Q_SLOTS:
         m_clock->advance(120s);
         QVERIFY(m_controller->panel());
         m_controller->panel()->onDragging(false);
-        m_clock->advance(59s);
-        QVERIFY(m_controller->panel());
-        m_clock->advance(1s);
-        QVERIFY(!m_controller->panel());
+        QVERIFY(closesIn(60s));
 
         // Copy URL without a link does nothing, not even keep the panel.
         m_controller->show(path, item.id);
@@ -217,10 +220,7 @@ private Q_SLOTS:
         QApplication::clipboard()->clear();
         panel->uploadButton()->click();
         QCOMPARE(QApplication::clipboard()->text(), link.toString());
-        m_clock->advance(59s);
-        QVERIFY(m_controller->panel());
-        m_clock->advance(1s);
-        QVERIFY(!m_controller->panel());
+        QVERIFY(closesIn(60s));
 
         // A panel always opens in the not-uploaded state, even for an uploaded item.
         m_controller->show(path, item.id);
