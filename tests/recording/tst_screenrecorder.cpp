@@ -350,34 +350,26 @@ private Q_SLOTS:
         QCOMPARE(screenOfStream(stream(QPoint(0, 0), QSize(2560, 1440)), screens), std::nullopt);
     }
 
-    void regionInTheBuffer_data()
-    {
-        QTest::addColumn<QRectF>("region");
-        QTest::addColumn<QSize>("logical");
-        QTest::addColumn<QSize>("buffer");
-        QTest::addColumn<QRect>("expected"); // empty: refused
-        QTest::newRow("one pixel a point")
-            << QRectF(10, 20, 100, 50) << QSize(1920, 1080) << QSize(1920, 1080) << QRect(10, 20, 100, 50);
-        QTest::newRow("two pixels a point")
-            << QRectF(10, 20, 100, 50) << QSize(960, 540) << QSize(1920, 1080) << QRect(20, 40, 200, 100);
-        // 125 %: edges that fall between pixels are taken outward.
-        QTest::newRow("fractional") << QRectF(10, 10, 101, 33) << QSize(1536, 864) << QSize(1920, 1080)
-                                    << QRect(12, 12, 127, 42);
-        QTest::newRow("each axis its own factor") << QRectF(100, 100, 200, 100) << QSize(1920, 1080)
-                                                  << QSize(2400, 1080) << QRect(125, 100, 250, 100);
-        QTest::newRow("the whole display")
-            << QRectF(0, 0, 1536, 864) << QSize(1536, 864) << QSize(1920, 1080) << QRect(0, 0, 1920, 1080);
-        QTest::newRow("past the edge")
-            << QRectF(1900, 0, 40, 10) << QSize(1920, 1080) << QSize(1920, 1080) << QRect();
-        QTest::newRow("no buffer yet") << QRectF(0, 0, 10, 10) << QSize(1920, 1080) << QSize() << QRect();
-    }
     void regionInTheBuffer()
     {
-        QFETCH(QRectF, region);
-        QFETCH(QSize, logical);
-        QFETCH(QSize, buffer);
-        QFETCH(QRect, expected);
-        QCOMPARE(bufferRect(region, logical, buffer).value_or(QRect()), expected);
+        const struct
+        {
+            QRectF region;
+            QSize logical, buffer;
+            QRect expected; // empty: refused
+        } rows[] = {
+            {{10, 20, 100, 50}, {1920, 1080}, {1920, 1080}, {10, 20, 100, 50}}, // one pixel a point
+            {{10, 20, 100, 50}, {960, 540}, {1920, 1080}, {20, 40, 200, 100}},  // two pixels a point
+            // 125 %: edges that fall between pixels are taken outward.
+            {{10, 10, 101, 33}, {1536, 864}, {1920, 1080}, {12, 12, 127, 42}},
+            {{100, 100, 200, 100}, {1920, 1080}, {2400, 1080}, {125, 100, 250, 100}}, // a factor an axis
+            {{0, 0, 1536, 864}, {1536, 864}, {1920, 1080}, {0, 0, 1920, 1080}},       // the whole display
+            {{1900, 0, 40, 10}, {1920, 1080}, {1920, 1080}, {}},                      // past the edge
+            {{0, 0, 10, 10}, {1920, 1080}, {}, {}},                                   // no buffer yet
+        };
+        for (const auto& [region, logical, buffer, expected] : rows) {
+            QCOMPARE(bufferRect(region, logical, buffer).value_or(QRect()), expected);
+        }
     }
 
     void theNewestFrameOnEveryTick()
