@@ -65,6 +65,7 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     const auto bound = [&](const QString& key, const QString& fallback) {
         QLineEdit* edit = field(s3Box);
         edit->setText(m_defaults.stringForKey(key).value_or(fallback));
+        edit->setCursorPosition(0); // a long value shows its beginning
         // Stored as typed; a cleared field stores the empty string.
         connect(edit, &QLineEdit::textEdited, this,
                 [this, key](const QString& text) { m_defaults.setString(key, text); });

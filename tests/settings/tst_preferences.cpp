@@ -174,6 +174,7 @@ private Q_SLOTS:
         QCOMPARE(window->regionField()->text(), QStringLiteral("us-east-1"));
         QCOMPARE(window->cdnDomainField()->text(),
                  QStringLiteral("vantalo-uploads.s3.us-east-1.amazonaws.com"));
+        QCOMPARE(window->cdnDomainField()->cursorPosition(), 0); // its beginning in view
         QVERIFY(window->accessKeyIdField()->text().isEmpty());
         QVERIFY(window->secretAccessKeyField()->text().isEmpty());
         QCOMPARE(window->secretAccessKeyField()->echoMode(), QLineEdit::Password);
