@@ -4,7 +4,8 @@
 Starts a tray host, an animated test window and Vantalo; presses the shortcut, drags a region over
 the window, presses Start, records for three seconds, stops with the shortcut; then checks the GIF
 (an independent decoder), the preview panel, Copy, Upload (with --upload: against a local
-S3-compatible server), the history window and Delete. A screenshot is kept at every step.
+S3-compatible server), the history window, Preferences (with --app-checks) and Delete. A screenshot is
+kept at every step.
 
 With --demo nothing is deleted and the run ends by printing where the GIF and the screenshots are.
 """
@@ -491,6 +492,7 @@ class Flow:
     def secret(self, key):
         return subprocess.run(["secret-tool", "lookup", "user", key, "server", "com.vantalo.app"],
                               capture_output=True, text=True).stdout.rstrip("\n")
+
     def tray_icon(self):
         tray = self.wait_for("the tray", lambda: self.window("panel"))
         x, y, w, h = tray
