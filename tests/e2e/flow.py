@@ -274,7 +274,8 @@ class Flow:
         self.open_history()
         history = self.wait_for("the history window", lambda: self.window("GIF History"))
         time.sleep(0.8)
-        self.check_history_lists_the_gif(self.shot("history"), history)
+        scene = self.scene_in_first_cell(history)
+        assert len(scene) > 2000, f"the history window shows no thumbnail of the GIF ({len(scene)} scene pixels)"
         # A cell is dragged out the same way.
         self.drag((history[0] + 16 + 100, history[1] + 16 + 58), self.drop_at)
         self.check_drop(drops, 2, gif)
@@ -289,7 +290,10 @@ class Flow:
 
         if self.args.app_checks:
             self.preferences()
-        self.delete_from_panel(delete_x, row_y, gif, items[0])
+        if self.args.compositor:
+            self.delete_from_history(history, gif, items[0])
+        else:
+            self.delete_from_panel(delete_x, row_y, gif, items[0])
         self.quit_from_tray_menu()
         self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
                  f"screenshots in {self.artifacts}")
@@ -504,13 +508,25 @@ class Flow:
         except FileNotFoundError:
             return ""
 
-    @staticmethod
-    def check_history_lists_the_gif(screenshot, window):
-        """The first cell's thumbnail shows the recorded scene (its dark blue background)."""
+    def scene_in_first_cell(self, window):
+        """Where the history window's first cell shows the recorded scene (its dark blue background)."""
         x, y, _, _ = window
-        cell = Image.open(screenshot).convert("RGB").crop((x + 16, y + 16, x + 16 + 200, y + 16 + 116))
-        scene = sum(1 for r, g, b in cell.getdata() if abs(r - 32) < 12 and abs(g - 56) < 12 and abs(b - 92) < 12)
-        assert scene > 2000, f"the history window shows no thumbnail of the GIF ({scene} scene pixels)"
+        cell = Image.open(self.shot("history")).convert("RGB").crop((x, y, x + 240, y + 160))
+        return [(x + i % 240, y + i // 240) for i, (r, g, b) in enumerate(cell.getdata())
+                if abs(r - 32) < 12 and abs(g - 56) < 12 and abs(b - 92) < 12]
+
+    def delete_from_history(self, window, gif, item):
+        """The button in the thumbnail's top right corner, shown while the pointer is over the cell:
+        the GIF, its entry and its cell go."""
+        scene = self.scene_in_first_cell(window)
+        right, top = max(x for x, _ in scene), min(y for _, y in scene)
+        self.xdotool("mousemove", right - 40, top + 40)
+        time.sleep(0.4)
+        self.click(right - 12, top + 9)  # the picture, 4:3, sits 3 points below the thumbnail's top
+        self.wait_for("the GIF to go", lambda: not gif.exists() and
+                      all(kept["id"] != item["id"] for kept in self.history()))
+        time.sleep(0.5)
+        assert not self.scene_in_first_cell(window), "the deleted GIF's cell is still shown"
 
     def check_gif(self, path):
         image = Image.open(path)
