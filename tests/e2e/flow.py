@@ -291,6 +291,11 @@ class Flow:
         if self.args.app_checks:
             self.preferences()
         if self.args.compositor:
+            # The panel closed with its button, a click on the history cell shows the GIF there again.
+            self.click(px + pw - 21, py + 21)
+            self.wait_for("the panel to close", lambda: self.window("Vantalo Preview") is None)
+            self.click(history[0] + 16 + 100, history[1] + 16 + 58)
+            self.wait_for("the panel again", lambda: self.window("Vantalo Preview") == panel)
             self.delete_from_history(history, gif, items[0])
         else:
             self.delete_from_panel(delete_x, row_y, gif, items[0])

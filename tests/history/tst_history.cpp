@@ -374,24 +374,6 @@ private Q_SLOTS:
         QTRY_COMPARE(grid->gridLayout().columns, 1);
         QVERIFY(grid->liveThumbnailCount() <= 4); // one column, at most four rows partly in view
     }
-
-    // (Its delete button: the end-to-end flow with a compositor.)
-    void clickingACellSelectsIt()
-    {
-        keep(2);
-        std::optional<GifHistoryItem> selected;
-        m_controller->onSelectItem = [&selected](const GifHistoryItem& item) { selected = item; };
-        m_controller->show();
-        QVERIFY(QTest::qWaitForWindowExposed(m_controller->window()));
-        HistoryGridView* grid = view()->grid();
-        const QList<GifHistoryItem> items = m_history->store.loadItems();
-
-        const QPoint middle = grid->cellRectInViewport(1).center().toPoint();
-        QTest::mouseMove(grid->viewport(), middle);
-        QTRY_COMPARE(grid->hoveredIndex(), 1);
-        QTest::mouseClick(grid->viewport(), Qt::LeftButton, {}, middle);
-        QVERIFY(selected && selected->id == items.at(1).id);
-    }
 };
 
 QTEST_MAIN(TestHistory)
