@@ -439,8 +439,11 @@ class Flow:
 
     def check_drop(self, drops, count, gif):
         """The count-th drop offered the file and the bytes, and both read back as the GIF."""
-        lines = self.wait_for(f"drop {count}", lambda: drops.exists() and
-                              len(drops.read_text().splitlines()) >= count and drops.read_text().splitlines())
+        def written():
+            text = drops.read_text() if drops.exists() else ""
+            lines = text[:text.rfind("\n") + 1].splitlines()  # not the line still being written
+            return len(lines) >= count and lines
+        lines = self.wait_for(f"drop {count}", written)
         drop = json.loads(lines[count - 1])
         offered = set(drop["offered"])
         assert {"text/uri-list", "x-special/gnome-copied-files", "image/gif"} <= offered, offered
