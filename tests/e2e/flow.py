@@ -465,31 +465,39 @@ class Flow:
     def open_history(self):
         self.tray_menu("Down", "Down", "Return")
 
+    def open_preferences(self, times=1):
+        """Preferences from the tray menu, asked for `times` times: one window, in the middle of the screen."""
+        for _ in range(times):
+            self.tray_menu("Down", "Down", "Down", "Return")
+            window = self.wait_for("the preferences", lambda: self.window("Vantalo Preferences"))
+            time.sleep(0.5)
+        shown = self.xdotool("search", "--onlyvisible", "--name", "^Vantalo Preferences$").split()
+        assert len(shown) == 1, f"{len(shown)} preferences windows"
+        assert abs(window[0] + window[2] // 2 - self.screen[0] // 2) <= 2, f"preferences at {window}"
+        return window
+
+    def close_preferences(self):
+        self.xdotool("key", "Escape")
+        self.wait_for("the preferences to close", lambda: self.window("Vantalo Preferences") is None)
+
     def preferences(self):
         """Preferences, asked for twice, is one window in the middle of the screen. A shortcut
         recorded there is stored and takes over at once; credentials typed and saved with Return
         reach the keyring; Escape closes the window, and it opens again."""
-        for times in (2, 1):
-            for _ in range(times):
-                self.tray_menu("Down", "Down", "Down", "Return")
-                window = self.wait_for("the preferences", lambda: self.window("Vantalo Preferences"))
-                time.sleep(0.5)
-            shown = self.xdotool("search", "--onlyvisible", "--name", "^Vantalo Preferences$").split()
-            assert len(shown) == 1, f"{len(shown)} preferences windows"
-            assert abs(window[0] + window[2] // 2 - self.screen[0] // 2) <= 2, f"preferences at {window}"
-            if times == 2:
-                self.click(window[0] + window[2] - 62, window[1] + 50)  # the shortcut button
-                self.xdotool("key", "ctrl+shift+r")
-                for field in ("AKIDEXAMPLE", "a secret"):
-                    self.xdotool("key", "Tab")
-                    self.xdotool("type", field)
-                self.xdotool("key", "Return")
-                self.wait_for("the credentials in the keyring", lambda: [self.secret(key) for key in (
-                    "aws-access-key-id", "aws-secret-access-key")] == ["AKIDEXAMPLE", "a secret"])
-                settings = (self.config / "Vantalo.conf").read_text()
-                assert "hotkeyKeyCode=15\n" in settings and "hotkeyModifiers=1179648\n" in settings, settings
-            self.xdotool("key", "Escape")
-            self.wait_for("the preferences to close", lambda: self.window("Vantalo Preferences") is None)
+        window = self.open_preferences(times=2)
+        self.click(window[0] + window[2] - 62, window[1] + 50)  # the shortcut button
+        self.xdotool("key", "ctrl+shift+r")
+        for field in ("AKIDEXAMPLE", "a secret"):
+            self.xdotool("key", "Tab")
+            self.xdotool("type", field)
+        self.xdotool("key", "Return")
+        self.wait_for("the credentials in the keyring", lambda: [self.secret(key) for key in (
+            "aws-access-key-id", "aws-secret-access-key")] == ["AKIDEXAMPLE", "a secret"])
+        settings = (self.config / "Vantalo.conf").read_text()
+        assert "hotkeyKeyCode=15\n" in settings and "hotkeyModifiers=1179648\n" in settings, settings
+        self.close_preferences()
+        self.open_preferences()
+        self.close_preferences()
         # The new shortcut selects a region and cancels it; the old one is no longer taken.
         selections, cancels = self.app_log().count("idle -> selecting"), self.app_log().count("-> idle")
         self.xdotool("key", "ctrl+g")

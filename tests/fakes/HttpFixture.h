@@ -11,6 +11,19 @@
 
 namespace vantalo::test {
 
+using Headers = QList<std::pair<QByteArray, QByteArray>>;
+
+// The value of the header `name` (in any case), or empty.
+inline QByteArray header(const Headers& headers, const QByteArray& name)
+{
+    for (const auto& [key, value] : headers) {
+        if (key.compare(name, Qt::CaseInsensitive) == 0) {
+            return value;
+        }
+    }
+    return {};
+}
+
 // A real HTTP/1.1 server on loopback that answers each request as the test says (or never, to
 // stall).
 class HttpFixture
@@ -20,17 +33,9 @@ public:
     {
         QByteArray method;
         QByteArray target;
-        QList<std::pair<QByteArray, QByteArray>> headers;
+        Headers headers;
         QByteArray body;
-        QByteArray header(const QByteArray& name) const
-        {
-            for (const auto& [key, value] : headers) {
-                if (key.compare(name, Qt::CaseInsensitive) == 0) {
-                    return value;
-                }
-            }
-            return {};
-        }
+        QByteArray header(const QByteArray& name) const { return test::header(headers, name); }
     };
     struct Response
     {

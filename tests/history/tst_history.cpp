@@ -21,11 +21,6 @@ using namespace vantalo;
 using namespace vantalo::test;
 
 namespace {
-QString writeTempGif(const QTemporaryDir& dir, const QByteArray& bytes, const QString& name)
-{
-    return writeFile(dir.filePath(name), bytes);
-}
-
 QByteArray readAll(const QString& path)
 {
     QFile file(path);
@@ -73,7 +68,7 @@ private Q_SLOTS:
 
     void addingKeepsTheGifAndListsItFirst()
     {
-        const QString first = writeTempGif(*m_dir, "GIF89a one", QStringLiteral("vantalo_1.gif"));
+        const QString first = writeFile(m_dir->filePath(QStringLiteral("vantalo_1.gif")), "GIF89a one");
         const auto a = m_store->addGif(first);
         QVERIFY(a);
         QVERIFY(!QFile::exists(first));
@@ -92,7 +87,8 @@ private Q_SLOTS:
                      (others | QFile::ExeGroup | QFile::ExeOther),
                  QFile::Permissions());
 
-        const auto b = m_store->addGif(writeTempGif(*m_dir, "GIF89a two", QStringLiteral("vantalo_2.gif")));
+        const auto b =
+            m_store->addGif(writeFile(m_dir->filePath(QStringLiteral("vantalo_2.gif")), "GIF89a two"));
         QVERIFY(b);
 
         // The file as another reader sees it: an array, newest first, members in their order.
@@ -129,8 +125,8 @@ private Q_SLOTS:
 
     void updatesAndDeletes()
     {
-        const auto a = m_store->addGif(writeTempGif(*m_dir, "a", QStringLiteral("a.gif")));
-        const auto b = m_store->addGif(writeTempGif(*m_dir, "b", QStringLiteral("b.gif")));
+        const auto a = m_store->addGif(writeFile(m_dir->filePath(QStringLiteral("a.gif")), "a"));
+        const auto b = m_store->addGif(writeFile(m_dir->filePath(QStringLiteral("b.gif")), "b"));
         const QByteArray before = readAll(m_store->metadataPath());
         m_store->updateUploadURL(QUuid::createUuid(), QUrl(QStringLiteral("https://x.example/y.gif")));
         QCOMPARE(readAll(m_store->metadataPath()), before); // unknown id: byte for byte the same
@@ -214,20 +210,22 @@ private Q_SLOTS:
         const auto gif = [](int n) { return testGif(QSize(n, 1), 1); };
         const QString base = m_dir->filePath(QStringLiteral("Vantalo"));
         QTemporaryDir temporary;
-        const auto listed = m_store->addGif(writeTempGif(temporary, gif(1), QStringLiteral("vantalo_1.gif")));
+        const auto listed =
+            m_store->addGif(writeFile(temporary.filePath(QStringLiteral("vantalo_1.gif")), gif(1)));
         QVERIFY(listed);
         // Copied into the GIF directory, never listed; and one cut short there.
         const QString copied = QStringLiteral("vantalo_0F1E2D3C-4B5A-4978-8695-A4B3C2D1E0F9.gif");
-        writeTempGif(*m_dir, gif(2), QStringLiteral("Vantalo/gifs/") + copied);
-        writeTempGif(*m_dir, gif(3).chopped(1),
-                     QStringLiteral("Vantalo/gifs/vantalo_1E2D3C4B-5A49-4786-95A4-B3C2D1E0F9A8.gif"));
+        writeFile(m_dir->filePath(QStringLiteral("Vantalo/gifs/") + copied), gif(2));
+        writeFile(
+            m_dir->filePath(QStringLiteral("Vantalo/gifs/vantalo_1E2D3C4B-5A49-4786-95A4-B3C2D1E0F9A8.gif")),
+            gif(3).chopped(1));
         // Still in the temporary directory: a recording from 2023, and the original of a listed copy.
-        writeTempGif(temporary, gif(4), QStringLiteral("vantalo_1700000000.gif"));
-        writeTempGif(temporary, gif(1), QStringLiteral("vantalo_1700000001.gif"));
-        writeTempGif(temporary, gif(5), QStringLiteral("other.gif"));
+        writeFile(temporary.filePath(QStringLiteral("vantalo_1700000000.gif")), gif(4));
+        writeFile(temporary.filePath(QStringLiteral("vantalo_1700000001.gif")), gif(1));
+        writeFile(temporary.filePath(QStringLiteral("other.gif")), gif(5));
         // What an interrupted save leaves, and what must stay.
-        writeTempGif(*m_dir, "[", QStringLiteral("Vantalo/history.json.aB3xZ9"));
-        writeTempGif(*m_dir, "[", QStringLiteral("Vantalo/history.json.corrupt-20240101-000000"));
+        writeFile(m_dir->filePath(QStringLiteral("Vantalo/history.json.aB3xZ9")), "[");
+        writeFile(m_dir->filePath(QStringLiteral("Vantalo/history.json.corrupt-20240101-000000")), "[");
 
         m_store->recover(temporary.path());
         const QList<GifHistoryItem> items = m_store->loadItems();
@@ -268,15 +266,15 @@ private Q_SLOTS:
         };
         for (const auto& [json, aside, line] : rows) {
             init();
-            const QString outside = writeTempGif(*m_dir, "keep me", QStringLiteral("outside.gif"));
-            writeTempGif(*m_dir, json, QStringLiteral("Vantalo/history.json"));
+            const QString outside = writeFile(m_dir->filePath(QStringLiteral("outside.gif")), "keep me");
+            writeFile(m_dir->filePath(QStringLiteral("Vantalo/history.json")), json);
             QVERIFY(m_store->loadItems().isEmpty());
             QVERIFY(m_printed.isEmpty()); // reading alone changes nothing
 
             m_store->deleteItem(
                 GifHistoryItem{QUuid::createUuid(), QStringLiteral("../../outside.gif"), {}, 7, {}});
             QVERIFY(QFile::exists(outside));
-            QVERIFY(m_store->addGif(writeTempGif(*m_dir, "GIF89a", QStringLiteral("n.gif"))));
+            QVERIFY(m_store->addGif(writeFile(m_dir->filePath(QStringLiteral("n.gif")), "GIF89a")));
             const QStringList keptAside = QDir(m_dir->filePath(QStringLiteral("Vantalo")))
                                               .entryList({QStringLiteral("history.json.") + aside + '*'});
             QCOMPARE(keptAside.size(), 1);
@@ -300,7 +298,7 @@ private Q_SLOTS:
         }
         const auto unmount = qScopeGuard([&] { QProcess::execute(QStringLiteral("umount"), {mountPoint}); });
         auto store = storeAt(mountPoint + QStringLiteral("/Vantalo"));
-        QVERIFY(store->addGif(writeTempGif(*m_dir, QByteArray(1000, 'g'), QStringLiteral("1.gif"))));
+        QVERIFY(store->addGif(writeFile(m_dir->filePath(QStringLiteral("1.gif")), QByteArray(1000, 'g'))));
         const QByteArray before = readAll(store->metadataPath());
         QFile filler(mountPoint + QStringLiteral("/filler"));
         QVERIFY(filler.open(QIODevice::WriteOnly));
@@ -310,7 +308,7 @@ private Q_SLOTS:
 
         // The GIF itself no longer fits: a clear failure, and the history is as it was.
         const auto failed =
-            store->addGif(writeTempGif(*m_dir, QByteArray(20000, 'g'), QStringLiteral("2.gif")));
+            store->addGif(writeFile(m_dir->filePath(QStringLiteral("2.gif")), QByteArray(20000, 'g')));
         QVERIFY(!failed);
         QVERIFY(QFile::exists(m_dir->filePath(QStringLiteral("2.gif")))); // the user's GIF is still there
         QCOMPARE(readAll(store->metadataPath()), before);
