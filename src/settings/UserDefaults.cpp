@@ -66,21 +66,6 @@ std::optional<qint64> UserDefaults::integerValue(const QVariant& value)
     }
 }
 
-qint64 UserDefaults::integerForKey(const QString& key) const
-{
-    const auto object = objectForKey(key);
-    if (!object) {
-        return 0;
-    }
-    return integerValue(*object).value_or(0);
-}
-
-bool UserDefaults::hasIntegerForKey(const QString& key) const
-{
-    const auto object = objectForKey(key);
-    return object && integerValue(*object).has_value();
-}
-
 std::optional<QString> UserDefaults::stringForKey(const QString& key) const
 {
     const auto object = objectForKey(key);
@@ -106,11 +91,6 @@ void UserDefaults::setInteger(const QString& key, qint64 value)
 void UserDefaults::setString(const QString& key, const QString& value)
 {
     m_settings->setValue(key, value);
-}
-
-void UserDefaults::removeObject(const QString& key)
-{
-    m_settings->remove(key);
 }
 
 void UserDefaults::sync()

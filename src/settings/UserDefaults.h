@@ -30,16 +30,11 @@ public:
 
     // The stored value, else the registered default, else nothing.
     std::optional<QVariant> objectForKey(const QString& key) const;
-    // The value as an integer when it is one, else 0.
-    qint64 integerForKey(const QString& key) const;
-    // Whether a value is present and is an integer by the rule above.
-    bool hasIntegerForKey(const QString& key) const;
     // The value as text, or nothing when there is none (a stored empty string is kept).
     std::optional<QString> stringForKey(const QString& key) const;
 
     void setInteger(const QString& key, qint64 value);
     void setString(const QString& key, const QString& value);
-    void removeObject(const QString& key);
 
     void sync();
 

@@ -1,5 +1,6 @@
 // The global shortcut as a passive grab on a real X server (tests/with-xvfb.sh), driven with
-// xdotool as a user's keyboard would.
+// xdotool as a user's keyboard would. A shortcut recorded anew takes over from the old one: the
+// end-to-end flow (tests/e2e/flow.py, Preferences).
 #include "platform/x11/X11HotkeyManager.h"
 
 #include <QGuiApplication>
@@ -121,28 +122,6 @@ private Q_SLOTS:
         press(QStringLiteral("g"));
         QTRY_COMPARE(m_window->keys, (QStringList{QStringLiteral("Ctrl+Shift+G"), QStringLiteral("G")}));
         QCOMPARE(presses, 3);
-    }
-
-    void registeringAgainSwitchesKeys()
-    {
-        auto manager = makeManager();
-        int first = 0;
-        int second = 0;
-        manager->registerHotkey(Shortcut{5, 0x100000}, [&first] { ++first; });
-        // Shift+Ctrl+5 now; Ctrl+G goes back to the window.
-        manager->registerHotkey(Shortcut{23, 0x120000}, [&second] { ++second; });
-        press(QStringLiteral("ctrl+shift+5"));
-        QTRY_COMPARE(second, 1);
-        press(QStringLiteral("ctrl+g"));
-        QTRY_COMPARE(m_window->keys.size(), 1);
-        QCOMPARE(m_window->keys.first(), QStringLiteral("Ctrl+G"));
-        QCOMPARE(first, 0);
-
-        // Unregistered, nothing is taken.
-        manager->unregisterHotkey();
-        press(QStringLiteral("ctrl+shift+5"));
-        QTRY_COMPARE(m_window->keys.size(), 2);
-        QCOMPARE(second, 1);
     }
 
     void aShortcutHeldElsewhereIsRefusedOnce()

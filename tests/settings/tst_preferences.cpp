@@ -1,7 +1,6 @@
 // The settings as stored and read back (hand edits included), the credentials in a real
 // gnome-keyring (in a private D-Bus session, started by tests/with-keyring.sh) and where no keyring
 // answers, the shortcut recorder and the preferences window, offscreen.
-#include "common/Geometry.h"
 #include "hotkey/HotkeyMatcher.h"
 #include "hotkey/HotkeyRecorderButton.h"
 #include "hotkey/ShortcutLabel.h"
@@ -250,45 +249,6 @@ private Q_SLOTS:
 
     void cleanup() { QFile::remove(iniPath()); }
 
-    void integersAreWholeDecimalTexts()
-    {
-        const std::pair<QString, std::optional<qint64>> rows[] = {
-            {QStringLiteral("1048576"), 1048576},
-            {QStringLiteral("-3"), -3},
-            {QStringLiteral("1.5"), {}},
-            {QStringLiteral("command"), {}},
-            {QStringLiteral(" 12"), {}},
-            {QStringLiteral("0x100000"), {}},
-            {QString(), {}},
-            {QStringLiteral("99999999999999999999"), {}},
-        };
-        for (const auto& [stored, value] : rows) {
-            UserDefaults(iniPath()).setString(QStringLiteral("probe"), stored);
-            const auto defaults = reopened();
-            QCOMPARE(defaults->hasIntegerForKey(QStringLiteral("probe")), value.has_value());
-            QCOMPARE(defaults->integerForKey(QStringLiteral("probe")), value.value_or(0));
-        }
-        // A number stored as one reads back as one.
-        UserDefaults(iniPath()).setInteger(QStringLiteral("probe"), 1179648);
-        QCOMPARE(reopened()->integerForKey(QStringLiteral("probe")), 1179648);
-    }
-
-    void registeredDefaultsAnswerUntilAValueIsStored()
-    {
-        auto defaults = reopened();
-        QVERIFY(!defaults->objectForKey(SettingsKey::hotkeyKeyCode));
-        registerShortcutDefaults(*defaults);
-        QCOMPARE(defaults->integerForKey(SettingsKey::hotkeyKeyCode), 5);
-        QCOMPARE(defaults->integerForKey(SettingsKey::hotkeyModifiers), 0x100000);
-        defaults->setInteger(SettingsKey::hotkeyKeyCode, 15);
-        QCOMPARE(defaults->integerForKey(SettingsKey::hotkeyKeyCode), 15);
-        defaults->removeObject(SettingsKey::hotkeyKeyCode);
-        QCOMPARE(defaults->integerForKey(SettingsKey::hotkeyKeyCode), 5);
-        defaults.reset();
-        // Registered values are never written to the file.
-        QVERIFY(!reopened()->objectForKey(SettingsKey::hotkeyModifiers));
-    }
-
     void shortcutReading()
     {
         const struct
@@ -312,6 +272,9 @@ private Q_SLOTS:
             {"5", "1114112", true, 5, 0x100000, true}, // stray bits
             {"abc", "262144", true, 5, 0x100000, true},
             {"5.0", "262144", true, 5, 0x100000, true},
+            {"+15", "\" 262144\"", true, 5, 0x100000, true}, // whole decimal texts only
+            {"+15", "0x40000", true, 5, 0x100000, true},
+            {"+15", "262144", true, 15, 0x40000, false},
             {"99999999999999999999", "262144", true, 5, 0x100000, true},
             {"70000", "262144", true, 5, 0x100000, true}, // beyond 16 bits
             {"1000", "262144", true, 5, 0x100000, true},  // not in the key table
@@ -342,6 +305,10 @@ private Q_SLOTS:
                      row.keyCode + " " + row.modifiers);
             // The menu names what is registered.
             QCOMPARE(menuShortcut(*defaults), stored.shortcut);
+            // Registered values are never written to the file.
+            defaults.reset();
+            QCOMPARE(reopened()->objectForKey(SettingsKey::hotkeyModifiers).has_value(),
+                     row.modifiers != "-");
         }
     }
 
@@ -413,26 +380,6 @@ private Q_SLOTS:
             QVERIFY2(matchesHotkey(row.type, row.keyCode, row.flags, Shortcut{5, row.registered}) ==
                          row.matches,
                      qPrintable(QString::number(row.flags, 16)));
-        }
-    }
-
-    void coordinateConversions()
-    {
-        const QRectF atOrigin(0, 0, 1920, 1080);
-        const struct
-        {
-            QRectF primary, yUp, qt;
-        } rows[] = {
-            {atOrigin, {100, 200, 300, 150}, {100, 730, 300, 150}},
-            {atOrigin, {-1920, 0, 1920, 1080}, {-1920, 0, 1920, 1080}},    // a display to the left
-            {atOrigin, {0, 1080, 800, 600}, {0, -600, 800, 600}},          // a display above
-            {{1440, 0, 1920, 1080}, {0, 0, 10, 10}, {1440, 1070, 10, 10}}, // primary not at the origin
-        };
-        for (const auto& [primary, yUp, qt] : rows) {
-            QCOMPARE(toQtRect(yUp, primary), qt);
-            QCOMPARE(fromQtRect(qt, primary), yUp);
-            QCOMPARE(toQtPoint(yUp.topLeft(), primary), QPointF(qt.x(), qt.y() + qt.height()));
-            QCOMPARE(fromQtPoint(qt.topLeft(), primary), QPointF(yUp.x(), yUp.y() + yUp.height()));
         }
     }
 

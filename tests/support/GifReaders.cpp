@@ -53,38 +53,6 @@ GifFile openGif(MemoryInput& input)
 
 } // namespace
 
-std::expected<ReadGif, QString> readWithGiflib(const QByteArray& gif)
-{
-    MemoryInput input{&gif};
-    const GifFile file = openGif(input);
-    if (!file) {
-        return std::unexpected(QStringLiteral("giflib: not a GIF"));
-    }
-    if (DGifSlurp(file.get()) != GIF_OK) {
-        return std::unexpected(QStringLiteral("giflib: ") + QString::fromUtf8(GifErrorString(file->Error)));
-    }
-    ReadGif out;
-    QImage canvas(file->SWidth, file->SHeight, QImage::Format_ARGB32);
-    canvas.fill(0);
-    for (int i = 0; i < file->ImageCount; ++i) {
-        const SavedImage& image = file->SavedImages[i];
-        GraphicsControlBlock control{};
-        control.TransparentColor = NO_TRANSPARENT_COLOR;
-        DGifSavedExtensionToGCB(file.get(), i, &control);
-        const ColorMapObject* map = image.ImageDesc.ColorMap ? image.ImageDesc.ColorMap : file->SColorMap;
-        QList<QRgb> palette;
-        for (int c = 0; map && c < map->ColorCount; ++c) {
-            palette.append(qRgb(map->Colors[c].Red, map->Colors[c].Green, map->Colors[c].Blue));
-        }
-        const GifImageDesc& d = image.ImageDesc;
-        drawFrame(canvas, QRect(d.Left, d.Top, d.Width, d.Height), image.RasterBits, palette,
-                  control.TransparentColor);
-        out.frames.append(canvas.copy());
-        out.delays.append(control.DelayTime);
-    }
-    return out;
-}
-
 std::expected<ReadGif, QString> readWithQt(const QByteArray& gif)
 {
     QBuffer buffer;
@@ -194,8 +162,8 @@ std::expected<std::vector<quint8>, QString> strictLzw(const QByteArray& data, in
 } // namespace
 
 // giflib walks the blocks; every LZW code, and what the writer promises beyond the format, is
-// checked here.
-std::expected<int, QString> checkStrictly(const QByteArray& gif)
+// checked here, and the frames are drawn from the codes as decoded here.
+std::expected<ReadGif, QString> readStrictly(const QByteArray& gif)
 {
     MemoryInput input{&gif};
     const GifFile file = openGif(input);
@@ -217,8 +185,12 @@ std::expected<int, QString> checkStrictly(const QByteArray& gif)
         }
         return data;
     };
-    int loopCount = -1;
+    ReadGif out;
+    QImage canvas(file->SWidth, file->SHeight, QImage::Format_ARGB32);
+    canvas.fill(0);
     int disposal = 0;
+    int delay = 0;
+    int transparent = -1;
     for (GifRecordType type = UNDEFINED_RECORD_TYPE; type != TERMINATE_RECORD_TYPE;) {
         GifByteType* block = nullptr;
         int code = 0;
@@ -233,11 +205,13 @@ std::expected<int, QString> checkStrictly(const QByteArray& gif)
                 return giflibFailed();
             }
             if (code == 0xff && data->startsWith("NETSCAPE2.0") && data->size() == 14) {
-                loopCount = quint8(data->at(12)) | (quint8(data->at(13)) << 8);
+                out.loopCount = quint8(data->at(12)) | (quint8(data->at(13)) << 8);
             } else if (code == 0xf9 && data->size() != 4) {
                 return fail(QStringLiteral("graphic control extension of %1 bytes").arg(data->size()));
             } else if (code == 0xf9) {
                 disposal = (quint8(data->at(0)) >> 2) & 7;
+                delay = quint8(data->at(1)) | (quint8(data->at(2)) << 8);
+                transparent = (data->at(0) & 1) ? quint8(data->at(3)) : -1;
             }
         } else if (type == IMAGE_DESC_RECORD_TYPE) {
             if (DGifGetImageDesc(file.get()) != GIF_OK || DGifGetCode(file.get(), &code, &block) != GIF_OK) {
@@ -262,34 +236,41 @@ std::expected<int, QString> checkStrictly(const QByteArray& gif)
             if (std::ranges::any_of(*indices, [map](quint8 i) { return !map || i >= map->ColorCount; })) {
                 return fail(QStringLiteral("an index outside the colour table"));
             }
-            disposal = 0;
+            QList<QRgb> palette;
+            for (int c = 0; map && c < map->ColorCount; ++c) {
+                palette.append(qRgb(map->Colors[c].Red, map->Colors[c].Green, map->Colors[c].Blue));
+            }
+            drawFrame(canvas, QRect(d.Left, d.Top, d.Width, d.Height), indices->data(), palette, transparent);
+            out.frames.append(canvas.copy());
+            out.delays.append(delay);
+            disposal = delay = 0;
+            transparent = -1;
         }
     }
     if (input.at != gif.size()) {
         return fail(QStringLiteral("data after the trailer"));
     }
-    return loopCount;
+    return out;
 }
 
 std::expected<ReadGif, QString> readWithEveryReader(const QByteArray& gif)
 {
-    const auto loopCount = checkStrictly(gif);
-    auto read = readWithGiflib(gif);
+    const auto read = readStrictly(gif);
     const auto qt = readWithQt(gif);
-    if (!loopCount || !read || !qt) {
-        return std::unexpected(!loopCount ? loopCount.error() : !read ? read.error() : qt.error());
+    if (!read || !qt) {
+        return std::unexpected(!read ? read.error() : qt.error());
     }
-    read->loopCount = *loopCount;
     QList<int> delays = read->delays;
     std::ranges::replace(delays, 0, 10); // Qt plays a delay of 0 as 100 ms, as browsers do
     if (qt->frames.size() != read->frames.size() || qt->delays != delays) {
-        return std::unexpected(QStringLiteral("Qt reads %1 frames and other delays than giflib's %2")
-                                   .arg(qt->frames.size())
-                                   .arg(read->frames.size()));
+        return std::unexpected(
+            QStringLiteral("Qt reads %1 frames and other delays than the strict reader's %2")
+                .arg(qt->frames.size())
+                .arg(read->frames.size()));
     }
     for (qsizetype k = 0; k < read->frames.size(); ++k) {
         if (qt->frames[k] != read->frames[k]) {
-            return std::unexpected(QStringLiteral("Qt differs from giflib in frame %1").arg(k));
+            return std::unexpected(QStringLiteral("Qt differs from the strict reader in frame %1").arg(k));
         }
     }
     return read;
