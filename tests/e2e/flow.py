@@ -261,7 +261,9 @@ class Flow:
 
         if self.args.wayland:
             # No tray on this desktop, so no menu to open the history from or to quit with.
+            # Said once, as a line and not as an alert: there is nothing the user could change.
             assert self.app_log().count("This desktop offers applications no global shortcuts") == 1, self.app_log()
+            assert self.window("Shortcut Unavailable") is None, "an alert about the missing shortcut portal"
             assert "No system tray found: Vantalo keeps running; record with the command \u201cvantalo --toggle\u201d " \
                    "(bind it to a key" in self.app_log(), self.app_log()
             self.delete_from_panel(delete_x, row_y, gif, items[0])

@@ -53,8 +53,6 @@ public:
     using Journaled::Journaled;
     void registerHotkey(const Shortcut& shortcut, std::function<void()> handler) override
     {
-        m_j.add(
-            QStringLiteral("hotkey.register %1 0x%2").arg(shortcut.keyCode).arg(shortcut.modifiers, 0, 16));
         registered = shortcut;
         this->handler = std::move(handler);
         if (refuse && onPermissionDenied) {

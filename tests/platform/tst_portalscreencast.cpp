@@ -57,12 +57,6 @@ bool onPlasma()
     return qEnvironmentVariable("XDG_CURRENT_DESKTOP") == QLatin1String("KDE");
 }
 
-bool hasShortcutPortal()
-{
-    return qEnvironmentVariable("VANTALO_PORTAL_INTERFACES", QStringLiteral("GlobalShortcuts"))
-        .contains(QStringLiteral("GlobalShortcuts"));
-}
-
 // What the desktop shares of `region` (a monitor of `logical` size), from a session of its own.
 QImage sharedPicture(const QRectF& region, QSize logical)
 {
@@ -225,9 +219,6 @@ private Q_SLOTS:
     // BindShortcuts; each press reaches the handler of the session in force, and only that.
     void theShortcutThroughThePortal()
     {
-        if (!hasShortcutPortal()) {
-            QSKIP("the desktop of this run offers no shortcut portal");
-        }
         QStringList printed;
         int presses = 0;
         PortalShortcut shortcut([&printed](const QString& line) { printed << line; });
@@ -282,9 +273,6 @@ private Q_SLOTS:
             QVERIFY(!grant);
             QCOMPARE(grant.error().description, row.screenCast);
             QTRY_VERIFY(requests(QStringLiteral("Close")).size() > closed);
-            if (!hasShortcutPortal()) {
-                continue;
-            }
             QStringList printed;
             int refusals = 0;
             PortalShortcut shortcut([&printed](const QString& text) { printed << text; },
@@ -320,27 +308,6 @@ private Q_SLOTS:
         QVERIFY2(reply.type() == QDBusMessage::ReplyMessage, qPrintable(reply.errorMessage()));
         QTRY_COMPARE(presses, 1);
         QVERIFY(printed.isEmpty());
-    }
-
-    // Run in a desktop without the shortcut portal (GNOME before 48, sway): said once, and the
-    // menu names the command to bind instead.
-    void noShortcutPortal()
-    {
-        if (hasShortcutPortal()) {
-            QSKIP("runs where the desktop offers no shortcut portal");
-        }
-        QStringList printed;
-        int refusals = 0;
-        PortalShortcut shortcut([&printed](const QString& line) { printed << line; });
-        shortcut.onPermissionDenied = [&refusals] { ++refusals; };
-        shortcut.registerHotkey(Shortcut{}, [] {});
-        QTRY_COMPARE(shortcut.desktopTrigger(), std::optional(QString()));
-        shortcut.registerHotkey(Shortcut{23, ModifierFlag::command}, [] {});
-        QTest::qWait(200);
-        QCOMPARE(printed, QStringList{QStringLiteral(
-                              "This desktop offers applications no global shortcuts: bind the command "
-                              "\u201Cvantalo --toggle\u201D to a key in your desktop's keyboard settings")});
-        QCOMPARE(refusals, 0);
     }
 };
 

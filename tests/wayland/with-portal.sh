@@ -5,8 +5,7 @@
 # that sends a frame every 3 s). The test finds the sources' nodes in VANTALO_TEST_NODE and
 # VANTALO_TEST_STILL_NODE, the backend's log of requests in VANTALO_PORTAL_LOG, and steers the
 # backend's next answer through VANTALO_PORTAL_MODE (a file); VANTALO_TEST_SOURCE_PICTURE holds
-# the bars' bytes. VANTALO_PORTAL_INTERFACES chooses
-# the portals the desktop offers (default: ScreenCast and GlobalShortcuts).
+# the bars' bytes. The desktop offers the ScreenCast and GlobalShortcuts portals.
 set -euo pipefail
 here=$(cd "$(dirname "$0")" && pwd)
 source "$here/../private-home.sh"
@@ -14,7 +13,7 @@ mkdir -p "$scratch/portals"
 cat >"$scratch/portals/vantalo-test.portal" <<EOF
 [portal]
 DBusName=org.freedesktop.impl.portal.desktop.vantalotest
-Interfaces=${VANTALO_PORTAL_INTERFACES:-org.freedesktop.impl.portal.ScreenCast;org.freedesktop.impl.portal.GlobalShortcuts;}
+Interfaces=org.freedesktop.impl.portal.ScreenCast;org.freedesktop.impl.portal.GlobalShortcuts;
 UseIn=vantalo-test
 EOF
 export XDG_CURRENT_DESKTOP=vantalo-test XDG_DESKTOP_PORTAL_DIR="$scratch/portals"
