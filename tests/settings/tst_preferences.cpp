@@ -177,8 +177,6 @@ private Q_SLOTS:
         QVERIFY(window->secretAccessKeyField()->text().isEmpty());
         QCOMPARE(window->secretAccessKeyField()->echoMode(), QLineEdit::Password);
         QCOMPARE(window->recorderButton()->text(), QStringLiteral("Ctrl+G"));
-        QCOMPARE(CloudUploader::Config::load(defaults, keychain).bucketName,
-                 QStringLiteral("vantalo-uploads"));
 
         // S3 fields are stored as they are typed; a cleared field stores the empty string.
         window->regionField()->selectAll();
@@ -188,7 +186,6 @@ private Q_SLOTS:
         QTest::keyClick(window->bucketNameField(), Qt::Key_Backspace);
         QCOMPARE(defaults.stringForKey(SettingsKey::s3BucketName), QString());
         QVERIFY(defaults.stringForKey(SettingsKey::s3BucketName).has_value());
-        QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
 
         // The endpoint for S3-compatible storage: empty until typed; the environment overrides it.
         QVERIFY(window->endpointField()->text().isEmpty());
@@ -383,58 +380,49 @@ private Q_SLOTS:
         }
     }
 
-    void roundTripThroughTheKeyring()
+    // Both ways through the real keyring: what is saved, other keyring tools read as it was typed,
+    // one item an account; what an earlier version left as base64 (type=base64) reads as the key
+    // and is rewritten as text.
+    void theKeyringHoldsText()
     {
         QStringList printed;
         QtKeychainSecretStore secrets(keychainService, [&printed](const QString& line) { printed << line; });
         KeychainStore keychain(secrets);
+        // secret-tool on one account's item: "lookup", "clear", "search --all", "store --label=…".
+        const auto tool = [](const QString& command, const char* user, const QStringList& attributes = {},
+                             const QByteArray& input = {}) {
+            return secretTool(command.split(QLatin1Char(' ')) +
+                                  QStringList{QStringLiteral("user"), QString::fromLatin1(user),
+                                              QStringLiteral("server"), keychainService} +
+                                  attributes,
+                              input);
+        };
         secretTool({QStringLiteral("clear"), QStringLiteral("server"), keychainService}); // the window's
 
+        const QString secret = QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9");
         QVERIFY(!keychain.loadCredential(CredentialKey::secretAccessKey));
         QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey, QStringLiteral("first")));
-        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey,
-                                        QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9")));
-        QCOMPARE(keychain.loadCredential(CredentialKey::secretAccessKey),
-                 QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9"));
-        QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
-
+        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey, secret));
+        QCOMPARE(keychain.loadCredential(CredentialKey::secretAccessKey), secret);
+        QCOMPARE(tool(QStringLiteral("lookup"), "aws-secret-access-key"), secret);
+        QCOMPARE(tool(QStringLiteral("search --all"), "aws-secret-access-key").count(QStringLiteral("[/")),
+                 1);
         // An empty credential is stored and read back as empty, not as missing.
+        QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
         QVERIFY(keychain.saveCredential(CredentialKey::accessKeyId, QString()));
-        const auto empty = keychain.loadCredential(CredentialKey::accessKeyId);
-        QVERIFY(empty.has_value());
-        QVERIFY(empty->isEmpty());
-        QVERIFY2(printed.isEmpty(), qPrintable(printed.join('\n')));
+        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), std::optional(QString()));
 
-        // Saving twice left one item for the account, in the keyring itself.
-        const QString items = secretTool({QStringLiteral("search"), QStringLiteral("--all"),
-                                          QStringLiteral("user"), QStringLiteral("aws-secret-access-key")});
+        const QString key = QStringLiteral("AKIA\u00e9XAMPLE");
+        tool(QStringLiteral("clear"), "aws-access-key-id");
+        tool(QStringLiteral("store --label=old"), "aws-access-key-id",
+             {QStringLiteral("type"), QStringLiteral("base64")}, key.toUtf8().toBase64());
+        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), key);
+        QCOMPARE(tool(QStringLiteral("lookup"), "aws-access-key-id"), key);
+        const QString items = tool(QStringLiteral("search --all"), "aws-access-key-id");
         QCOMPARE(items.count(QStringLiteral("[/")), 1);
-        // Other keyring tools read the secret as it was typed.
-        QCOMPARE(
-            secretTool({QStringLiteral("lookup"), QStringLiteral("user"),
-                        QStringLiteral("aws-secret-access-key"), QStringLiteral("server"), keychainService}),
-            QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9"));
-    }
-
-    void credentialsSavedAsBase64AreReadAndRewrittenAsText()
-    {
-        // What an earlier version left: the bytes as base64 text, marked type=base64.
-        const QStringList item{QStringLiteral("user"), QStringLiteral("aws-access-key-id"),
-                               QStringLiteral("server"), keychainService};
-        secretTool(QStringList{QStringLiteral("clear")} + item);
-        QCOMPARE(secretTool(QStringList{QStringLiteral("store"), QStringLiteral("--label=old")} + item +
-                                QStringList{QStringLiteral("type"), QStringLiteral("base64")},
-                            QByteArray("AKIA\xc3\xa9XAMPLE").toBase64()),
-                 QString());
-        QtKeychainSecretStore secrets(keychainService, [](const QString&) {});
-        KeychainStore keychain(secrets);
-        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), QStringLiteral("AKIA\u00e9XAMPLE"));
-        QCOMPARE(secretTool(QStringList{QStringLiteral("lookup")} + item),
-                 QStringLiteral("AKIA\u00e9XAMPLE"));
-        const QString all = secretTool(QStringList{QStringLiteral("search"), QStringLiteral("--all")} + item);
-        QCOMPARE(all.count(QStringLiteral("[/")), 1);
-        QVERIFY2(all.contains(QStringLiteral("attribute.type = plaintext")), qPrintable(all));
-        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), QStringLiteral("AKIA\u00e9XAMPLE"));
+        QVERIFY2(items.contains(QStringLiteral("attribute.type = plaintext")), qPrintable(items));
+        QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), key);
+        QVERIFY2(printed.isEmpty(), qPrintable(printed.join('\n')));
     }
 
     // No keyring reads as absent and saves false, with one line: at once where there is no
