@@ -1,6 +1,7 @@
 // The screen-cast portal client against the real xdg-desktop-portal frontend, with a test backend
 // that shares one PipeWire source (tests/wayland/with-portal.sh): what it asks for, what it gets,
 // and every way the desktop can say no.
+#include "../support/RecorderSteps.h"
 #include "platform/portal/PipeWireStream.h"
 #include "platform/portal/PortalCaptureBackend.h"
 #include "platform/portal/PortalScreenCast.h"
@@ -20,6 +21,7 @@
 #include <unistd.h>
 
 using namespace vantalo;
+using namespace vantalo::testing;
 using namespace std::chrono_literals;
 
 namespace {
@@ -175,38 +177,29 @@ private Q_SLOTS:
             std::make_unique<PortalCaptureBackend>(
                 QString(), [&stored](const QString& token) { stored = token; }, PortalTimeouts{}, screens),
             [] { return 1.0; }, [](const QString&) {});
-        std::optional<std::expected<void, Failure>> started;
-        recorder.startRecording(QRectF(10, 20, 100, 50), QStringLiteral("left"), 15, 30,
-                                [&started](std::expected<void, Failure> result) { started = result; });
-        QTRY_VERIFY_WITH_TIMEOUT(started.has_value(), 15000);
-        QVERIFY2(*started, *started ? "" : qPrintable(started->error().description));
+        const auto started = startRecording(recorder, QRectF(10, 20, 100, 50), QStringLiteral("left"));
+        QVERIFY2(!started, started ? qPrintable(started->description) : "");
         QTest::qWait(2000);
-        std::optional<FrameList> frames;
-        recorder.stopRecording(
-            [&frames](std::expected<FrameList, Failure> result) { frames = result.value_or(FrameList{}); });
-        QTRY_VERIFY(frames.has_value());
-        QVERIFY2(qAbs(frames->size() - 30) <= 2, qPrintable(QString::number(frames->size())));
-        QCOMPARE(frames->first().size(), QSize(200, 100));
-        QCOMPARE(frames->last().fullSize(),
-                 shown.scaled(200, 100).convertToFormat(frames->last().fullSize().format()));
+        const FrameList frames = stopRecording(recorder);
+        QVERIFY2(qAbs(frames.size() - 30) <= 2, qPrintable(QString::number(frames.size())));
+        QCOMPARE(frames.first().size(), QSize(200, 100));
+        QCOMPARE(frames.last().fullSize(),
+                 shown.scaled(200, 100).convertToFormat(frames.last().fullSize().format()));
         QVERIFY(!QUuid(stored).isNull());
         const CaptureStats stats = recorder.lastStats();
 
         // A region on the screen that is not shared is not taken from the shared one, and the
         // permission kept is dropped so the next recording asks which screen to share.
-        started.reset();
-        recorder.startRecording(QRectF(10, 20, 100, 50), QStringLiteral("right"), 15, 30,
-                                [&started](std::expected<void, Failure> result) { started = result; });
-        QTRY_VERIFY_WITH_TIMEOUT(started.has_value(), 15000);
-        QVERIFY(!*started);
+        const auto refused = startRecording(recorder, QRectF(10, 20, 100, 50), QStringLiteral("right"));
+        QVERIFY(refused);
         QCOMPARE(
-            started->error().description,
+            refused->description,
             QStringLiteral("the region is on a screen that was not shared; the next recording asks which "
                            "screen to share"));
         QCOMPARE(stored, QString());
         if (source == "still") {
             QVERIFY2(
-                stats.sourceFrames <= 2 && stats.sharedFrames >= frames->size() - 2,
+                stats.sourceFrames <= 2 && stats.sharedFrames >= frames.size() - 2,
                 qPrintable(
                     QStringLiteral("%1 sent, %2 shared").arg(stats.sourceFrames).arg(stats.sharedFrames)));
         } else {

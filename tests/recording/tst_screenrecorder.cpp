@@ -1,6 +1,7 @@
 // The screen recorder on a real X server (tests/with-xvfb.sh, 1920 × 1080): what comes back is
 // exactly what is on screen, doubled, with the pointer painted in. And for a Wayland desktop: which
 // session Vantalo is in, and where the region lies in a screen-cast buffer whatever the scaling.
+#include "../support/RecorderSteps.h"
 #include "app/DesktopSession.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "recording/CapturePlan.h"
@@ -15,6 +16,7 @@
 #include <QWidget>
 
 using namespace vantalo;
+using namespace vantalo::testing;
 using namespace std::chrono_literals;
 
 namespace {
@@ -86,37 +88,6 @@ class TestScreenRecorder : public QObject
         }
         return std::make_unique<ScreenRecorder>(
             std::move(backend), [] { return 1.0; }, [this](const QString& line) { m_printed << line; });
-    }
-    static std::optional<Failure> start(ScreenRecorder& recorder, const QRectF& region,
-                                        double maxSeconds = 30, const QString& displayName = {})
-    {
-        std::optional<std::expected<void, Failure>> started;
-        recorder.startRecording(region, displayName, 15, maxSeconds,
-                                [&](std::expected<void, Failure> result) { started = result; });
-        if (!QTest::qWaitFor([&] { return started.has_value(); }, 5000)) {
-            return Failure{QStringLiteral("start never completed")};
-        }
-        return *started ? std::nullopt : std::optional(started->error());
-    }
-    static FrameList stop(ScreenRecorder& recorder)
-    {
-        std::optional<FrameList> frames;
-        recorder.stopRecording(
-            [&](std::expected<FrameList, Failure> stopped) { frames = stopped.value_or(FrameList{}); });
-        if (!QTest::qWaitFor([&] { return frames.has_value(); }, 5000)) {
-            qWarning("stop never completed");
-        }
-        return frames.value_or(FrameList{});
-    }
-    static FrameList record(ScreenRecorder& recorder, const QRectF& region, std::chrono::milliseconds length,
-                            const QString& displayName = {})
-    {
-        if (const auto error = start(recorder, region, 30, displayName)) {
-            qWarning("%s", qPrintable(error->description));
-            return {};
-        }
-        QTest::qWait(int(length.count()));
-        return stop(recorder);
     }
     static void movePointer(const QPoint& position)
     {
@@ -241,26 +212,26 @@ private Q_SLOTS:
         int reached = 0;
         recorder->onMaxDurationReached = [&reached] { ++reached; };
         // Stop while idle: an empty list, no error.
-        QVERIFY(stop(*recorder).isEmpty());
+        QVERIFY(stopRecording(*recorder).isEmpty());
 
-        QVERIFY(!start(*recorder, QRectF(0, 0, 64, 64), 0.6));
+        QVERIFY(!startRecording(*recorder, QRectF(0, 0, 64, 64), {}, 0.6));
         QVERIFY(recorder->isRecording());
         QTest::qWait(300);
         // A second start changes nothing and keeps the frames.
-        QVERIFY(!start(*recorder, QRectF(100, 100, 32, 32)));
+        QVERIFY(!startRecording(*recorder, QRectF(100, 100, 32, 32)));
         QTest::qWait(1500);
         // The limit is reported once, and only reported: the frames keep coming until the stop.
         QCOMPARE(reached, 1);
         QVERIFY(recorder->isRecording());
-        const FrameList first = stop(*recorder);
+        const FrameList first = stopRecording(*recorder);
         QVERIFY2(first.size() >= 20, qPrintable(QString::number(first.size())));
         QCOMPARE(first.first().size(), QSize(128, 128));
         QVERIFY(!recorder->isRecording());
 
         // The next recording starts from an empty list, and a stop right after the start leaves
         // no duration timer behind.
-        QVERIFY(!start(*recorder, QRectF(0, 0, 64, 64), 0.3));
-        const FrameList second = stop(*recorder);
+        QVERIFY(!startRecording(*recorder, QRectF(0, 0, 64, 64), {}, 0.3));
+        const FrameList second = stopRecording(*recorder);
         QVERIFY(second.size() < 5);
         QTest::qWait(400);
         QVERIFY(!recorder->isDurationTimerActive());
@@ -293,7 +264,7 @@ private Q_SLOTS:
 
         auto recorder =
             makeRecorder(std::make_unique<X11CaptureBackend>(QByteArray(":") + QByteArray::number(display)));
-        const auto started = start(*recorder, QRectF(0, 0, 100, 100));
+        const auto started = startRecording(*recorder, QRectF(0, 0, 100, 100));
         QVERIFY2(!started, qPrintable(started ? started->description : QString()));
         QTest::qWait(200);
         // Terminated, the server drops every client at once and still removes its lock and socket.
@@ -304,9 +275,9 @@ private Q_SLOTS:
         QVERIFY2(m_printed.first().startsWith(QStringLiteral("Stream stopped with error: ")),
                  qPrintable(m_printed.first()));
         QVERIFY(!recorder->isDurationTimerActive());
-        QVERIFY(stop(*recorder).isEmpty());
+        QVERIFY(stopRecording(*recorder).isEmpty());
         // And the next recording is refused with the display's own reason.
-        const auto error = start(*recorder, QRectF(0, 0, 100, 100));
+        const auto error = startRecording(*recorder, QRectF(0, 0, 100, 100));
         QVERIFY(error);
         QVERIFY2(error->description.contains(QStringLiteral("X display")), qPrintable(error->description));
     }
