@@ -1,5 +1,6 @@
 // Frames of any size, palette and content, written by the GIF writer, read back code by code by a
-// strict reader and by Qt: both see exactly the pixels and delays written; the file is complete, and any shorter prefix of it is not.
+// strict reader and by Qt: both see exactly the pixels and delays written; the file is complete, and any
+// shorter prefix of it is not.
 #include "Check.h"
 #include "recording/GifWriter.h"
 #include "support/GifReaders.h"
