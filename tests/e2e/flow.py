@@ -96,6 +96,15 @@ class Flow:
         values = dict(line.split("=", 1) for line in shell.stdout.split())
         return int(values["X"]), int(values["Y"]), int(values["WIDTH"]), int(values["HEIGHT"])
 
+    def lock(self, name, on):
+        """Turns "Caps Lock" or "Num Lock" on or off, as its key does, and waits until the server says so."""
+        def state():
+            return re.search(rf"{name}:\s+(on|off)", subprocess.run(["xset", "q"], capture_output=True,
+                                                                    text=True).stdout).group(1) == "on"
+        if state() != on:
+            self.xdotool("key", name.replace(" ", "_"))
+        self.wait_for(f"{name} {'on' if on else 'off'}", lambda: state() == on, seconds=5)
+
     def click(self, x, y, button=1):
         self.xdotool("mousemove", x, y)
         time.sleep(0.15)
@@ -198,8 +207,12 @@ class Flow:
 
         selections = 0 if by_command else self.app_log().count("-> selecting")
         if not by_command:
+            # With Caps Lock on, as a user may have it; Num Lock is on for the stop.
+            self.lock("Caps Lock", True)
             self.xdotool("key", "ctrl+g")
         self.wait_for("the selection overlay", lambda: self.app_log().count("-> selecting") > selections)
+        if not by_command:
+            self.lock("Caps Lock", False)
         time.sleep(0.5)
         self.shot("selecting")
         x, y, w, h = self.region
@@ -216,11 +229,14 @@ class Flow:
             time.sleep(max(0.0, started + 2.9 - time.monotonic()))
             subprocess.run([self.args.binary, "--toggle"], check=True, timeout=15)
         else:
+            self.lock("Num Lock", True)
             time.sleep(max(0.0, started + 2.9 - time.monotonic()))
             self.xdotool("key", "ctrl+g")
 
         items = self.wait_for("the GIF in the history",
                               lambda: [item for item in self.history() if item["id"] not in kept_before], seconds=30)
+        if not self.args.wayland:
+            self.lock("Num Lock", False)
         assert self.history()[0]["id"] == items[0]["id"], "the new GIF is not listed first"
         panel = self.wait_for("the preview panel", lambda: self.window("Vantalo Preview"))
         time.sleep(0.5)

@@ -1,6 +1,6 @@
 // The global shortcut as a passive grab on a real X server (tests/with-xvfb.sh), driven with
-// xdotool as a user's keyboard would. A shortcut recorded anew takes over from the old one: the
-// end-to-end flow (tests/e2e/flow.py, Preferences).
+// xdotool as a user's keyboard would. The shortcut with Caps Lock or Num Lock on, and one recorded
+// anew taking over from the old one: the end-to-end flow (tests/e2e/flow.py).
 #include "platform/x11/X11HotkeyManager.h"
 
 #include <QGuiApplication>
@@ -44,17 +44,6 @@ void press(const QString& keys)
     xdotool({QStringLiteral("key"), keys});
 }
 
-bool lockIsOn(const char* name)
-{
-    QProcess xset;
-    xset.start(QStringLiteral("xset"), {QStringLiteral("q")});
-    xset.waitForFinished();
-    const QString out = QString::fromLatin1(xset.readAllStandardOutput());
-    return out.section(QString::fromLatin1(name) + QLatin1Char(':'), 1)
-        .trimmed()
-        .startsWith(QLatin1String("on"));
-}
-
 } // namespace
 
 class TestX11Hotkey : public QObject
@@ -93,35 +82,19 @@ private Q_SLOTS:
         xdotool({QStringLiteral("mousemove"), QStringLiteral("200"), QStringLiteral("200")});
     }
 
-    void theShortcutArrivesWhateverTheLocks()
+    void theShortcutIsTakenAndNothingElse()
     {
         auto manager = makeManager();
         int presses = 0;
         manager->registerHotkey(Shortcut{5, 0x100000}, [&presses] { ++presses; });
         QVERIFY(m_printed.isEmpty());
-
         press(QStringLiteral("ctrl+g"));
         QTRY_COMPARE(presses, 1);
-
-        press(QStringLiteral("Num_Lock"));
-        QTRY_VERIFY(lockIsOn("Num Lock"));
-        press(QStringLiteral("ctrl+g"));
-        QTRY_COMPARE(presses, 2);
-        press(QStringLiteral("Num_Lock"));
-        QTRY_VERIFY(!lockIsOn("Num Lock"));
-
-        press(QStringLiteral("Caps_Lock"));
-        QTRY_VERIFY(lockIsOn("Caps Lock"));
-        press(QStringLiteral("ctrl+g"));
-        QTRY_COMPARE(presses, 3);
-        press(QStringLiteral("Caps_Lock"));
-        QTRY_VERIFY(!lockIsOn("Caps Lock"));
-
-        // None of them reached the window in front; other keys do, and are not taken.
+        // It did not reach the window in front; other keys do, and are not taken.
         press(QStringLiteral("ctrl+shift+g"));
         press(QStringLiteral("g"));
         QTRY_COMPARE(m_window->keys, (QStringList{QStringLiteral("Ctrl+Shift+G"), QStringLiteral("G")}));
-        QCOMPARE(presses, 3);
+        QCOMPARE(presses, 1);
     }
 
     void aShortcutHeldElsewhereIsRefusedOnce()
