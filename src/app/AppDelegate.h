@@ -64,7 +64,6 @@ public:
 
     QMenu* menu() { return &m_menu; }
     QSystemTrayIcon* trayIcon() { return m_statusItem.get(); }
-    StatusIconLook statusIconLook() const { return m_look; }
     PreferencesWindow* preferencesWindow() const { return m_preferencesWindow; }
     QMessageBox* shortcutAlert() const { return m_shortcutAlert; }
     QMessageBox* aboutBox() const { return m_aboutBox; }

@@ -223,7 +223,7 @@ class Flow:
             started = time.monotonic()  # the portal's handshake comes first; the clock starts after it
         self.xdotool("mousemove", x + w + 200, y + h + 100)  # out of the picture
         time.sleep(1.0)
-        self.shot("recording")
+        recording_shot = self.shot("recording")
         if self.args.wayland:
             # The desktop has no shortcut portal: the command bound to a key in its settings.
             time.sleep(max(0.0, started + 2.9 - time.monotonic()))
@@ -241,6 +241,10 @@ class Flow:
         panel = self.wait_for("the preview panel", lambda: self.window("Vantalo Preview"))
         time.sleep(0.5)
         preview_shot = self.shot("preview")
+        if not self.args.wayland:
+            # The tray icon turns red while recording, and back after.
+            assert self.red_in_tray_icon(recording_shot) > 100, "the tray icon does not show the recording"
+            assert self.red_in_tray_icon(preview_shot) == 0, "the tray icon still shows a recording"
         gif = self.data / "gifs" / items[0]["filename"]
         self.check_gif(gif)
         self.check_history_file(items[0], gif)
@@ -533,6 +537,11 @@ class Flow:
     def secret(self, key):
         return subprocess.run(["secret-tool", "lookup", "user", key, "server", "com.vantalo.app"],
                               capture_output=True, text=True).stdout.rstrip("\n")
+
+    def red_in_tray_icon(self, shot):
+        x, y = self.tray_icon()
+        icon = Image.open(shot).convert("RGB").crop((x - 12, y - 12, x + 12, y + 12))
+        return sum(1 for r, g, b in icon.getdata() if r > 200 and g < 100 and b < 100)
 
     def tray_icon(self):
         tray = self.wait_for("the tray", lambda: self.window("panel"))
