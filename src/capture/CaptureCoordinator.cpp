@@ -191,11 +191,7 @@ void CaptureCoordinator::startRecording()
     m_starting = true;
     // Frames go straight to the encoder while recording, so Stop only has the tail left to do.
     m_session = std::shared_ptr<EncodingSession>(m_c.gifEncoder->openSession());
-    if (auto session = m_session) {
-        m_c.screenRecorder->frameSink = [session](const Frame& frame) { session->addFrame(frame); };
-    } else {
-        m_c.screenRecorder->frameSink = nullptr;
-    }
+    m_c.screenRecorder->frameSink = [session = m_session](const Frame& frame) { session->addFrame(frame); };
     QPointer self(this);
     m_c.screenRecorder->startRecording(captureRect, m_selectedScreen->name, frameRate, maxDurationSeconds,
                                        [self](std::expected<void, Failure> started) {
@@ -249,18 +245,18 @@ void CaptureCoordinator::stopRecording()
             self->finishInIdle();
             return;
         }
-        if ((session ? session->frameCount() : stopped->size()) == 0) {
+        if (!session || session->frameCount() == 0) {
             self->m_print(QStringLiteral("No frames captured"));
             self->finishInIdle();
             return;
         }
-        self->encodeAndWrite(std::move(*stopped), std::move(session));
+        self->encodeAndWrite(std::move(session));
     });
 }
 
-void CaptureCoordinator::encodeAndWrite(FrameList frames, std::shared_ptr<EncodingSession> session)
+void CaptureCoordinator::encodeAndWrite(std::shared_ptr<EncodingSession> session)
 {
-    // The worker gets copies and the shared encoder only; it touches nothing of ours. The watcher
+    // The worker gets the session only; it touches nothing of ours. The watcher
     // dies with the coordinator, so a result that comes back to nobody is dropped.
     using Result = std::expected<QString, Failure>;
     auto* watcher = new QFutureWatcher<Result>(this);
@@ -277,15 +273,14 @@ void CaptureCoordinator::encodeAndWrite(FrameList frames, std::shared_ptr<Encodi
             onGifCreated(*written);
         }
     });
-    watcher->setFuture(QtConcurrent::run([encoder = m_c.gifEncoder, session = std::move(session),
-                                          frames = std::move(frames),
-                                          dir = m_temporaryDirectory]() -> Result {
-        auto gif = session ? session->finish(frameDelaySeconds) : encoder->encode(frames, frameDelaySeconds);
-        if (!gif) {
-            return std::unexpected(gif.error());
-        }
-        return writeGifFile(*gif, dir);
-    }));
+    watcher->setFuture(
+        QtConcurrent::run([session = std::move(session), dir = m_temporaryDirectory]() -> Result {
+            auto gif = session->finish(frameDelaySeconds);
+            if (!gif) {
+                return std::unexpected(gif.error());
+            }
+            return writeGifFile(*gif, dir);
+        }));
 }
 
 std::expected<QString, Failure> CaptureCoordinator::writeGifFile(const QByteArray& gif,

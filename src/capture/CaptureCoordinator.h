@@ -29,8 +29,8 @@ enum class CaptureState
     encoding,
 };
 
-// Everything that takes part in one capture. The coordinator owns all of it; the encoder is
-// shared with the worker that encodes, which may outlive a recording.
+// Everything that takes part in one capture. The coordinator owns all of it; a recording's
+// encoding session is shared with the worker that finishes it, which may outlive the coordinator.
 struct CaptureCollaborators
 {
     std::unique_ptr<HotkeyRegistrar> hotkeyManager;
@@ -91,7 +91,7 @@ private:
     void startRecording();
     void restartRecording();
     void cancelCapture();
-    void encodeAndWrite(FrameList frames, std::shared_ptr<EncodingSession> session);
+    void encodeAndWrite(std::shared_ptr<EncodingSession> session);
     void discardSession();
     void finishInIdle();
     void setState(CaptureState state);

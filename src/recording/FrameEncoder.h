@@ -21,14 +21,12 @@ public:
     virtual std::expected<QByteArray, Failure> finish(double delaySeconds) = 0;
 };
 
-// Turns frames into the bytes of one GIF. Keeps no state and is called from worker threads.
+// Opens a session for each recording, fed frame by frame as they are captured.
 class FrameEncoder
 {
 public:
     virtual ~FrameEncoder() = default;
-    virtual std::expected<QByteArray, Failure> encode(const FrameList& frames, double delaySeconds) const = 0;
-    // A session fed frame by frame, or nothing where the encoder only works on whole lists.
-    virtual std::unique_ptr<EncodingSession> openSession() const { return nullptr; }
+    virtual std::unique_ptr<EncodingSession> openSession() const = 0;
 };
 
 } // namespace vantalo

@@ -14,7 +14,8 @@ class GifEncoder final : public FrameEncoder
 public:
     explicit GifEncoder(QuantizerSettings settings = {}) : m_settings(settings) {}
 
-    std::expected<QByteArray, Failure> encode(const FrameList& frames, double delaySeconds) const override;
+    // The whole list at once (the benchmarks and the tests compare the sessions with it).
+    std::expected<QByteArray, Failure> encode(const FrameList& frames, double delaySeconds) const;
     std::unique_ptr<EncodingSession> openSession() const override;
     const QuantizerSettings& settings() const { return m_settings; }
 

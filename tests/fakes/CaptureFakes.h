@@ -98,7 +98,7 @@ public:
     void stopRecording(StopDone done) override
     {
         m_j.add(QStringLiteral("recorder.stop"));
-        std::expected<FrameList, Failure> result = recording ? frames : FrameList{};
+        std::expected<FrameList, Failure> result = FrameList{};
         if (recording && stopFailure) {
             result = std::unexpected(*stopFailure);
         } else if (recording && frameSink) {
@@ -106,7 +106,6 @@ public:
             for (const Frame& frame : frames) {
                 frameSink(frame);
             }
-            result = FrameList{};
         }
         recording = false;
         QTimer::singleShot(0, [done = std::move(done), result] { done(result); });
@@ -118,56 +117,48 @@ public:
     bool recording = false;
 };
 
-// Counts what it is fed; finishing says how many frames it got.
-class FakeSession final : public EncodingSession
-{
-public:
-    explicit FakeSession(std::atomic<int>& finished) : m_finished(finished) {}
-    void addFrame(const Frame&) override { ++m_frames; }
-    qsizetype frameCount() const override { return m_frames; }
-    std::expected<QByteArray, Failure> finish(double) override
-    {
-        ++m_finished;
-        return QByteArrayLiteral("GIF89a streamed=") + QByteArray::number(m_frames);
-    }
-
-private:
-    std::atomic<int>& m_finished;
-    qsizetype m_frames = 0;
-};
-
+// Opens sessions that count the frames they are fed; finishing one (held by `gate` when set) gives
+// "GIF89a frames=<count>", or `failure`.
 class FakeEncoder final : public FrameEncoder
 {
 public:
     std::unique_ptr<EncodingSession> openSession() const override
     {
-        if (!streaming) {
-            return nullptr;
-        }
         ++sessionsOpened;
-        return std::make_unique<FakeSession>(sessionsFinished);
+        return std::make_unique<Session>(*this);
     }
-    bool streaming = false;
     mutable int sessionsOpened = 0;
     mutable std::atomic<int> sessionsFinished = 0;
-
-    std::expected<QByteArray, Failure> encode(const FrameList& frames, double delaySeconds) const override
-    {
-        started.release();
-        if (gate) {
-            gate->acquire();
-        }
-        if (failure) {
-            return std::unexpected(*failure);
-        }
-        lastDelay = delaySeconds;
-        return QByteArrayLiteral("GIF89a frames=") + QByteArray::number(frames.size());
-    }
     std::optional<Failure> failure;
     mutable std::atomic<double> lastDelay = 0;
-    // When set, an encode waits for the test to release it.
     std::shared_ptr<QSemaphore> gate;
     mutable QSemaphore started;
+
+private:
+    class Session final : public EncodingSession
+    {
+    public:
+        explicit Session(const FakeEncoder& encoder) : m_encoder(encoder) {}
+        void addFrame(const Frame&) override { ++m_frames; }
+        qsizetype frameCount() const override { return m_frames; }
+        std::expected<QByteArray, Failure> finish(double delaySeconds) override
+        {
+            m_encoder.started.release();
+            if (m_encoder.gate) {
+                m_encoder.gate->acquire();
+            }
+            ++m_encoder.sessionsFinished;
+            if (m_encoder.failure) {
+                return std::unexpected(*m_encoder.failure);
+            }
+            m_encoder.lastDelay = delaySeconds;
+            return QByteArrayLiteral("GIF89a frames=") + QByteArray::number(m_frames);
+        }
+
+    private:
+        const FakeEncoder& m_encoder;
+        qsizetype m_frames = 0;
+    };
 };
 
 // The overlays: each call is written to the journal as "<name>.<call> <arguments>".
