@@ -64,7 +64,7 @@ private Q_SLOTS:
     }
     void cleanup() { m_controller.reset(); }
 
-    void addingKeepsTheGifAndListsItFirst()
+    void addingUpdatingAndDeleting()
     {
         const QString first = writeFile(m_dir->filePath(QStringLiteral("vantalo_1.gif")), "GIF89a one");
         const auto a = m_store->addGif(first);
@@ -92,15 +92,9 @@ private Q_SLOTS:
         QVERIFY(!missing);
         QVERIFY(!missing.error().description.isEmpty());
         QCOMPARE(readAll(m_store->metadataPath()), json);
-    }
 
-    void updatesAndDeletes()
-    {
-        const auto a = m_store->addGif(writeFile(m_dir->filePath(QStringLiteral("a.gif")), "a"));
-        const auto b = m_store->addGif(writeFile(m_dir->filePath(QStringLiteral("b.gif")), "b"));
-        const QByteArray before = readAll(m_store->metadataPath());
         m_store->updateUploadURL(QUuid::createUuid(), QUrl(QStringLiteral("https://x.example/y.gif")));
-        QCOMPARE(readAll(m_store->metadataPath()), before); // unknown id: byte for byte the same
+        QCOMPARE(readAll(m_store->metadataPath()), json); // unknown id: byte for byte the same
 
         m_store->updateUploadURL(a->id, QUrl(QStringLiteral("https://cdn.example.com/gifs/a.gif")));
         QCOMPARE(m_store->loadItems().at(1).uploadURL,
