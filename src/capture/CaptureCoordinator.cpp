@@ -256,8 +256,8 @@ void CaptureCoordinator::stopRecording()
 
 void CaptureCoordinator::encodeAndWrite(std::shared_ptr<EncodingSession> session)
 {
-    // The worker gets the session only; it touches nothing of ours. The watcher
-    // dies with the coordinator, so a result that comes back to nobody is dropped.
+    // The worker gets the session only; it touches nothing of ours. The watcher dies with the
+    // coordinator, so a result that comes back to nobody is dropped.
     using Result = std::expected<QString, Failure>;
     auto* watcher = new QFutureWatcher<Result>(this);
     connect(watcher, &QFutureWatcher<Result>::finished, this, [this, watcher] {

@@ -300,7 +300,6 @@ private Q_SLOTS:
 
     void shortcutInEveryState()
     {
-        // Three presses: select, cancel, select.
         m_rig->hotkey->press();
         QCOMPARE(m_c->state(), CaptureState::idle); // not registered yet: nothing listens
         // A stored shortcut that cannot be used gives way to the default. (One in force, and a
@@ -311,6 +310,7 @@ private Q_SLOTS:
         QCOMPARE(m_rig->journal.printed,
                  QStringList{
                      QStringLiteral("The shortcut in the settings cannot be used; Ctrl+G is used instead")});
+        // Three presses: select, cancel, select.
         m_rig->hotkey->press();
         QCOMPARE(m_c->state(), CaptureState::selectingRegion);
         m_rig->hotkey->press();
