@@ -19,3 +19,19 @@ only_portals() {
   for p in "$@"; do cp "/usr/share/xdg-desktop-portal/portals/$p.portal" "$scratch/portals/"; done
   export XDG_DESKTOP_PORTAL_DIR="$scratch/portals"
 }
+
+# wait_for WHAT SECONDS COMMAND...: polls COMMAND until it succeeds; after SECONDS it fails,
+# naming WHAT did not come (the limits are generous: a loaded machine or a sanitizer build is slow).
+wait_for() {
+  local what=$1 seconds=$2
+  shift 2
+  local deadline=$((SECONDS + seconds))
+  until "$@" >/dev/null 2>&1; do
+    if ((SECONDS >= deadline)); then
+      echo "timed out after ${seconds} s waiting for $what" >&2
+      return 1
+    fi
+    sleep 0.1
+  done
+}
+export -f wait_for

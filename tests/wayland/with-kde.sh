@@ -16,16 +16,13 @@ dbus-run-session -- bash -c '
   s=$VANTALO_SCRATCH
   "$s/bin/kwin_wayland" --virtual --width 1280 --height 720 --socket wayland-vantalo --no-lockscreen \
     >"$s/kwin.log" 2>&1 &
-  for _ in $(seq 100); do [ -S "$XDG_RUNTIME_DIR/wayland-vantalo" ] && break; sleep 0.1; done
-  [ -S "$XDG_RUNTIME_DIR/wayland-vantalo" ] || { echo "kwin did not start"; cat "$s/kwin.log"; exit 1; }
+  wait_for "kwin" 60 test -S "$XDG_RUNTIME_DIR/wayland-vantalo" || { cat "$s/kwin.log"; exit 1; }
   export WAYLAND_DISPLAY=wayland-vantalo
   dbus-update-activation-environment WAYLAND_DISPLAY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE KDE_FULL_SESSION
   QT_QPA_PLATFORM=wayland /usr/lib/x86_64-linux-gnu/libexec/xdg-desktop-portal-kde >"$s/portal-kde.log" 2>&1 &
-  for _ in $(seq 100); do
-    busctl --user status org.freedesktop.impl.portal.desktop.kde >/dev/null 2>&1 && break; sleep 0.1
-  done
+  wait_for "the KDE portal backend" 60 busctl --user status org.freedesktop.impl.portal.desktop.kde
   # The frontend as the session bus starts it, once: the first caller would start it anyway.
-  busctl --user --timeout=30 call org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
+  busctl --user --timeout=60 call org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
     org.freedesktop.DBus.Peer Ping >/dev/null
   "$@"
 ' _ "$@"

@@ -17,22 +17,20 @@ dbus-run-session -- bash -c '
   eval "$(printf pw | gnome-keyring-daemon --unlock --components=secrets)"
   export GNOME_KEYRING_CONTROL
   pipewire >"$s/pipewire.log" 2>&1 &
-  for _ in $(seq 50); do [ -S "$XDG_RUNTIME_DIR/pipewire-0" ] && break; sleep 0.1; done
+  wait_for "PipeWire'"'"'s socket" 60 test -S "$XDG_RUNTIME_DIR/pipewire-0"
   wireplumber >"$s/wireplumber.log" 2>&1 &
   mutter --wayland --headless --virtual-monitor 1280x720 --wayland-display=wayland-vantalo \
     >"$s/mutter.log" 2>&1 &
-  for _ in $(seq 100); do grep -q "Using public X11 display" "$s/mutter.log" && break; sleep 0.1; done
+  wait_for "mutter" 60 grep -q "Using public X11 display" "$s/mutter.log" || { cat "$s/mutter.log"; exit 1; }
   export WAYLAND_DISPLAY=wayland-vantalo
   export DISPLAY=$(sed -n "s/.*Using public X11 display \(:[0-9]*\).*/\1/p" "$s/mutter.log")
   export XAUTHORITY=$(ls "$XDG_RUNTIME_DIR"/.mutter-Xwaylandauth.* | head -1)
   [ -n "$DISPLAY" ] || { echo "mutter did not start"; cat "$s/mutter.log"; exit 1; }
   dbus-update-activation-environment WAYLAND_DISPLAY DISPLAY XAUTHORITY XDG_CURRENT_DESKTOP XDG_SESSION_TYPE
   /usr/libexec/xdg-desktop-portal-gnome >"$s/portal-gnome.log" 2>&1 &
-  for _ in $(seq 50); do
-    busctl --user status org.freedesktop.impl.portal.desktop.gnome >/dev/null 2>&1 && break; sleep 0.1
-  done
+  wait_for "the GNOME portal backend" 60 busctl --user status org.freedesktop.impl.portal.desktop.gnome
   # The frontend as the session bus starts it, once: the first caller would start it anyway.
-  busctl --user --timeout=30 call org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
+  busctl --user --timeout=60 call org.freedesktop.portal.Desktop /org/freedesktop/portal/desktop \
     org.freedesktop.DBus.Peer Ping >/dev/null
   export VANTALO_SCREENCAST_TOKEN=$(/usr/bin/python3 "'"$here"'/seed_screencast.py")
   weston-simple-shm >"$s/client.log" 2>&1 &

@@ -23,7 +23,7 @@ dbus-run-session -- bash -c '
   trap "kill \$(jobs -p) 2>/dev/null || true" EXIT
   s=$VANTALO_SCRATCH
   pipewire >"$s/pipewire.log" 2>&1 &
-  for _ in $(seq 50); do [ -S "$XDG_RUNTIME_DIR/pipewire-0" ] && break; sleep 0.1; done
+  wait_for "PipeWire'"'"'s socket" 60 test -S "$XDG_RUNTIME_DIR/pipewire-0"
   wireplumber >"$s/wireplumber.log" 2>&1 &
   # A screen that sends 30 fps and one that hardly sends anything (a frame every 3 s).
   source() {
@@ -33,7 +33,8 @@ dbus-run-session -- bash -c '
       >"$s/$1.log" 2>&1 &
   }
   node_id() {
-    for _ in $(seq 100); do
+    local deadline=$((SECONDS + 60))
+    until ((SECONDS >= deadline)); do
       pw-dump 2>/dev/null | /usr/bin/python3 -c "
 import json, sys
 nodes = [o[\"id\"] for o in json.load(sys.stdin) if o.get(\"type\", \"\").endswith(\"Node\")
@@ -41,7 +42,7 @@ nodes = [o[\"id\"] for o in json.load(sys.stdin) if o.get(\"type\", \"\").endswi
 print(nodes[0] if nodes else \"\")" | grep . && return
       sleep 0.1
     done
-    echo "the test source $1 never appeared" >&2; cat "$s/$1.log" >&2; exit 1
+    echo "timed out after 60 s waiting for the test source $1" >&2; cat "$s/$1.log" >&2; exit 1
   }
   source vantalo-test-screen pattern=smpte 30/1
   # The same bars as raw BGRx bytes, straight from GStreamer, to check cuts against.
@@ -54,7 +55,8 @@ print(nodes[0] if nodes else \"\")" | grep . && return
   export VANTALO_TEST_NODE=$node VANTALO_TEST_STILL_NODE=$still
   /usr/bin/python3 "'"$here"'/portal_backend.py" "$node" "$still" "$VANTALO_PORTAL_LOG" "$VANTALO_PORTAL_MODE" \
     >"$s/backend.log" 2>&1 &
-  for _ in $(seq 50); do grep -q ready "$s/backend.log" && break; sleep 0.1; done
+  wait_for "the test portal backend" 60 grep -q ready "$s/backend.log"
   /usr/libexec/xdg-desktop-portal -r >"$s/portal.log" 2>&1 &
+  wait_for "the portal frontend" 60 busctl --user status org.freedesktop.portal.Desktop
   "$@"
 ' _ "$@"
