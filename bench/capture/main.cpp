@@ -11,8 +11,10 @@
 #include "../common/ProcessStats.h"
 
 #include <QApplication>
+#include <QBuffer>
 #include <QCommandLineParser>
 #include <QElapsedTimer>
+#include <QImageReader>
 #include <QPainter>
 #include <QProcess>
 #include <QScreen>
@@ -140,12 +142,13 @@ int main(int argc, char** argv)
     } else {
         capture = std::make_unique<X11CaptureBackend>();
     }
-    ScreenRecorder recorder(std::move(capture), [] { return 1.0; });
+    ScreenRecorder recorder(std::move(capture), [](const QString&) { return 1.0; });
     double cpuAtStart = 0;
     std::shared_ptr<GifEncodingSession> session;
     if (parser.isSet(encode)) {
         session = std::make_shared<GifEncodingSession>();
         recorder.frameSink = [session](const Frame& frame) { session->addFrame(frame); };
+        recorder.frameSinkIsBehind = [session] { return session->isBehind(); };
     }
     FrameList frames;
     bool stopped = false;
@@ -177,23 +180,33 @@ int main(int argc, char** argv)
 
     double tailSeconds = 0;
     qsizetype gifBytes = 0;
+    int gifFrames = 0;
+    double gifSeconds = 0;
     if (session) {
-        const auto gif = session->finish(1.0 / 15);
+        auto gif = session->finish(1.0 / 15);
         tailSeconds = stopRequested.nsecsElapsed() / 1e9;
         gifBytes = gif ? gif->size() : 0;
+        // The GIF as a player reads it: its frames and the sum of their delays.
+        QBuffer buffer(gif ? &*gif : nullptr);
+        QImageReader reader(&buffer, "gif");
+        while (gif && reader.canRead() && !reader.read().isNull()) {
+            ++gifFrames;
+            gifSeconds += reader.nextImageDelay() / 1000.0;
+        }
     }
     const CaptureStats stats = recorder.lastStats();
-    const double n = std::max<long long>(1, stats.frames);
-    std::printf("region %dx%d for %.1f s%s%s: %lld frames (%lld stored once for being unchanged)\n",
+    const double n = std::max<long long>(1, stats.pictures);
+    std::printf("region %dx%d for %.1f s%s%s: %lld frames, %lld new pictures (%lld stored once for being "
+                "unchanged)\n",
                 region.width(), region.height(), durationSeconds, parser.isSet(still) ? ", static" : "",
-                session ? ", encoded while recording" : "", stats.frames, stats.sharedFrames);
+                session ? ", encoded while recording" : "", stats.frames, stats.pictures, stats.sharedFrames);
     if (session) {
         std::printf("gif bytes=%lld finished %.3f s after the stop\n", static_cast<long long>(gifBytes),
                     tailSeconds);
         const GifEncodingSession::Timings t = session->timings();
         const auto perFrame = [n](qint64 ns) { return ns / 1e6 / n; };
         std::printf(
-            "encoding ms per frame: differencing %.2f, quantising %.2f (%lld frames through "
+            "encoding ms per new picture: differencing %.2f, quantising %.2f (%lld frames through "
             "libimagequant), doubling %.2f, lzw %.2f; after the stop: waiting %.0f ms, assembling %.0f ms\n",
             perFrame(t.stages.differencingNs), perFrame(t.stages.quantisingNs),
             static_cast<long long>(t.stages.reducedFrames), perFrame(t.stages.doublingNs),
@@ -202,14 +215,24 @@ int main(int argc, char** argv)
     // The last line, for scripts; Stop → GIF only where the GIF was encoded while recording. The
     // portal's frames are cut on the stream's own thread, so there the CPU time is the process's
     // (with the encoder's when it runs), and the frames the desktop sent are counted.
-    QString tail = session ? QStringLiteral(" stop_to_gif_s=%1").arg(tailSeconds, 0, 'f', 3) : QString();
+    QString tail;
     if (portal) {
         tail += QStringLiteral(" backend=portal delivered=%1").arg(stats.sourceFrames);
     }
-    std::printf("capture fps=%.2f late=%lld dropped=%lld cpu_ms_per_frame=%.2f grab_ms=%.2f qt_grab_ms=%.2f "
-                "peak_rss_mb=%.0f%s\n",
-                stats.frames / std::max(0.001, stats.seconds), stats.late, stats.skipped + stats.failedGrabs,
-                (portal ? recordingCpuMs : stats.threadCpuMs) / n, stats.grabMsTotal / n, qtGrabMs,
-                peakRssMb(), qPrintable(tail));
+    if (session) {
+        tail += QStringLiteral(" stop_to_gif_s=%1 seconds=%2 gif_frames=%3 gif_seconds=%4")
+                    .arg(tailSeconds, 0, 'f', 3)
+                    .arg(stats.seconds, 0, 'f', 3)
+                    .arg(gifFrames)
+                    .arg(gifSeconds, 0, 'f', 2);
+    }
+    // New pictures a second; the other frames repeat the picture before (late, or the encoder
+    // behind).
+    const double pictures = std::max<long long>(1, stats.pictures);
+    std::printf("capture fps=%.2f late=%lld repeated=%lld encoder_behind=%lld cpu_ms_per_picture=%.2f "
+                "grab_ms=%.2f qt_grab_ms=%.2f peak_rss_mb=%.0f%s\n",
+                stats.pictures / std::max(0.001, stats.seconds), stats.late, stats.frames - stats.pictures,
+                stats.encoderBehind, (portal ? recordingCpuMs : stats.threadCpuMs) / pictures,
+                stats.grabMsTotal / pictures, qtGrabMs, peakRssMb(), qPrintable(tail));
     return 0;
 }

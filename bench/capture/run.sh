@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # make bench-capture: the recorder at 800 × 600, on a whole 1920 × 1080 screen, and on a static
-# region, each for BENCH_SECONDS (default 30) under its own Xvfb unless a display is given; then
+# region, each for BENCH_SECONDS (default 30) under its own Xvfb unless a display is given; the
+# whole screen once more with two busy loops a core beside it; then
 # through the screen-cast portal of a GNOME Wayland desktop (mutter headless, 1280 × 720) at
 # 800 × 600 and on its whole monitor.
 set -euo pipefail
@@ -20,6 +21,21 @@ run --seconds "$seconds" --size 800x600 --static
 # As the application records: frames go to the GIF encoder as they come and are not kept.
 run --seconds "$seconds" --size 800x600 --encode
 run --seconds "$seconds" --size screen --encode
+# The same on a busy machine: two busy loops a core beside the recording. The GIF still lasts as
+# long as the recording (gif_seconds against seconds); what gives is how many new pictures it has.
+loaded() {
+  local loops=() status=0
+  for _ in $(seq $((2 * $(nproc)))); do
+    bash -c 'while :; do :; done' &
+    loops+=($!)
+  done
+  "$@" || status=$?
+  kill "${loops[@]}"
+  wait "${loops[@]}" 2>/dev/null || true
+  return $status
+}
+echo "loaded: $((2 * $(nproc))) busy loops"
+loaded run --seconds "$seconds" --size screen --encode
 # Through the portal: a native Wayland window animates full screen in a process of its own.
 portal() {
   "$(dirname "$0")/../../tests/wayland/with-mutter.sh" "$binary" --backend portal "$@" 2>/dev/null | grep -v "^$"

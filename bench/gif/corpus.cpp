@@ -198,7 +198,7 @@ int main(int argc, char** argv)
         }
         tick.start();
 
-        ScreenRecorder recorder(std::make_unique<X11CaptureBackend>(), [] { return 1.0; });
+        ScreenRecorder recorder(std::make_unique<X11CaptureBackend>(), [](const QString&) { return 1.0; });
         FrameList frames;
         QEventLoop loop;
         recorder.startRecording(

@@ -192,6 +192,7 @@ void CaptureCoordinator::startRecording()
     // Frames go straight to the encoder while recording, so Stop only has the tail left to do.
     m_session = std::shared_ptr<EncodingSession>(m_c.gifEncoder->openSession());
     m_c.screenRecorder->frameSink = [session = m_session](const Frame& frame) { session->addFrame(frame); };
+    m_c.screenRecorder->frameSinkIsBehind = [session = m_session] { return session->isBehind(); };
     QPointer self(this);
     m_c.screenRecorder->startRecording(captureRect, m_selectedScreen->name, frameRate, maxDurationSeconds,
                                        [self](std::expected<void, Failure> started) {
@@ -240,6 +241,7 @@ void CaptureCoordinator::stopRecording()
         }
         std::shared_ptr<EncodingSession> session = std::move(self->m_session);
         self->m_c.screenRecorder->frameSink = nullptr;
+        self->m_c.screenRecorder->frameSinkIsBehind = nullptr;
         if (!stopped) {
             self->m_print(QStringLiteral("Failed to encode GIF: ") + stopped.error().description);
             self->finishInIdle();
@@ -331,6 +333,7 @@ void CaptureCoordinator::discardSession()
 {
     m_session.reset();
     m_c.screenRecorder->frameSink = nullptr;
+    m_c.screenRecorder->frameSinkIsBehind = nullptr;
 }
 
 void CaptureCoordinator::cancelCapture()

@@ -33,11 +33,17 @@ public:
     virtual long long sourceFrames() const { return -1; }
 };
 
-// The platform's screen capture. Its calls run on the capture thread.
+// The platform's screen capture. Its calls run on the capture thread, except `prepare` and `abort`.
 class CaptureBackend
 {
 public:
     virtual ~CaptureBackend() = default;
+    // On the GUI thread before each recording's capture thread starts: reads what the capture
+    // thread needs of the GUI (it never waits on the GUI thread, which may be waiting on it).
+    virtual void prepare() {}
+    // From the GUI thread, when the recorder goes away: ends at once whatever the capture thread
+    // waits on (a question to the desktop, a first picture); the call in progress fails.
+    virtual void abort() {}
     // The displays, the primary one first.
     virtual std::expected<QList<CaptureDisplay>, Failure> displays() = 0;
     // Opens a capture of `nativeRect` (pixels, in the same space as the display geometries).

@@ -63,14 +63,29 @@ std::chrono::nanoseconds slotTime(long long slot, int frameRate)
     return std::chrono::nanoseconds(slot * 1'000'000'000LL / frameRate);
 }
 
-PacingStep nextFrameSlot(long long slot, std::chrono::nanoseconds elapsed, int frameRate)
+long long latestSlotDue(std::chrono::nanoseconds elapsed, int frameRate)
 {
-    const long long latestDue = elapsed.count() * frameRate / 1'000'000'000LL;
-    const long long next = slot + 1;
-    if (latestDue > next) {
-        return {latestDue, latestDue - next};
+    if (elapsed.count() <= 0) {
+        return 0;
     }
-    return {next, 0};
+    // The estimate may be one off either way; slotTime has the last word.
+    long long slot = elapsed.count() * frameRate / 1'000'000'000LL;
+    while (slot > 0 && slotTime(slot, frameRate) > elapsed) {
+        --slot;
+    }
+    while (slotTime(slot + 1, frameRate) <= elapsed) {
+        ++slot;
+    }
+    return slot;
+}
+
+long long slotsBefore(std::chrono::nanoseconds elapsed, int frameRate)
+{
+    if (elapsed.count() <= 0) {
+        return 0;
+    }
+    const long long latest = latestSlotDue(elapsed, frameRate);
+    return slotTime(latest, frameRate) < elapsed ? latest + 1 : latest;
 }
 
 } // namespace vantalo

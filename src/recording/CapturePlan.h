@@ -27,15 +27,12 @@ struct CapturePlan
 std::optional<CapturePlan> planCapture(const QList<CaptureDisplay>& displays, const QRectF& region,
                                        double devicePixelRatio, const QString& preferredDisplay = {});
 
-// Frame k is due at start + k / rate on a steady clock. After a grab that ended at `elapsed`
-// the next slot is the one after `slot`, unless later slots are already due: then the latest of
-// them is taken at once and the ones before it are skipped, never grabbed in a burst.
-struct PacingStep
-{
-    long long nextSlot;
-    long long skipped;
-};
-PacingStep nextFrameSlot(long long slot, std::chrono::nanoseconds elapsed, int frameRate);
+// The recording's timeline: slot k is due at start + k / rate on a steady clock, and every slot
+// before the stop becomes one frame of the GIF, so the GIF lasts as long as the recording.
 std::chrono::nanoseconds slotTime(long long slot, int frameRate);
+// The latest slot due by `elapsed` (slot 0 at the start).
+long long latestSlotDue(std::chrono::nanoseconds elapsed, int frameRate);
+// How many slots begin before `elapsed`: the frames of a recording that lasted that long.
+long long slotsBefore(std::chrono::nanoseconds elapsed, int frameRate);
 
 } // namespace vantalo

@@ -16,7 +16,12 @@ class EncodingSession
 {
 public:
     virtual ~EncodingSession() = default;
+    // Never waits for the encoding. A frame whose pixels are those of the frame before (the
+    // same image, as a repeated slot hands over) is stored as unchanged without being compared.
     virtual void addFrame(const Frame& frame) = 0;
+    // Whether frames wait to be encoded beyond what the session wants to hold: the recorder then
+    // repeats frames instead of taking new pictures.
+    virtual bool isBehind() { return false; }
     virtual qsizetype frameCount() const = 0;
     virtual std::expected<QByteArray, Failure> finish(double delaySeconds) = 0;
 };

@@ -233,6 +233,19 @@ Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool ha
 
 } // namespace
 
+EncodedFrame unchangedFrame()
+{
+    // One transparent pixel keeps the frame and its delay.
+    EncodedFrame frame;
+    frame.rect = QRect(0, 0, 1, 1);
+    frame.palette = {qRgb(0, 0, 0), qRgb(0, 0, 0)};
+    frame.transparentIndex = 0;
+    frame.minCodeSize = 2;
+    const quint8 index = 0;
+    frame.compressed = lzwCompress(std::span(&index, 1), frame.minCodeSize);
+    return frame;
+}
+
 EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings,
                          EncodeStageTimes* times)
 {
@@ -258,15 +271,7 @@ EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const Quan
     if (differenced) {
         area = changedRect(source, before);
         if (area.isEmpty()) {
-            // Nothing moved: one transparent pixel keeps the frame and its delay.
-            EncodedFrame frame;
-            frame.rect = QRect(0, 0, 1, 1);
-            frame.palette = {qRgb(0, 0, 0), qRgb(0, 0, 0)};
-            frame.transparentIndex = 0;
-            frame.minCodeSize = 2;
-            const quint8 index = 0;
-            frame.compressed = lzwCompress(std::span(&index, 1), frame.minCodeSize);
-            return frame;
+            return unchangedFrame();
         }
     }
 

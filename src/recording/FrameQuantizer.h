@@ -44,5 +44,7 @@ struct EncodeStageTimes
 // Depends on nothing but its arguments, so frames can be encoded in parallel.
 EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings,
                          EncodeStageTimes* times = nullptr);
+// The frame of a picture identical to the one before: one transparent pixel.
+EncodedFrame unchangedFrame();
 
 } // namespace vantalo

@@ -31,8 +31,12 @@ public:
     // Called on the GUI thread, once a recording, when the maximum duration has passed.
     std::function<void()> onMaxDurationReached;
     // When set at the start, every frame is handed to it (on the capture thread) instead of being
-    // kept, and the stop returns an empty list.
+    // kept, and the stop returns an empty list. A slot that repeats the frame before hands over
+    // the same image again (its pixels shared, so `cacheKey()` is equal).
     std::function<void(const Frame& frame)> frameSink;
+    // Asked on the capture thread before each picture: while it answers true the sink is behind,
+    // and slots repeat the frame before instead of taking new pictures.
+    std::function<bool()> frameSinkIsBehind;
 };
 
 } // namespace vantalo

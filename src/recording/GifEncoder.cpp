@@ -3,6 +3,7 @@
 #include "RecorderErrors.h"
 
 #include <QElapsedTimer>
+#include <QFuture>
 #include <QtConcurrent/QtConcurrentMap>
 #include <QtConcurrent/QtConcurrentRun>
 
@@ -60,15 +61,19 @@ int GifEncodingSession::waitingFrames()
     while (m_encodedUpTo < m_pending.size() && m_pending[m_encodedUpTo].isFinished()) {
         ++m_encodedUpTo;
     }
-    return int(m_pending.size() - m_encodedUpTo);
+    // Repeated frames are ready at once; only those still to be encoded hold pixels.
+    return int(std::count_if(m_pending.cbegin() + m_encodedUpTo, m_pending.cend(),
+                             [](const QFuture<Encoded>& pending) { return !pending.isFinished(); }));
 }
 
 void GifEncodingSession::addFrame(const Frame& frame)
 {
-    while (waitingFrames() >= m_maxWaiting) {
-        m_pending[m_encodedUpTo].waitForFinished();
-    }
     m_screen = m_screen.expandedTo(frame.size());
+    if (m_settings.differencing && m_previous && frame.scale == m_previous->scale &&
+        frame.pixels.cacheKey() == m_previous->pixels.cacheKey()) {
+        m_pending.append(QtFuture::makeReadyFuture(Encoded{unchangedFrame(), {}}));
+        return;
+    }
     std::optional<Frame> previous = m_previous;
     m_pending.append(QtConcurrent::run([frame, previous, settings = m_settings] {
         Encoded out;

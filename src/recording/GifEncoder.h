@@ -27,13 +27,14 @@ private:
 // thread pool as it arrives (compared with the one before it), and kept only in its compressed
 // form. `finish` waits for the frames still being encoded and writes the file.
 //
-// Memory stays bounded whatever the machine: with `maxWaitingFrames` frames not yet encoded,
-// `addFrame` waits for the oldest before it takes another (the capture then paces itself to the
-// encoder). A 1920 × 1080 screen keeps up on two cores with room to spare, so this is a backstop.
+// Memory stays bounded whatever the machine: with `maxWaitingFrames` frames not yet encoded the
+// session is behind, and the recorder repeats frames (which cost nothing here) until it catches
+// up. A 1920 × 1080 screen keeps up on two idle cores; a busy machine gets fewer new pictures,
+// never a shorter GIF.
 class GifEncodingSession final : public EncodingSession
 {
 public:
-    static constexpr int defaultMaxWaitingFrames = 16;
+    static constexpr int defaultMaxWaitingFrames = 8;
 
     explicit GifEncodingSession(QuantizerSettings settings = {},
                                 int maxWaitingFrames = defaultMaxWaitingFrames)
@@ -46,6 +47,7 @@ public:
     GifEncodingSession& operator=(const GifEncodingSession&) = delete;
 
     void addFrame(const Frame& frame) override;
+    bool isBehind() override { return waitingFrames() >= m_maxWaiting; }
     qsizetype frameCount() const override { return m_pending.size(); }
     std::expected<QByteArray, Failure> finish(double delaySeconds) override;
 
@@ -58,7 +60,7 @@ public:
         qint64 assembleNs = 0;
     };
     const Timings& timings() const { return m_timings; }
-    // Frames handed over and not yet encoded.
+    // Frames handed over and not yet encoded (repeats are encoded as they come).
     int waitingFrames();
 
 private:

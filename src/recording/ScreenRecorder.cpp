@@ -38,16 +38,21 @@ struct ScreenRecorder::Job
     bool go = false;
     bool stop = false;
     Clock::time_point start;
+    Clock::time_point stoppedAt; // when the stop was asked for; the timeline ends there
 
     FrameList frames;
     std::function<void(const Frame&)> sink;
+    std::function<bool()> sinkIsBehind;
     CaptureStats stats;
 
     void requestStop()
     {
         {
             std::lock_guard lock(mutex);
-            stop = true;
+            if (!stop) {
+                stop = true;
+                stoppedAt = Clock::now();
+            }
         }
         wake.notify_all();
     }
@@ -59,8 +64,8 @@ struct ScreenRecorder::Job
     }
 };
 
-ScreenRecorder::ScreenRecorder(std::unique_ptr<CaptureBackend> backend,
-                               std::function<double()> devicePixelRatio, LinePrinter print)
+ScreenRecorder::ScreenRecorder(std::unique_ptr<CaptureBackend> backend, PixelRatio devicePixelRatio,
+                               LinePrinter print)
     : m_backend(std::move(backend)), m_devicePixelRatio(std::move(devicePixelRatio)),
       m_print(std::move(print))
 {
@@ -71,6 +76,8 @@ ScreenRecorder::ScreenRecorder(std::unique_ptr<CaptureBackend> backend,
 ScreenRecorder::~ScreenRecorder()
 {
     if (m_job) {
+        // Quitting while the desktop is still asking which screen to share must not wait for it.
+        m_backend->abort();
         m_job->requestStop();
         m_job->join();
     }
@@ -91,8 +98,10 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
     m_starting = true;
     auto job = std::make_shared<Job>();
     job->sink = frameSink;
+    job->sinkIsBehind = frameSinkIsBehind;
     m_job = job;
-    const double dpr = m_devicePixelRatio ? m_devicePixelRatio() : 1.0;
+    const double dpr = m_devicePixelRatio ? m_devicePixelRatio(displayName) : 1.0;
+    m_backend->prepare();
     QPointer self(this);
     CaptureBackend* backend = m_backend.get();
 
@@ -158,21 +167,49 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
         }
         const double cpuAtStart = threadCpuMs();
         // The totals of the recording, once it ends either way.
-        const auto closeStats = [&] {
-            job->stats.threadCpuMs = threadCpuMs() - cpuAtStart;
-            job->stats.seconds = std::chrono::duration<double>(Clock::now() - job->start).count();
-            job->stats.sourceFrames = (*stream)->sourceFrames();
+        long long written = 0; // slots handed on so far
+        const auto closeStats = [&](Clock::time_point end) {
+            CaptureStats& stats = job->stats;
+            stats.frames = written;
+            stats.threadCpuMs = threadCpuMs() - cpuAtStart;
+            stats.seconds = std::chrono::duration<double>(end - job->start).count();
+            stats.sourceFrames = (*stream)->sourceFrames();
+            qCDebug(lcRecorder,
+                    "capture stopped: %lld frames over %.3f s (%lld new pictures, %lld late, %lld while the "
+                    "encoder was behind)",
+                    stats.frames, stats.seconds, stats.pictures, stats.late, stats.encoderBehind);
         };
         const auto period = std::chrono::nanoseconds(1'000'000'000LL / frameRate);
-        long long slot = 0;
-        QImage previous;
+        std::optional<Frame> last; // the latest picture
+        // Slots before `upTo` show the latest picture. Before the first one there is nothing to
+        // show: those slots are owed, and the first picture stands in for them.
+        const auto fill = [&](long long upTo) {
+            if (!last) {
+                return;
+            }
+            for (; written < upTo; ++written) {
+                if (job->sink) {
+                    job->sink(*last);
+                } else {
+                    job->frames.append(*last);
+                }
+            }
+        };
         for (;;) {
+            // The latest slot due, never a burst of the ones missed: they repeat the frame before.
+            const long long slot = std::max(written, latestSlotDue(Clock::now() - job->start, frameRate));
             const Clock::time_point due = job->start + slotTime(slot, frameRate);
             {
                 std::unique_lock lock(job->mutex);
                 if (job->wake.wait_until(lock, due, [&] { return job->stop; })) {
                     break;
                 }
+            }
+            fill(slot);
+            if (last && job->sinkIsBehind && job->sinkIsBehind()) {
+                ++job->stats.encoderBehind;
+                fill(slot + 1);
+                continue;
             }
             const Clock::time_point began = Clock::now();
             if (began - due > period / 4) {
@@ -181,7 +218,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             auto grabbed = (*stream)->grab();
             job->stats.grabMsTotal += std::chrono::duration<double, std::milli>(Clock::now() - began).count();
             if (!grabbed) {
-                closeStats();
+                closeStats(Clock::now());
                 post([job, error = grabbed.error()](ScreenRecorder& recorder) {
                     recorder.handleStreamError(job, error.description);
                 });
@@ -195,23 +232,24 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
                     image = image.scaled(plan->outputSize, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
                 }
                 // An unchanged screen costs one image, however long it stays unchanged.
-                if (!previous.isNull() && image == previous) {
-                    image = previous;
+                if (last && image == last->pixels) {
+                    image = last->pixels;
                     ++job->stats.sharedFrames;
                 }
-                previous = image;
-                if (job->sink) {
-                    job->sink(Frame{image, plan->scale});
-                } else {
-                    job->frames.append(Frame{image, plan->scale});
-                }
-                ++job->stats.frames;
+                last = Frame{image, plan->scale};
+                ++job->stats.pictures;
             }
-            const PacingStep step = nextFrameSlot(slot, Clock::now() - job->start, frameRate);
-            job->stats.skipped += step.skipped;
-            slot = step.nextSlot;
+            fill(slot + 1);
         }
-        closeStats();
+        // The slots that began before the stop, including any that passed while the last picture
+        // was being taken.
+        Clock::time_point stoppedAt;
+        {
+            std::lock_guard lock(job->mutex);
+            stoppedAt = job->stoppedAt;
+        }
+        fill(slotsBefore(stoppedAt - job->start, frameRate));
+        closeStats(stoppedAt);
     });
 }
 

@@ -15,14 +15,15 @@
 
 namespace vantalo {
 
-// What one recording achieved, for the capture benchmark.
+// What one recording achieved, for the capture benchmark and the log.
 struct CaptureStats
 {
-    long long frames = 0;        // grabs kept as frames
-    long long late = 0;          // grabs that began more than a quarter period after their slot
-    long long skipped = 0;       // slots passed over because the machine fell behind
-    long long failedGrabs = 0;   // grabs dropped silently
-    long long sharedFrames = 0;  // frames identical to the one before, stored once
+    long long frames = 0;        // slots of the timeline written as frames
+    long long pictures = 0;      // of them, new pictures of the screen; the others repeat the one before
+    long long late = 0;          // pictures begun more than a quarter period after their slot
+    long long encoderBehind = 0; // slots repeated because the frame sink was behind
+    long long failedGrabs = 0;   // grabs that gave no picture (their slots repeat the one before)
+    long long sharedFrames = 0;  // pictures identical to the one before, stored once
     double grabMsTotal = 0;      // time spent inside the backend's grab
     double threadCpuMs = 0;      // CPU time of the capture thread
     double seconds = 0;          // from the first slot to the stop
@@ -32,11 +33,19 @@ struct CaptureStats
 // Captures one region of one display as frames at a steady rate until it is told to stop.
 // Lives on the GUI thread; each recording runs on a capture thread of its own, which owns the
 // frame list until the stop joins it.
+//
+// Every slot of the timeline (one a 1/rate s, from the start to the stop) becomes a frame, so the
+// GIF lasts as long as the recording whatever the load. A slot gets a new picture when the
+// capture thread reaches it in time and the frame sink keeps up; otherwise it repeats the picture
+// before, which the encoder stores as a frame with nothing changed. The capture thread never waits
+// for the sink: while the sink is behind it takes no pictures, so memory stays bounded.
 class ScreenRecorder final : public QObject, public FrameRecorder
 {
     Q_OBJECT
 public:
-    ScreenRecorder(std::unique_ptr<CaptureBackend> backend, std::function<double()> devicePixelRatio,
+    // Device pixels a point on the named display (as the windows see it).
+    using PixelRatio = std::function<double(const QString& displayName)>;
+    ScreenRecorder(std::unique_ptr<CaptureBackend> backend, PixelRatio devicePixelRatio,
                    LinePrinter print = stdoutPrinter());
     ~ScreenRecorder() override;
 
@@ -56,7 +65,7 @@ private:
     void finishJob();
 
     std::unique_ptr<CaptureBackend> m_backend;
-    std::function<double()> m_devicePixelRatio;
+    PixelRatio m_devicePixelRatio;
     LinePrinter m_print;
 
     std::atomic<bool> m_isRecording = false;

@@ -5,15 +5,24 @@
 #include "app/DesktopSession.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "recording/CapturePlan.h"
+#include "recording/GifEncoder.h"
 #include "recording/ScreenRecorder.h"
 #include "recording/StreamMapping.h"
 
 #include <QApplication>
+#include <QBuffer>
+#include <QImageReader>
 #include <QPainter>
 #include <QProcess>
+#include <QScopeGuard>
+#include <QSemaphore>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThreadPool>
 #include <QWidget>
+
+#include <thread>
 
 using namespace vantalo;
 using namespace vantalo::testing;
@@ -87,7 +96,8 @@ class TestScreenRecorder : public QObject
             backend = std::make_unique<X11CaptureBackend>();
         }
         return std::make_unique<ScreenRecorder>(
-            std::move(backend), [] { return 1.0; }, [this](const QString& line) { m_printed << line; });
+            std::move(backend), [](const QString&) { return 1.0; },
+            [this](const QString& line) { m_printed << line; });
     }
     static void movePointer(const QPoint& position)
     {
@@ -136,18 +146,122 @@ private Q_SLOTS:
         }
         QVERIFY(!planCapture({}, QRectF(0, 0, 10, 10), 1.0));
 
-        // A grab that ends late takes the latest due slot at once and skips those before it.
+        // The timeline: the slot due at a moment, and how many slots a recording of a length has.
         const struct
         {
-            long long slot, elapsedMs, next, skipped;
-        } steps[] = {{0, 10, 1, 0}, {3, 270, 4, 0}, {3, 340, 5, 1}, {10, 2000, 30, 19}};
-        for (const auto& row : steps) {
-            const PacingStep step = nextFrameSlot(row.slot, std::chrono::milliseconds(row.elapsedMs), 15);
-            QCOMPARE(std::pair(step.nextSlot, step.skipped), std::pair(row.next, row.skipped));
+            std::chrono::nanoseconds elapsed;
+            long long latest, before;
+        } timeline[] = {{0ns, 0, 0},   {1ms, 0, 1},  {66'666'666ns, 1, 1}, {66'666'667ns, 1, 2},
+                        {340ms, 5, 6}, {3s, 45, 45}, {3001ms, 45, 46},     {30s, 450, 450}};
+        for (const auto& row : timeline) {
+            QCOMPARE(std::pair(latestSlotDue(row.elapsed, 15), slotsBefore(row.elapsed, 15)),
+                     std::pair(row.latest, row.before));
         }
-        // Slot times come from the slot number, so 450 slots end at exactly 30 s.
-        QCOMPARE(slotTime(450, 15), std::chrono::nanoseconds(30s));
         QCOMPARE(slotTime(1, 15).count(), 66'666'666);
+    }
+
+    void theTimelineHoldsOnABusyMachine()
+    {
+        // Every grab a new picture, and one grab that takes a third of a second.
+        class CountingScreen final : public CaptureBackend, public CaptureStream
+        {
+        public:
+            std::expected<QList<CaptureDisplay>, Failure> displays() override
+            {
+                return QList<CaptureDisplay>{{QStringLiteral("screen"), QRect(0, 0, 640, 480)}};
+            }
+            std::expected<std::unique_ptr<CaptureStream>, Failure> openStream(const QRect& rect) override
+            {
+                size = rect.size();
+                struct Borrowed final : CaptureStream
+                {
+                    CaptureStream* screen;
+                    std::expected<std::optional<QImage>, Failure> grab() override { return screen->grab(); }
+                };
+                auto stream = std::make_unique<Borrowed>();
+                stream->screen = this;
+                return stream;
+            }
+            std::expected<std::optional<QImage>, Failure> grab() override
+            {
+                if (++grabs == 2) {
+                    std::this_thread::sleep_for(330ms);
+                }
+                QImage picture(size, QImage::Format_RGB32);
+                picture.fill(qRgb(grabs % 256, 0, 0));
+                return picture;
+            }
+            std::atomic<int> grabs = 0;
+            QSize size;
+        };
+        // The encoder's threads are all taken for the first 1.2 s, as on a busy machine.
+        QThreadPool* pool = QThreadPool::globalInstance();
+        const int threads = pool->maxThreadCount();
+        pool->setMaxThreadCount(1);
+        QSemaphore busy;
+        pool->start([&busy] { busy.acquire(); });
+        const auto restore = qScopeGuard([&] {
+            busy.release();
+            pool->waitForDone();
+            pool->setMaxThreadCount(threads);
+        });
+
+        auto backend = std::make_unique<CountingScreen>();
+        CountingScreen* screen = backend.get();
+        auto recorder = makeRecorder(std::move(backend));
+        auto session = std::make_shared<GifEncodingSession>();
+        int mostWaiting = 0;
+        recorder->frameSink = [session, &mostWaiting](const Frame& frame) {
+            session->addFrame(frame);
+            mostWaiting = std::max(mostWaiting, session->waitingFrames());
+        };
+        recorder->frameSinkIsBehind = [session] { return session->isBehind(); };
+        QVERIFY(!startRecording(*recorder, QRectF(0, 0, 32, 24)));
+        QTest::qWait(1200);
+        busy.release();
+        QTest::qWait(800);
+        QVERIFY(stopRecording(*recorder).isEmpty()); // everything went to the sink
+        const CaptureStats stats = recorder->lastStats();
+
+        // The capture never waited: the slots the encoder was behind for, and those of the slow
+        // grab, repeat the picture before; memory stayed bounded.
+        QVERIFY2(stats.encoderBehind >= 1 && stats.frames - stats.pictures - stats.encoderBehind >= 3,
+                 qPrintable(QStringLiteral("%1 behind, %2 pictures of %3 frames")
+                                .arg(stats.encoderBehind)
+                                .arg(stats.pictures)
+                                .arg(stats.frames)));
+        QCOMPARE(stats.pictures, screen->grabs.load());
+        QCOMPARE(mostWaiting, GifEncodingSession::defaultMaxWaitingFrames);
+        QVERIFY2(stats.seconds >= 1.9, qPrintable(QString::number(stats.seconds)));
+
+        // The GIF lasts as long as the recording: a frame a slot, 1/15 s each.
+        auto gif = session->finish(1.0 / 15);
+        QVERIFY(gif);
+        QBuffer buffer(&*gif);
+        QImageReader reader(&buffer, "gif");
+        int frames = 0;
+        int centiseconds = 0;
+        QList<int> reds;
+        while (reader.canRead()) {
+            const QImage frame = reader.read();
+            QVERIFY(!frame.isNull());
+            reds << qRed(frame.pixel(0, 0));
+            ++frames;
+            centiseconds += reader.nextImageDelay() / 10;
+        }
+        QCOMPARE(frames, stats.frames);
+        QCOMPARE(frames, slotsBefore(std::chrono::duration_cast<std::chrono::nanoseconds>(
+                                         std::chrono::duration<double>(stats.seconds)),
+                                     15));
+        QCOMPARE(centiseconds, int(std::lround(frames * 100.0 / 15)));
+        // Within a frame of the recording, and the hundredth a GIF delay rounds to.
+        QVERIFY2(std::abs(centiseconds / 100.0 - stats.seconds) < 0.07,
+                 qPrintable(QStringLiteral("%1 cs for %2 s").arg(centiseconds).arg(stats.seconds)));
+        // The pictures in the order they were taken, each shown at least once.
+        QCOMPARE(reds.first(), 1);
+        QCOMPARE(reds.last(), screen->grabs.load() % 256);
+        QVERIFY(std::is_sorted(reds.cbegin(), reds.cend()));
+        QCOMPARE(QSet<int>(reds.cbegin(), reds.cend()).size(), stats.pictures);
     }
 
     void theScreenComesBackDoubledWithThePointer()
@@ -189,7 +303,7 @@ private Q_SLOTS:
         for (const Frame& later : frames) {
             QCOMPARE(later.pixels.constBits(), frame.pixels.constBits());
         }
-        QCOMPARE(recorder->lastStats().sharedFrames, frames.size() - 1);
+        QCOMPARE(recorder->lastStats().sharedFrames, recorder->lastStats().pictures - 1);
 
         // With the pointer over the red quadrant, its shape is painted into every frame.
         movePointer(QPoint(1330, 330));

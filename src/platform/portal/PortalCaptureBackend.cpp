@@ -9,9 +9,6 @@ namespace vantalo {
 
 namespace {
 
-// How long a new stream may take to deliver its first frame.
-constexpr std::chrono::seconds kFirstFrameTimeout{5};
-
 class CroppedPortalStream final : public CaptureStream
 {
 public:
@@ -45,8 +42,20 @@ PortalCaptureBackend::PortalCaptureBackend(QString restoreToken,
                                            std::function<void(const QString&)> onRestoreToken,
                                            PortalTimeouts timeouts, Screens screens)
     : m_restoreToken(std::move(restoreToken)), m_onRestoreToken(std::move(onRestoreToken)),
-      m_timeouts(timeouts), m_screens(std::move(screens))
+      m_timeouts(timeouts), m_screens(std::move(screens)),
+      m_portal(std::make_unique<PortalScreenCast>(QDBusConnection::sessionBus(), m_timeouts))
 {
+}
+
+void PortalCaptureBackend::prepare()
+{
+    m_screenList = m_screens ? m_screens() : QList<CaptureDisplay>();
+}
+
+void PortalCaptureBackend::abort()
+{
+    m_aborted = true;
+    m_portal->cancel();
 }
 
 PortalCaptureBackend::~PortalCaptureBackend()
@@ -56,7 +65,7 @@ PortalCaptureBackend::~PortalCaptureBackend()
 
 void PortalCaptureBackend::closeSession()
 {
-    if (m_grant && m_portal) {
+    if (m_grant) {
         m_portal->close(m_grant->session);
     }
     m_grant.reset();
@@ -68,9 +77,6 @@ std::expected<QList<CaptureDisplay>, Failure> PortalCaptureBackend::displays()
     // Each recording asks anew; with the token of the last grant the desktop answers without a
     // dialog.
     closeSession();
-    if (!m_portal) {
-        m_portal = std::make_unique<PortalScreenCast>(QDBusConnection::sessionBus(), m_timeouts);
-    }
     auto grant = m_portal->start(m_restoreToken);
     if (!grant) {
         return std::unexpected(grant.error());
@@ -84,7 +90,7 @@ std::expected<QList<CaptureDisplay>, Failure> PortalCaptureBackend::displays()
     }
     m_grant = std::move(*grant);
     m_shared.clear();
-    const QList<CaptureDisplay> screens = m_screens ? m_screens() : QList<CaptureDisplay>();
+    const QList<CaptureDisplay> screens = m_screenList;
     QList<QRect> geometries;
     for (const CaptureDisplay& screen : screens) {
         geometries.append(screen.nativeGeometry);
@@ -151,15 +157,16 @@ PortalCaptureBackend::openStream(const QRect& nativeRect)
     // The first frame, so the recording starts on a picture.
     QElapsedTimer waited;
     waited.start();
-    while (!(*stream)->latest() && !(*stream)->failure() &&
-           waited.elapsed() < std::chrono::milliseconds(kFirstFrameTimeout).count()) {
+    while (!(*stream)->latest() && !(*stream)->failure() && !m_aborted &&
+           waited.elapsed() < m_timeouts.firstFrame.count()) {
         QThread::msleep(5);
     }
     if (auto failure = (*stream)->failure()) {
         return std::unexpected(*failure);
     }
     if (!(*stream)->latest()) {
-        return std::unexpected(Failure{QStringLiteral("the shared screen sent no picture")});
+        return std::unexpected(Failure{QStringLiteral("the shared screen sent no picture in %1 s")
+                                           .arg(m_timeouts.firstFrame.count() / 1000)});
     }
     return std::make_unique<CroppedPortalStream>(std::move(*stream), nativeRect.size());
 }

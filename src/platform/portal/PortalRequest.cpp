@@ -104,9 +104,9 @@ QString portalToken()
     return QStringLiteral("vantalo_%1").arg(QRandomGenerator::global()->generate(), 8, 16, QLatin1Char('0'));
 }
 
-void portalRequest(const Portal& portal, const QString& method, const QVariantList& arguments,
-                   QVariantMap options, std::chrono::milliseconds timeout, const QString& cancelledText,
-                   QObject* context, PortalAnswer answer)
+QString portalRequest(const Portal& portal, const QString& method, const QVariantList& arguments,
+                      QVariantMap options, std::chrono::milliseconds timeout, const QString& cancelledText,
+                      QObject* context, PortalAnswer answer)
 {
     // The answer comes as a signal on a request object whose path is known in advance: listen
     // there before calling, or a quick desktop answers before anyone listens.
@@ -116,12 +116,13 @@ void portalRequest(const Portal& portal, const QString& method, const QVariantLi
     auto* pending = new PendingRequest(portal, method, path, cancelledText, std::move(answer), context);
     if (!pending->listen()) {
         pending->finish(std::unexpected(Failure{portal.title + QStringLiteral(" cannot be reached")}));
-        return;
+        return path;
     }
     options.insert(QStringLiteral("handle_token"), token);
     QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, portal.interface, method);
     call.setArguments(arguments + QVariantList{options});
     pending->send(call, timeout);
+    return path;
 }
 
 } // namespace vantalo

@@ -28,6 +28,8 @@ struct PortalTimeouts
 {
     std::chrono::milliseconds request = std::chrono::seconds(10);
     std::chrono::milliseconds dialog = std::chrono::minutes(2);
+    // From connecting to a shared screen's stream to its first picture.
+    std::chrono::milliseconds firstFrame = std::chrono::seconds(20);
 };
 
 using PortalAnswer = std::function<void(std::expected<QVariantMap, Failure>)>;
@@ -36,10 +38,11 @@ using PortalAnswer = std::function<void(std::expected<QVariantMap, Failure>)>;
 // back, or what went wrong: "Screen capture was not allowed"-style refusals come as
 // `cancelledText`, an error as "<title> failed at <method>" or "<title> refused <method> (...)",
 // silence past `timeout` as "<title> did not answer <method>" (the request is then closed).
-// `answer` runs on `context`'s thread, and never once `context` is gone.
-void portalRequest(const Portal& portal, const QString& method, const QVariantList& arguments,
-                   QVariantMap options, std::chrono::milliseconds timeout, const QString& cancelledText,
-                   QObject* context, PortalAnswer answer);
+// `answer` runs on `context`'s thread, and never once `context` is gone. Answers the request
+// object's path.
+QString portalRequest(const Portal& portal, const QString& method, const QVariantList& arguments,
+                      QVariantMap options, std::chrono::milliseconds timeout, const QString& cancelledText,
+                      QObject* context, PortalAnswer answer);
 
 // A fresh token for a request or session handle.
 QString portalToken();

@@ -81,14 +81,34 @@ std::expected<QVariantMap, Failure> PortalScreenCast::request(const QString& met
 {
     std::optional<std::expected<QVariantMap, Failure>> answer;
     QEventLoop loop;
-    portalRequest(Portal{m_bus, kInterface, QStringLiteral("the screen-cast portal")}, method, arguments,
-                  std::move(options), timeout, QStringLiteral("Screen capture was not allowed"), &loop,
-                  [&](std::expected<QVariantMap, Failure> result) {
-                      answer = std::move(result);
-                      loop.quit();
-                  });
+    {
+        std::lock_guard lock(m_mutex);
+        if (m_cancelled) {
+            return std::unexpected(Failure{QStringLiteral("the screen-cast request was cancelled")});
+        }
+        m_waiting = &loop;
+    }
+    const QString path =
+        portalRequest(Portal{m_bus, kInterface, QStringLiteral("the screen-cast portal")}, method, arguments,
+                      std::move(options), timeout, QStringLiteral("Screen capture was not allowed"), &loop,
+                      [&](std::expected<QVariantMap, Failure> result) {
+                          answer = std::move(result);
+                          loop.quit();
+                      });
     if (!answer) {
         loop.exec(QEventLoop::ExcludeUserInputEvents);
+    }
+    {
+        std::lock_guard lock(m_mutex);
+        m_waiting = nullptr;
+    }
+    if (!answer) {
+        // Cancelled: the desktop may still be showing its question; take it back.
+        m_bus.call(QDBusMessage::createMethodCall(kService, path,
+                                                  QStringLiteral("org.freedesktop.portal.Request"),
+                                                  QStringLiteral("Close")),
+                   QDBus::NoBlock);
+        return std::unexpected(Failure{QStringLiteral("the screen-cast request was cancelled")});
     }
     return *answer;
 }
@@ -159,6 +179,16 @@ std::expected<int, Failure> PortalScreenCast::openPipeWireRemote(const QDBusObje
             portalFailure(QStringLiteral("the screen-cast portal gave no PipeWire connection")));
     }
     return fd;
+}
+
+void PortalScreenCast::cancel()
+{
+    std::lock_guard lock(m_mutex);
+    m_cancelled = true;
+    if (m_waiting) {
+        // Runs on the waiting thread, inside its loop; dropped if the loop has ended by then.
+        QMetaObject::invokeMethod(m_waiting, &QEventLoop::quit, Qt::QueuedConnection);
+    }
 }
 
 void PortalScreenCast::close(const QDBusObjectPath& session)

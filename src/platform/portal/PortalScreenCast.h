@@ -6,10 +6,12 @@
 
 #include <QDBusConnection>
 #include <QDBusObjectPath>
+#include <QEventLoop>
 #include <QString>
 
 #include <chrono>
 #include <expected>
+#include <mutex>
 
 namespace vantalo {
 
@@ -46,6 +48,9 @@ public:
     // A connection to the session's PipeWire streams (a file descriptor the caller owns).
     std::expected<int, Failure> openPipeWireRemote(const QDBusObjectPath& session);
     void close(const QDBusObjectPath& session);
+    // From any thread: the request being waited for is closed and fails at once, and so does
+    // every later one.
+    void cancel();
 
 private:
     std::expected<QVariantMap, Failure> request(const QString& method, const QVariantList& arguments,
@@ -53,6 +58,9 @@ private:
 
     QDBusConnection m_bus;
     PortalTimeouts m_timeouts;
+    std::mutex m_mutex; // guards the two below, which `cancel` reads from another thread
+    bool m_cancelled = false;
+    QEventLoop* m_waiting = nullptr; // the loop of the request in flight
 };
 
 } // namespace vantalo

@@ -61,9 +61,17 @@ bool X11Platform::compositingManagerRunning() const
 
 std::unique_ptr<FrameRecorder> X11Platform::createScreenRecorder()
 {
+    // Each screen has its own scale: a laptop at 2× beside a monitor at 1×.
+    const auto pixelRatio = [](const QString& displayName) {
+        for (const QScreen* screen : QGuiApplication::screens()) {
+            if (screen->name() == displayName) {
+                return screen->devicePixelRatio();
+            }
+        }
+        return qGuiApp->devicePixelRatio();
+    };
     if (m_capture == Capture::xshm) {
-        return std::make_unique<ScreenRecorder>(std::make_unique<X11CaptureBackend>(),
-                                                [] { return qGuiApp->devicePixelRatio(); });
+        return std::make_unique<ScreenRecorder>(std::make_unique<X11CaptureBackend>(), pixelRatio);
     }
     // The token arrives on the capture thread; the settings are written on the main thread.
     const auto store = m_store.storeRestoreToken;
@@ -73,23 +81,18 @@ std::unique_ptr<FrameRecorder> X11Platform::createScreenRecorder()
                 qApp, [store, token] { store(token); }, Qt::QueuedConnection);
         }
     };
-    // The screens as the windows see them, read on the GUI thread for the capture thread.
+    // The screens as the windows see them, read on the GUI thread before each recording.
     auto screens = [] {
         QList<CaptureDisplay> result;
-        QMetaObject::invokeMethod(
-            qApp,
-            [&result] {
-                for (const QScreen* screen : QGuiApplication::screens()) {
-                    result.append({screen->name(), screen->geometry()});
-                }
-            },
-            Qt::BlockingQueuedConnection);
+        for (const QScreen* screen : QGuiApplication::screens()) {
+            result.append({screen->name(), screen->geometry()});
+        }
         return result;
     };
     return std::make_unique<ScreenRecorder>(
         std::make_unique<PortalCaptureBackend>(m_store.restoreToken ? m_store.restoreToken() : QString(),
                                                std::move(remember), PortalTimeouts{}, std::move(screens)),
-        [] { return qGuiApp->devicePixelRatio(); });
+        pixelRatio);
 }
 
 void X11Platform::setInputRegion(QWindow* window, const QRegion& region)
