@@ -28,7 +28,8 @@ trap 'exit 130' INT TERM
 
 Xvfb "$DISPLAY" -screen 0 1920x1080x24 -nolisten tcp -noreset >/dev/null 2>&1 &
 xvfb=$!
-for _ in $(seq 50); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+for _ in $(seq 300); do xdpyinfo >/dev/null 2>&1 && break; sleep 0.1; done
+xdpyinfo >/dev/null 2>&1 || { echo "The virtual display did not start"; exit 1; }
 
 echo "No display found: Vantalo runs inside a virtual display ($DISPLAY, 1920×1080) with a tray host,"
 echo "and plays a first recording as a demo: shortcut, region, Start, three seconds, shortcut."
@@ -40,4 +41,10 @@ config="${XDG_CONFIG_HOME:-$HOME/.config}/Vantalo/Vantalo.conf"
 if [ -f "$config" ] && grep -q '^s3BucketName=.' "$config"; then
   upload=(--demo-upload)
 fi
-/usr/bin/python3 tests/e2e/flow.py --demo "${upload[@]}" --binary "$binary" --artifacts "$PWD/build/demo"
+# Without a session bus, a bus of the demo's own that ends with it (else D-Bus autolaunch would
+# start one for the virtual display that outlives the demo).
+bus=()
+if [ -z "${DBUS_SESSION_BUS_ADDRESS:-}" ]; then
+  bus=(dbus-run-session --)
+fi
+"${bus[@]}" /usr/bin/python3 tests/e2e/flow.py --demo "${upload[@]}" --binary "$binary" --artifacts "$PWD/build/demo"
