@@ -109,6 +109,11 @@ void AppDelegate::wireCoordinator()
             self->showShortcutUnavailableAlert();
         }
     };
+    m_captureCoordinator->onRecordingFailed = [self](const QString& line) {
+        if (self) {
+            self->showRecordingFailedAlert(line);
+        }
+    };
     m_captureCoordinator->registerHotkey();
 
     QPointer coordinator(m_captureCoordinator.get());
@@ -268,6 +273,18 @@ void AppDelegate::showShortcutUnavailableAlert()
         }
     });
     m_shortcutAlert->open();
+}
+
+void AppDelegate::showRecordingFailedAlert(const QString& line)
+{
+    const QString heading = QStringLiteral("Recording Failed");
+    if (!m_recordingFailedAlert) {
+        m_recordingFailedAlert = new QMessageBox(QMessageBox::Warning, heading, heading, QMessageBox::Ok);
+        m_recordingFailedAlert->setAttribute(Qt::WA_DeleteOnClose);
+    }
+    m_recordingFailedAlert->setInformativeText(line);
+    m_recordingFailedAlert->open();
+    m_recordingFailedAlert->raise();
 }
 
 } // namespace vantalo

@@ -61,11 +61,14 @@ public:
     void handleGifCreated(const QString& gifPath);
     void updateStatusIcon(bool recording);
     void showShortcutUnavailableAlert();
+    // A recording that ended without a GIF, said where the user looks (one box, the latest line).
+    void showRecordingFailedAlert(const QString& line);
 
     QMenu* menu() { return &m_menu; }
     QSystemTrayIcon* trayIcon() { return m_statusItem.get(); }
     PreferencesWindow* preferencesWindow() const { return m_preferencesWindow; }
     QMessageBox* shortcutAlert() const { return m_shortcutAlert; }
+    QMessageBox* recordingFailedAlert() const { return m_recordingFailedAlert; }
     QMessageBox* aboutBox() const { return m_aboutBox; }
     CaptureCoordinator& captureCoordinator() { return *m_captureCoordinator; }
 
@@ -83,6 +86,7 @@ private:
     std::unique_ptr<HistoryWindowPresenter> m_historyPanelController;
     QPointer<PreferencesWindow> m_preferencesWindow;
     QPointer<QMessageBox> m_shortcutAlert;
+    QPointer<QMessageBox> m_recordingFailedAlert;
     QPointer<QMessageBox> m_aboutBox;
     QMenu m_menu;
     StatusIconLook m_look = StatusIconLook::idle;

@@ -211,8 +211,9 @@ void CaptureCoordinator::startRecording()
                                            }
                                            if (!started) {
                                                self->discardSession();
-                                               self->m_print(QStringLiteral("Failed to start recording: ") +
-                                                             started.error().description);
+                                               self->reportFailure(
+                                                   QStringLiteral("Failed to start recording: ") +
+                                                   started.error().description);
                                                self->cancelCapture();
                                                return;
                                            }
@@ -243,12 +244,12 @@ void CaptureCoordinator::stopRecording()
         self->m_c.screenRecorder->frameSink = nullptr;
         self->m_c.screenRecorder->frameSinkIsBehind = nullptr;
         if (!stopped) {
-            self->m_print(QStringLiteral("Failed to encode GIF: ") + stopped.error().description);
+            self->reportFailure(QStringLiteral("Failed to encode GIF: ") + stopped.error().description);
             self->finishInIdle();
             return;
         }
         if (!session || session->frameCount() == 0) {
-            self->m_print(QStringLiteral("No frames captured"));
+            self->reportFailure(QStringLiteral("No frames captured"));
             self->finishInIdle();
             return;
         }
@@ -266,7 +267,7 @@ void CaptureCoordinator::encodeAndWrite(std::shared_ptr<EncodingSession> session
         watcher->deleteLater();
         const Result written = watcher->result();
         if (!written) {
-            m_print(QStringLiteral("Failed to encode GIF: ") + written.error().description);
+            reportFailure(QStringLiteral("Failed to encode GIF: ") + written.error().description);
             finishInIdle();
             return;
         }
@@ -352,6 +353,14 @@ void CaptureCoordinator::finishInIdle()
 {
     setState(CaptureState::idle);
     reportRecording(false);
+}
+
+void CaptureCoordinator::reportFailure(const QString& line)
+{
+    m_print(line);
+    if (onRecordingFailed) {
+        onRecordingFailed(line);
+    }
 }
 
 void CaptureCoordinator::reportRecording(bool recording)

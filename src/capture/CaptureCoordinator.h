@@ -81,6 +81,8 @@ public:
     std::function<void(const QString& gifPath)> onGifCreated;
     std::function<void(bool recording)> onRecordingStateChanged;
     std::function<void()> onHotkeyPermissionDenied;
+    // A recording the user asked for ended without a GIF; the line says why (it is printed too).
+    std::function<void(const QString& line)> onRecordingFailed;
 
     // Writes "vantalo_<seconds>.gif" into `directory`, readable by the user alone.
     static std::expected<QString, Failure> writeGifFile(const QByteArray& gif, const QString& directory);
@@ -96,6 +98,7 @@ private:
     void finishInIdle();
     void setState(CaptureState state);
     void reportRecording(bool recording);
+    void reportFailure(const QString& line);
     // Runs `operation` on a later turn of the event loop, if the coordinator still exists then.
     void later(void (CaptureCoordinator::*operation)());
 

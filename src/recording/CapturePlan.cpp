@@ -15,9 +15,11 @@ std::optional<CapturePlan> planCapture(const QList<CaptureDisplay>& displays, co
         return QRectF(0, 0, display.nativeGeometry.width() / dpr, display.nativeGeometry.height() / dpr)
             .contains(region);
     };
+    // The region is relative to the display it was chosen on: that one's corner is its origin,
+    // also where the region reaches past the display's edge.
     const CaptureDisplay* chosen = nullptr;
     for (const CaptureDisplay& display : displays) {
-        if (!preferredDisplay.isEmpty() && display.name == preferredDisplay && holds(display)) {
+        if (!preferredDisplay.isEmpty() && display.name == preferredDisplay) {
             chosen = &display;
         }
     }

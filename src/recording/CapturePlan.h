@@ -20,8 +20,8 @@ struct CapturePlan
 };
 
 // Picks the display and the pixels for a region given relative to a display's top-left corner in
-// points: the display it was chosen on when that one holds it; otherwise the first display whose
-// (0, 0, width, height) holds the region, else the first one.
+// points: the display it was chosen on (whether or not the region reaches past its edge); without
+// one, the first display whose (0, 0, width, height) holds the region, else the first one.
 // Frames are twice the region's whole points in size; where a point is two pixels they are
 // grabbed as they are, where it is one each pixel is doubled. Nothing when there is no display.
 std::optional<CapturePlan> planCapture(const QList<CaptureDisplay>& displays, const QRectF& region,

@@ -264,7 +264,7 @@ private Q_SLOTS:
         QCOMPARE(m_c->state(), CaptureState::recording);
     }
 
-    void failuresPrintTheirLineAndEndIdle()
+    void failuresSayTheirLineAndEndIdle()
     {
         const std::pair<std::function<void()>, QString> failures[] = {
             {[this] { m_rig->recorder->startFailure = Failure{QStringLiteral("no capture here")}; },
@@ -281,6 +281,8 @@ private Q_SLOTS:
             cleanup();
             init();
             fail();
+            QStringList said; // where the user looks
+            m_c->onRecordingFailed = [&said](const QString& text) { said << text; };
             selectAndStart(QRectF(0, 0, 200, 200), m_primary);
             const bool started = m_c->state() == CaptureState::recording;
             if (started) {
@@ -290,6 +292,7 @@ private Q_SLOTS:
             QCOMPARE(m_rig->journal.printed.size(), 1);
             QVERIFY2(m_rig->journal.printed.first().startsWith(line),
                      qPrintable(m_rig->journal.printed.first()));
+            QCOMPARE(said, m_rig->journal.printed);
             QVERIFY(m_rig->gifs.isEmpty());
             // A start that fails takes everything down, as a cancel does; the others end a recording.
             QCOMPARE(m_rig->reported, started ? (QList<bool>{true, false}) : (QList<bool>{false}));
@@ -462,6 +465,25 @@ private Q_SLOTS:
         QCOMPARE(m_preview->shown.size(), 1u);
         QCOMPARE(m_preview->shown[0].path, QStringLiteral("/tmp/vantalo_2.gif"));
         QVERIFY(!m_preview->shown[0].id);
+    }
+
+    // A recording that ends without a GIF says why in one box, which a second failure reuses.
+    void aFailedRecordingSaysWhy()
+    {
+        startApplication();
+        m_rig->recorder->startFailure = Failure{QStringLiteral("The region lies outside the screen")};
+        selectAndStart();
+        QMessageBox* alert = m_delegate->recordingFailedAlert();
+        QVERIFY(alert && alert->isVisible());
+        QCOMPARE(alert->text(), QStringLiteral("Recording Failed"));
+        QCOMPARE(alert->informativeText(),
+                 QStringLiteral("Failed to start recording: The region lies outside the screen"));
+        m_rig->recorder->startFailure.reset();
+        m_rig->recorder->frames.clear();
+        selectAndStart();
+        pressToolbar(m_rig->toolbar->onStop);
+        QTRY_COMPARE(alert->informativeText(), QStringLiteral("No frames captured"));
+        QCOMPARE(m_delegate->recordingFailedAlert(), alert);
     }
 
     void refusedShortcutOffersThePreferences()

@@ -4,6 +4,7 @@
 #include "../support/RecorderSteps.h"
 #include "app/DesktopSession.h"
 #include "platform/x11/X11CaptureBackend.h"
+#include "platform/x11/X11Platform.h"
 #include "recording/CapturePlan.h"
 #include "recording/GifEncoder.h"
 #include "recording/ScreenRecorder.h"
@@ -15,6 +16,7 @@
 #include <QPainter>
 #include <QProcess>
 #include <QScopeGuard>
+#include <QScreen>
 #include <QSemaphore>
 #include <QSet>
 #include <QTemporaryDir>
@@ -48,6 +50,21 @@ public:
         const bool bottom = y >= height / 2;
         return right ? (bottom ? QColor(0, 0, 255) : QColor(0, 255, 0))
                      : (bottom ? QColor(255, 255, 0) : QColor(255, 0, 0));
+    }
+
+    // Pixels of a 300 × 200 frame of a region that starts 2 points left of a 200 × 120 window, at
+    // its top, that are not what the window and the desktop beside it show.
+    static int mismatches(const QImage& frame)
+    {
+        int wrong = 0;
+        for (int y = 0; y < 200; ++y) {
+            for (int x = 0; x < 300; ++x) {
+                const int windowX = x / 2 - 2;
+                const QColor want = windowX < 0 ? frame.pixelColor(0, 0) : expected(windowX, y / 2, 200, 120);
+                wrong += frame.pixelColor(x, y) != want;
+            }
+        }
+        return wrong;
     }
 
 protected:
@@ -128,10 +145,11 @@ private Q_SLOTS:
             {{10, 20, 100.9, 50.5}, "", 1.0, "left", {10, 20, 100, 50}, 2, {200, 100}},
             {{10, 20, 100.9, 50.5}, "", 2.0, "left", {20, 40, 200, 100}, 1, {200, 100}},
             {{0, 0, 100, 100}, "", 1.5, "left", {0, 0, 150, 150}, 1, {200, 200}}, // resampled
-            // The display it was chosen on if it holds the region, else the first that does.
+            // The display it was chosen on, also where the region reaches past it; without one, the
+            // first that holds the region.
             {{900, 10, 100, 100}, "", 1.0, "left", {900, 10, 100, 100}, 2, {200, 200}},
             {{900, 10, 100, 100}, "right", 1.0, "right", {1900, 110, 100, 100}, 2, {200, 200}},
-            {{0, 0, 1000, 1050}, "right", 1.0, "left", {0, 0, 1000, 1050}, 2, {2000, 2100}},
+            {{0, 0, 1000, 1050}, "right", 1.0, "right", {1000, 100, 1000, 1050}, 2, {2000, 2100}},
             {{950, 10, 100, 100}, "", 1.0, "right", {1950, 110, 100, 100}, 2, {200, 200}},
             {{0, 0, 1000, 1080}, "", 1.0, "left", {0, 0, 1000, 1080}, 2, {2000, 2160}},
             {{5000, 5000, 10, 10}, "", 1.0, "left", {5000, 5000, 10, 10}, 2, {20, 20}},
@@ -283,16 +301,7 @@ private Q_SLOTS:
         QCOMPARE(frame.size(), QSize(300, 200));
         QCOMPARE(frame.scale, 2);
         const QImage full = frame.fullSize();
-        int mismatches = 0;
-        for (int y = 0; y < 200; ++y) {
-            for (int x = 0; x < 300; ++x) {
-                const int windowX = x / 2 - 2;
-                const QColor want =
-                    windowX < 0 ? full.pixelColor(0, 0) : PatternWindow::expected(windowX, y / 2, 200, 120);
-                mismatches += full.pixelColor(x, y) != want;
-            }
-        }
-        QCOMPARE(mismatches, 0);
+        QCOMPARE(PatternWindow::mismatches(full), 0);
         // The desktop left of the window is not the window's white edge.
         QVERIFY(full.pixelColor(0, 0) != QColor(Qt::white));
         QCOMPARE(full.pixelColor(4, 0), QColor(Qt::white));
@@ -318,6 +327,52 @@ private Q_SLOTS:
         }
         QVERIFY2(changed > 20, qPrintable(QString::number(changed)));
         QCOMPARE(pointed.pixelColor(250, 180), QColor(0, 0, 255));
+    }
+
+    // Run by tests/with-monitors.sh: A at one pixel a point, B at two and at negative x. Each
+    // records its own pixels at its own scale; a region dragged past B's edge goes on onto A's
+    // pixels as far as the screen goes, black beyond; one wholly off the screen is refused.
+    void eachMonitorAtItsOwnScale()
+    {
+        const QList<QScreen*> screens = QGuiApplication::screens();
+        if (screens.size() != 2) {
+            QSKIP("needs the two monitors of tests/with-monitors.sh");
+        }
+        movePointer(QPoint(3100, 1300));
+        auto recorder = X11Platform().createScreenRecorder();
+        PatternWindow window;
+        for (const QScreen* screen : screens) {
+            window.setGeometry(QRect(screen->geometry().topLeft() + QPoint(100, 100), QSize(200, 120)));
+            window.show();
+            QVERIFY(QTest::qWaitForWindowExposed(&window));
+            QTest::qWait(200);
+            const FrameList frames = record(*recorder, QRectF(98, 100, 150.7, 100.2), 300ms, screen->name());
+            QVERIFY2(!frames.isEmpty(), qPrintable(screen->name()));
+            QCOMPARE(frames.last().fullSize().size(), QSize(300, 200));
+            QVERIFY2(PatternWindow::mismatches(frames.last().fullSize()) == 0, qPrintable(screen->name()));
+        }
+        const QScreen* b = QGuiApplication::screenAt(QPoint(10, 400));
+        QVERIFY(b && b->devicePixelRatio() == 2 && b->geometry().width() == 960);
+
+        // Past B's right edge (x 960 points, 1920 pixels): A's pixels, one a pixel, from output
+        // column 120 on; the window on A sits at the top-left of A's part.
+        window.setGeometry(1920, 500, 200, 120);
+        QVERIFY(QTest::qWaitForWindowExposed(&window));
+        QTest::qWait(200);
+        const FrameList across = record(*recorder, QRectF(900, 100, 120, 50), 300ms, b->name());
+        QVERIFY(!across.isEmpty());
+        const QImage spans = across.last().fullSize();
+        QCOMPARE(spans.size(), QSize(240, 100));
+        QCOMPARE(spans.pixelColor(120, 10), QColor(Qt::white));
+        QCOMPARE(spans.pixelColor(130, 10), QColor(255, 0, 0));
+        QCOMPARE(spans.pixelColor(230, 90), QColor(0, 0, 255));
+        // Past the bottom of the screen (1400 pixels): black rows.
+        const FrameList low = record(*recorder, QRectF(10, 500, 50, 50), 300ms, b->name());
+        QVERIFY(!low.isEmpty());
+        QCOMPARE(low.last().fullSize().pixelColor(50, 99), QColor(Qt::black));
+        const auto refused = startRecording(*recorder, QRectF(5000, 100, 50, 50), b->name());
+        QVERIFY(refused);
+        QCOMPARE(refused->description, QStringLiteral("The region lies outside the screen"));
     }
 
     void startStopAndTheTimeLimit()

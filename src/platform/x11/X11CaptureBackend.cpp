@@ -52,8 +52,9 @@ Failure connectionLost(xcb_connection_t* connection)
 class X11CaptureStream final : public CaptureStream
 {
 public:
-    X11CaptureStream(Connection connection, const QRect& rect)
-        : m_connection(std::move(connection)), m_rect(rect)
+    // `grabbed` is the part of `rect` on the screen; the rest of each frame stays black.
+    X11CaptureStream(Connection connection, const QRect& rect, const QRect& grabbed)
+        : m_connection(std::move(connection)), m_rect(rect), m_grabbed(grabbed)
     {
         xcb_connection_t* c = m_connection.get();
         m_root = defaultScreen(c)->root;
@@ -91,6 +92,12 @@ public:
         if (xcb_connection_has_error(c)) {
             return std::unexpected(connectionLost(c));
         }
+        if (image && m_grabbed != m_rect) {
+            QImage whole(m_rect.size(), QImage::Format_RGB32);
+            whole.fill(Qt::black);
+            QPainter(&whole).drawImage(m_grabbed.topLeft() - m_rect.topLeft(), *image);
+            image = std::move(whole);
+        }
         if (cursorCookie) {
             auto cursor = xcbReply(xcb_xfixes_get_cursor_image_reply(c, *cursorCookie, nullptr));
             if (image && cursor) {
@@ -109,7 +116,7 @@ private:
             qCDebug(lcX11Capture) << "no MIT-SHM: grabbing through the socket";
             return;
         }
-        const size_t bytes = size_t(m_rect.width()) * size_t(m_rect.height()) * 4;
+        const size_t bytes = size_t(m_grabbed.width()) * size_t(m_grabbed.height()) * 4;
         const int id = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
         if (id < 0) {
             return;
@@ -134,11 +141,11 @@ private:
 
     std::optional<QImage> imageFrom(const uchar* data, int length, quint8 depth) const
     {
-        const qsizetype stride = qsizetype(m_rect.width()) * 4;
-        if ((depth != 24 && depth != 32) || length < stride * m_rect.height()) {
+        const qsizetype stride = qsizetype(m_grabbed.width()) * 4;
+        if ((depth != 24 && depth != 32) || length < stride * m_grabbed.height()) {
             return std::nullopt;
         }
-        return QImage(data, m_rect.width(), m_rect.height(), stride, QImage::Format_RGB32).copy();
+        return QImage(data, m_grabbed.width(), m_grabbed.height(), stride, QImage::Format_RGB32).copy();
     }
 
     std::optional<QImage> grabShared()
@@ -146,8 +153,8 @@ private:
         xcb_connection_t* c = m_connection.get();
         auto image = xcbReply(xcb_shm_get_image_reply(
             c,
-            xcb_shm_get_image(c, m_root, m_rect.x(), m_rect.y(), m_rect.width(), m_rect.height(), ~0u,
-                              XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment, 0),
+            xcb_shm_get_image(c, m_root, m_grabbed.x(), m_grabbed.y(), m_grabbed.width(), m_grabbed.height(),
+                              ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment, 0),
             nullptr));
         if (!image) {
             return std::nullopt;
@@ -158,11 +165,11 @@ private:
     std::optional<QImage> grabPlain()
     {
         xcb_connection_t* c = m_connection.get();
-        auto image =
-            xcbReply(xcb_get_image_reply(c,
-                                         xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_root, m_rect.x(),
-                                                       m_rect.y(), m_rect.width(), m_rect.height(), ~0u),
-                                         nullptr));
+        auto image = xcbReply(
+            xcb_get_image_reply(c,
+                                xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_root, m_grabbed.x(),
+                                              m_grabbed.y(), m_grabbed.width(), m_grabbed.height(), ~0u),
+                                nullptr));
         if (!image) {
             return std::nullopt;
         }
@@ -199,6 +206,7 @@ private:
 
     Connection m_connection;
     QRect m_rect;
+    QRect m_grabbed;
     xcb_window_t m_root = 0;
     xcb_shm_seg_t m_segment = 0;
     uchar* m_shmAddress = nullptr;
@@ -258,7 +266,14 @@ std::expected<std::unique_ptr<CaptureStream>, Failure> X11CaptureBackend::openSt
     if (!connection) {
         return std::unexpected(connection.error());
     }
-    return std::make_unique<X11CaptureStream>(std::move(*connection), nativeRect);
+    // A region that reaches past the screen (dragged off a display's edge) is recorded as far as
+    // the screen goes.
+    const xcb_screen_t* screen = defaultScreen(connection->get());
+    const QRect grabbed = nativeRect & QRect(0, 0, screen->width_in_pixels, screen->height_in_pixels);
+    if (grabbed.isEmpty()) {
+        return std::unexpected(Failure{QStringLiteral("The region lies outside the screen")});
+    }
+    return std::make_unique<X11CaptureStream>(std::move(*connection), nativeRect, grabbed);
 }
 
 } // namespace vantalo
