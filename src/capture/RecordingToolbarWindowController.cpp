@@ -98,9 +98,14 @@ void RecordingToolbarPanel::relayout()
     const QRegion capsuleRegion(capsule.toFillPolygon().toPolygon());
     if (!m_compositing) {
         setMask(capsuleRegion);
-    } else if (m_inputRegion) {
-        winId(); // the native window must exist to be shaped
-        m_inputRegion(windowHandle(), capsuleRegion);
+    } else {
+        // The panel reaches below the region's top edge (the bar stands 14 points above it, the
+        // padding is 20): the shadow stops at that edge, or it would be in the recording.
+        setMask(QRegion(0, 0, wanted.width(), qFloor(kPadding + kBarHeight + geometry::toolbarGap)));
+        if (m_inputRegion) {
+            winId(); // the native window must exist to be shaped
+            m_inputRegion(windowHandle(), capsuleRegion);
+        }
     }
     update();
 }

@@ -2,6 +2,7 @@
 // once without and once with a compositing manager (xcompmgr); and the region's geometry where the
 // screen does not reach: resizing past the opposite edge, hit testing at the edges, the labels near
 // a display's sides, negative origins.
+#include "../support/RecorderSteps.h"
 #include "capture/RecordingToolbarWindowController.h"
 #include "overlays/RegionGeometry.h"
 #include "overlays/RegionPreviewOverlay.h"
@@ -242,6 +243,31 @@ private Q_SLOTS:
         xdotool(QStringLiteral("mousemove %1 %2 click 1").arg(stop.x()).arg(stop.y()));
         QTRY_COMPARE(stops, 1);
         QCOMPARE(xdotool(QStringLiteral("getwindowfocus")), focused);
+        // Nothing of the toolbar (its padding and shadow reach below the region's top edge) or of
+        // the border reaches the recorded pixels: the frames are the backdrop, edge to edge.
+        {
+            RecordingBorderOverlay border([this] { return m_compositing; });
+            border.show(QRectF(300, 430, 500, 400));
+            QVERIFY(QTest::qWaitForWindowExposed(border.window()));
+            xdotool(QStringLiteral("mousemove 1800 1000"));
+            QTest::qWait(300);
+            auto recorder = m_platform->createScreenRecorder();
+            const FrameList frames =
+                testing::record(*recorder, QRectF(300, 250, 500, 400), std::chrono::milliseconds(300),
+                                QGuiApplication::primaryScreen()->name());
+            QVERIFY(!frames.isEmpty());
+            const QImage frame = frames.last().fullSize();
+            QStringList others;
+            for (int y = 0; y < frame.height(); ++y) {
+                for (int x = 0; x < frame.width(); ++x) {
+                    if (frame.pixelColor(x, y) != kBackdrop && others.size() < 5) {
+                        others
+                            << QStringLiteral("(%1, %2) %3").arg(x).arg(y).arg(frame.pixelColor(x, y).name());
+                    }
+                }
+            }
+            QVERIFY2(others.isEmpty(), qPrintable(others.join(QStringLiteral(", "))));
+        }
         // The padding round the capsule lets clicks through to what is below.
         m_backdrop->clicks.clear();
         const QPoint margin = toolbar.panel()->mapToGlobal(QPoint(4, 4));
