@@ -363,6 +363,7 @@ class Flow:
         requests = Path(os.environ["VANTALO_PORTAL_LOG"])
         Path(os.environ["VANTALO_PORTAL_MODE"]).write_text("hang")
         asked = requests.read_text().count('"method": "Start"')
+        closed = requests.read_text().count('"method": "Close"')
         subprocess.run([self.args.binary, "--toggle"], check=True, timeout=15, env=env)
         self.wait_for("the selection overlay", lambda: "-> selecting" in self.app_log())
         time.sleep(0.5)
@@ -371,6 +372,7 @@ class Flow:
                       seconds=30)
         time.sleep(0.5)
         self.quit_from_tray_menu(seconds=2)
+        assert requests.read_text().count('"method": "Close"') > closed, "the session asked for was not closed"
         assert "-> recording" not in self.app_log(), self.app_log()
         assert not list(self.data.glob("gifs/*")) and not (self.data / "history.json").exists(), "something was written"
         self.log("quit while the desktop asked: Vantalo ended within 2 s")

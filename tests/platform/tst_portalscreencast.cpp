@@ -11,7 +11,6 @@
 #include <QCoreApplication>
 #include <QDBusConnectionInterface>
 #include <QDBusMessage>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -278,30 +277,6 @@ private Q_SLOTS:
                      QStringList{QStringLiteral("Failed to register global shortcut — ") + row.shortcut});
             QCOMPARE(shortcut.desktopTrigger(), std::optional(QString())); // the menu names the command
         }
-    }
-
-    // Quitting while the desktop still asks which screen to share: the recorder goes at once,
-    // long before the question's time limit, the session asked for is closed, and nothing answers
-    // to the recorder that is gone.
-    void goingAwayWhileTheDesktopAsks()
-    {
-        answerNext("hang");
-        const auto reset = qScopeGuard([] { answerNext("share"); });
-        const qsizetype asked = requests(QStringLiteral("Start")).size();
-        const qsizetype closed = requests(QStringLiteral("Close")).size();
-        auto recorder = std::make_unique<ScreenRecorder>(
-            std::make_unique<PortalCaptureBackend>(QString(), nullptr, PortalTimeouts{10s, 60s}),
-            [](const QString&) { return 1.0; }, [](const QString&) {});
-        bool answered = false;
-        recorder->startRecording(QRectF(10, 20, 100, 50), QString(), 15, 30,
-                                 [&answered](std::expected<void, Failure>) { answered = true; });
-        QTRY_VERIFY_WITH_TIMEOUT(requests(QStringLiteral("Start")).size() > asked, 20000);
-        QElapsedTimer clock;
-        clock.start();
-        recorder.reset();
-        QVERIFY2(clock.elapsed() < 10000, qPrintable(QString::number(clock.elapsed())));
-        QTRY_VERIFY(requests(QStringLiteral("Close")).size() > closed);
-        QVERIFY(!answered);
     }
 
     // On Plasma itself: the shortcut proposed in CreateSession is registered with KDE's shortcut

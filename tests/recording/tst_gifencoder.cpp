@@ -5,9 +5,7 @@
 #include "support/GifReaders.h"
 
 #include <QRandomGenerator>
-#include <QSemaphore>
 #include <QTest>
-#include <QThreadPool>
 
 #include <cmath>
 #include <numeric>
@@ -235,29 +233,6 @@ private Q_SLOTS:
         QVERIFY(batch && streamed);
         QCOMPARE(*streamed, *batch);
         QVERIFY(!GifEncodingSession().finish(kDelay));
-
-        // With its threads taken, a session of two is behind once two frames wait; a repeat (the
-        // same image again) waits for nothing and is written as the batch writes a still frame.
-        QThreadPool* pool = QThreadPool::globalInstance();
-        const int threads = pool->maxThreadCount();
-        pool->setMaxThreadCount(1);
-        QSemaphore busy;
-        pool->start([&busy] { busy.acquire(); });
-        GifEncodingSession bounded({}, 2);
-        FrameList many = photoAnimation(2, QSize(240, 180));
-        bounded.addFrame(many[0]);
-        QVERIFY(!bounded.isBehind());
-        bounded.addFrame(many[1]);
-        many << many[1] << many[1];
-        bounded.addFrame(many[1]);
-        bounded.addFrame(many[1]);
-        QCOMPARE(bounded.waitingFrames(), 2);
-        QVERIFY(bounded.isBehind());
-        busy.release();
-        pool->waitForDone();
-        pool->setMaxThreadCount(threads);
-        QVERIFY(!bounded.isBehind());
-        QCOMPARE(bounded.finish(kDelay).value(), GifEncoder().encode(many, kDelay).value());
     }
 };
 
