@@ -79,6 +79,22 @@ QImage sharedPicture(const QRectF& region, QSize logical)
     return picture;
 }
 
+// The test source's colour bars, as GStreamer draws them (BGRx bytes).
+QImage testBars()
+{
+    QFile raw(qEnvironmentVariable("VANTALO_TEST_SOURCE_PICTURE"));
+    const QByteArray bytes = raw.open(QIODevice::ReadOnly) ? raw.readAll() : QByteArray();
+    if (bytes.size() != 640 * 480 * 4) {
+        return {};
+    }
+    QImage bars(640, 480, QImage::Format_RGB32);
+    for (int i = 0; i < 640 * 480; ++i) {
+        const auto* p = reinterpret_cast<const uchar*>(bytes.constData()) + 4 * i;
+        bars.setPixel(i % 640, i / 640, qRgb(p[2], p[1], p[0]));
+    }
+    return bars;
+}
+
 void answerNext(const QByteArray& mode)
 {
     QFile file(qEnvironmentVariable("VANTALO_PORTAL_MODE"));
@@ -94,7 +110,7 @@ class TestPortalScreenCast : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        if (!qEnvironmentVariableIsSet("VANTALO_TEST_NODE") && !onPlasma()) {
+        if (!qEnvironmentVariableIsSet("VANTALO_TEST_NODES") && !onPlasma()) {
             QSKIP("needs the portal session of tests/wayland/with-portal.sh or with-kde.sh");
         }
         // The frontend starts beside the test; wait until it answers.
@@ -109,7 +125,9 @@ private Q_SLOTS:
         const auto grant = portal.start(QString());
         QVERIFY2(grant, grant ? "" : qPrintable(grant.error().description));
         QCOMPARE(grant->streams.size(), 1);
-        QCOMPARE(grant->streams.first().nodeId, qEnvironmentVariable("VANTALO_TEST_NODE").toUInt());
+        QVERIFY(qEnvironmentVariable("VANTALO_TEST_NODES")
+                    .split(QLatin1Char(','))
+                    .contains(QString::number(grant->streams.first().nodeId)));
         QCOMPARE(grant->streams.first().placement.position, QPoint(0, 0));
         QCOMPARE(grant->streams.first().placement.size, QSize(640, 480));
         // One monitor, the pointer drawn in (the desktop offers it), the permission kept.
@@ -135,26 +153,11 @@ private Q_SLOTS:
         portal.close(again->session);
     }
 
-    // The test source is 640 x 480 of colour bars, in BGRx: a cut is exactly those pixels as
-    // GStreamer draws them, also where the buffer has two pixels a point.
-    void framesComeCutToTheRegion()
-    {
-        QFile raw(qEnvironmentVariable("VANTALO_TEST_SOURCE_PICTURE"));
-        QVERIFY(raw.open(QIODevice::ReadOnly));
-        const QByteArray bytes = raw.readAll();
-        QCOMPARE(bytes.size(), 640 * 480 * 4);
-        QImage bars(640, 480, QImage::Format_RGB32);
-        for (int i = 0; i < 640 * 480; ++i) {
-            const auto* p = reinterpret_cast<const uchar*>(bytes.constData()) + 4 * i;
-            bars.setPixel(i % 640, i / 640, qRgb(p[2], p[1], p[0]));
-        }
-        QCOMPARE(sharedPicture(QRectF(10, 300, 100, 50), QSize(640, 480)), bars.copy(10, 300, 100, 50));
-        QCOMPARE(sharedPicture(QRectF(10, 150, 100, 50), QSize(320, 240)), bars.copy(20, 300, 200, 100));
-    }
-
     // The recorder on the portal: its own 15 fps clock whatever the source sends (30 fps, or a
     // frame every 3 s: then each tick repeats the last picture, stored once), the region cut and
-    // doubled as on X11, the permission's token handed on for next time.
+    // doubled as on X11, the permission's token handed on for next time. First of the streams:
+    // the test source (GStreamer's pipewiresink) does not take back the buffers it lent to a
+    // stream that went away, and after a few such streams it has too few left to keep sending.
     void aRecordingThroughThePortal_data()
     {
         QTest::addColumn<QByteArray>("source");
@@ -166,7 +169,10 @@ private Q_SLOTS:
         QFETCH(QByteArray, source);
         answerNext(source);
         const auto reset = qScopeGuard([] { answerNext("share"); });
-        const QImage shown = sharedPicture(QRectF(10, 20, 100, 50), QSize(640, 480));
+        QImage shown = testBars().copy(10, 20, 100, 50);
+        if (source == "still") {
+            shown.fill(QColor(0x33, 0xcc, 0x66));
+        }
         QString stored;
         // The session's screens: the shared monitor, and one beside it that is not shared.
         const auto screens = [] {
@@ -181,12 +187,15 @@ private Q_SLOTS:
         QVERIFY2(!started, started ? qPrintable(started->description) : "");
         QTest::qWait(2000);
         const FrameList frames = stopRecording(recorder);
-        QVERIFY2(qAbs(frames.size() - 30) <= 2, qPrintable(QString::number(frames.size())));
+        const CaptureStats stats = recorder.lastStats();
+        // A frame a slot of the recording's own time.
+        QCOMPARE(frames.size(), stats.frames);
+        QVERIFY2(qAbs(frames.size() - stats.seconds * 15) <= 1 && stats.seconds >= 2,
+                 qPrintable(QStringLiteral("%1 frames over %2 s").arg(frames.size()).arg(stats.seconds)));
         QCOMPARE(frames.first().size(), QSize(200, 100));
         QCOMPARE(frames.last().fullSize(),
                  shown.scaled(200, 100).convertToFormat(frames.last().fullSize().format()));
         QVERIFY(!QUuid(stored).isNull());
-        const CaptureStats stats = recorder.lastStats();
 
         // A region on the screen that is not shared is not taken from the shared one, and the
         // permission kept is dropped so the next recording asks which screen to share.
@@ -205,6 +214,16 @@ private Q_SLOTS:
         } else {
             QVERIFY2(stats.sourceFrames >= 50, qPrintable(QString::number(stats.sourceFrames)));
         }
+    }
+
+    // The test source is 640 x 480 of colour bars, in BGRx: a cut is exactly those pixels as
+    // GStreamer draws them, also where the buffer has two pixels a point.
+    void framesComeCutToTheRegion()
+    {
+        const QImage bars = testBars();
+        QCOMPARE(bars.size(), QSize(640, 480));
+        QCOMPARE(sharedPicture(QRectF(10, 300, 100, 50), QSize(640, 480)), bars.copy(10, 300, 100, 50));
+        QCOMPARE(sharedPicture(QRectF(10, 150, 100, 50), QSize(320, 240)), bars.copy(20, 300, 200, 100));
     }
 
     // The shortcut portal: the shortcut proposed in CreateSession is what a Plasma-like desktop

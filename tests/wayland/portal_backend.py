@@ -1,13 +1,13 @@
 #!/usr/bin/python3
 """The desktop's side of the ScreenCast and GlobalShortcuts portals, for tests: xdg-desktop-portal
 (the real frontend) hands it every request. It shares one monitor, the PipeWire node given,
-640 x 480 at (0, 0) (STILL_NODE when the mode is "still"), and writes each request's options as a line to LOG. Before each Start or
+640 x 480 at (0, 0): the next of NODES (comma-separated) in turn, or STILL_NODE when the mode is "still", and writes each request's options as a line to LOG. Before each Start or
 BindShortcuts it reads MODE_FILE: "cancel" (the user says no), "error", "hang" (never answers) or
 anything else (shares, binds). Shortcuts proposed in CreateSession are registered at once, as
 Plasma does, unless the mode is "bind-only" or steers BindShortcuts. A test presses a shortcut with
 org.vantalo.PortalTest.Activate(id) on the backend's desktop object.
 
-    portal_backend.py NODE STILL_NODE LOG MODE_FILE
+    portal_backend.py NODES STILL_NODE LOG MODE_FILE
 """
 import json
 import sys
@@ -17,7 +17,8 @@ import dbus.mainloop.glib
 import dbus.service
 from gi.repository import GLib
 
-NODE, STILL_NODE, LOG, MODE_FILE = int(sys.argv[1]), int(sys.argv[2]), sys.argv[3], sys.argv[4]
+NODES, STILL_NODE, LOG, MODE_FILE = [int(n) for n in sys.argv[1].split(",")], int(sys.argv[2]), sys.argv[3], sys.argv[4]
+shared = 0  # how many sessions the bars were shared with
 IFACE = "org.freedesktop.impl.portal.ScreenCast"
 SHORTCUTS = "org.freedesktop.impl.portal.GlobalShortcuts"
 PROPERTIES = {IFACE: {"AvailableSourceTypes": dbus.UInt32(1), "AvailableCursorModes": dbus.UInt32(3),
@@ -133,7 +134,10 @@ class Desktop(Shortcuts):
         log("Start", options)
         if said_no(reply):
             return
-        stream = dbus.Struct((dbus.UInt32(STILL_NODE if mode() == "still" else NODE), dbus.Dictionary({
+        global shared
+        node = STILL_NODE if mode() == "still" else NODES[shared % len(NODES)]
+        shared += mode() != "still"
+        stream = dbus.Struct((dbus.UInt32(node), dbus.Dictionary({
             "position": dbus.Struct((dbus.Int32(0), dbus.Int32(0))),
             "size": dbus.Struct((dbus.Int32(640), dbus.Int32(480))),
             "source_type": dbus.UInt32(1)}, signature="sv")))

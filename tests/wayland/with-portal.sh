@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Runs a test inside a private desktop session with the real screen-cast portal frontend
-# (xdg-desktop-portal), the test backend beside this script, PipeWire and WirePlumber, and a
-# PipeWire video source of known content (640 x 480, BGRx, colour bars at 30 fps; and #33cc66
-# that sends a frame every 3 s). The test finds the sources' nodes in VANTALO_TEST_NODE and
-# VANTALO_TEST_STILL_NODE, the backend's log of requests in VANTALO_PORTAL_LOG, and steers the
+# (xdg-desktop-portal), the test backend beside this script, PipeWire and WirePlumber, and
+# PipeWire video sources of known content (640 x 480, BGRx, colour bars at 30 fps; and #33cc66
+# that sends a frame every 3 s). The test finds the sources' nodes in VANTALO_TEST_NODES (three
+# of the bars, shared in turn: GStreamer's pipewiresink loses the buffers it lent to a stream that
+# goes away, so each source serves few streams) and VANTALO_TEST_STILL_NODE, the backend's log of requests in VANTALO_PORTAL_LOG, and steers the
 # backend's next answer through VANTALO_PORTAL_MODE (a file); VANTALO_TEST_SOURCE_PICTURE holds
 # the bars' bytes. The desktop offers the ScreenCast and GlobalShortcuts portals.
 set -euo pipefail
@@ -44,16 +45,16 @@ print(nodes[0] if nodes else \"\")" | grep . && return
     done
     echo "timed out after 60 s waiting for the test source $1" >&2; cat "$s/$1.log" >&2; exit 1
   }
-  source vantalo-test-screen pattern=smpte 30/1
+  for n in 1 2 3; do source vantalo-test-screen-$n pattern=smpte 30/1; done
   # The same bars as raw BGRx bytes, straight from GStreamer, to check cuts against.
   gst-launch-1.0 -q videotestsrc pattern=smpte num-buffers=1 \
     ! video/x-raw,format=BGRx,width=640,height=480,framerate=30/1 ! filesink location="$s/source.bgrx"
   export VANTALO_TEST_SOURCE_PICTURE="$s/source.bgrx"
   source vantalo-test-still "pattern=solid-color foreground-color=0xff33cc66" 1/3
-  node=$(node_id vantalo-test-screen)
+  nodes=$(node_id vantalo-test-screen-1),$(node_id vantalo-test-screen-2),$(node_id vantalo-test-screen-3)
   still=$(node_id vantalo-test-still)
-  export VANTALO_TEST_NODE=$node VANTALO_TEST_STILL_NODE=$still
-  /usr/bin/python3 "'"$here"'/portal_backend.py" "$node" "$still" "$VANTALO_PORTAL_LOG" "$VANTALO_PORTAL_MODE" \
+  export VANTALO_TEST_NODES=$nodes VANTALO_TEST_STILL_NODE=$still
+  /usr/bin/python3 "'"$here"'/portal_backend.py" "$nodes" "$still" "$VANTALO_PORTAL_LOG" "$VANTALO_PORTAL_MODE" \
     >"$s/backend.log" 2>&1 &
   wait_for "the test portal backend" 60 grep -q ready "$s/backend.log"
   /usr/libexec/xdg-desktop-portal -r >"$s/portal.log" 2>&1 &

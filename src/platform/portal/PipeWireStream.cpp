@@ -110,10 +110,19 @@ void onParamChanged(void* data, uint32_t id, const spa_pod* param)
     pw_stream_update_params(d->stream, params, 1);
 }
 
+// The stream's thread calls this once for any number of buffers that arrived since the last time
+// (a busy machine runs it late). All of them go back to the source, or its pool runs dry and it
+// stops sending; only the newest is read.
 void onProcess(void* data)
 {
     auto* d = static_cast<PipeWireStream::Private*>(data);
-    pw_buffer* buffer = pw_stream_dequeue_buffer(d->stream);
+    pw_buffer* buffer = nullptr;
+    while (pw_buffer* next = pw_stream_dequeue_buffer(d->stream)) {
+        if (buffer) {
+            pw_stream_queue_buffer(d->stream, buffer);
+        }
+        buffer = next;
+    }
     if (!buffer) {
         return;
     }
@@ -226,13 +235,18 @@ PipeWireStream::~PipeWireStream()
     if (!d->loop) {
         return;
     }
-    pw_thread_loop_stop(d->loop);
+    // Disconnected while the loop still runs, so that the source hears of it and takes back the
+    // buffers it lent (a source whose buffers stay lent stops sending to the next stream).
+    pw_thread_loop_lock(d->loop);
     if (d->stream) {
+        pw_stream_disconnect(d->stream);
         pw_stream_destroy(d->stream);
     }
     if (d->core) {
         pw_core_disconnect(d->core);
     }
+    pw_thread_loop_unlock(d->loop);
+    pw_thread_loop_stop(d->loop);
     if (d->context) {
         pw_context_destroy(d->context);
     }
