@@ -75,7 +75,7 @@ class Flow:
         return subprocess.run(["xdotool", *map(str, argv)], check=True, capture_output=True, text=True).stdout
 
     @staticmethod
-    def wait_for(what, predicate, seconds=15.0):
+    def wait_for(what, predicate, seconds=30.0):
         deadline = time.monotonic() + seconds
         while time.monotonic() < deadline:
             value = predicate()
@@ -334,7 +334,8 @@ class Flow:
         """Drags the region on the selection overlay, presses Start; answers when Start was pressed."""
         recordings = self.app_log().count("-> recording")
         started = self.drag_region_and_press_start()
-        self.wait_for("the recording to start", lambda: self.app_log().count("-> recording") > recordings, seconds=5)
+        # On Wayland the desktop's portal and PipeWire come first: slow under load and sanitizers.
+        self.wait_for("the recording to start", lambda: self.app_log().count("-> recording") > recordings, seconds=60)
         return started
 
     def drag_region_and_press_start(self):
