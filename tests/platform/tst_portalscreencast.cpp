@@ -71,7 +71,7 @@ QImage sharedPicture(const QRectF& region, QSize logical)
         qWarning("no stream: %s", qPrintable(stream.error().description));
         return {};
     }
-    if (!QTest::qWaitFor([&] { return (*stream)->latest().has_value(); }, 10000)) {
+    if (!QTest::qWaitFor([&] { return (*stream)->latest().has_value(); }, 30000)) {
         qWarning("the desktop sent no picture");
     }
     const QImage picture = (*stream)->latest().value_or(QImage());
@@ -291,7 +291,7 @@ private Q_SLOTS:
                                     QDBusConnection::sessionBus(), {2s, 2s});
             shortcut.onPermissionDenied = [&refusals] { ++refusals; };
             shortcut.registerHotkey(Shortcut{}, [] {});
-            QTRY_COMPARE_WITH_TIMEOUT(refusals, 1, 5000);
+            QTRY_COMPARE_WITH_TIMEOUT(refusals, 1, 30000);
             QCOMPARE(printed,
                      QStringList{QStringLiteral("Failed to register global shortcut — ") + row.shortcut});
             QCOMPARE(shortcut.desktopTrigger(), std::optional(QString())); // the menu names the command

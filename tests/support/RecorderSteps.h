@@ -17,7 +17,7 @@ inline std::optional<Failure> startRecording(FrameRecorder& recorder, const QRec
     std::optional<std::expected<void, Failure>> started;
     recorder.startRecording(region, displayName, 15, maxSeconds,
                             [&](std::expected<void, Failure> result) { started = result; });
-    if (!QTest::qWaitFor([&] { return started.has_value(); }, 15000)) {
+    if (!QTest::qWaitFor([&] { return started.has_value(); }, 60000)) {
         return Failure{QStringLiteral("start never completed")};
     }
     return *started ? std::nullopt : std::optional(started->error());
@@ -28,7 +28,7 @@ inline FrameList stopRecording(FrameRecorder& recorder)
     std::optional<FrameList> frames;
     recorder.stopRecording(
         [&](std::expected<FrameList, Failure> stopped) { frames = stopped.value_or(FrameList{}); });
-    if (!QTest::qWaitFor([&] { return frames.has_value(); }, 5000)) {
+    if (!QTest::qWaitFor([&] { return frames.has_value(); }, 30000)) {
         qWarning("stop never completed");
     }
     return frames.value_or(FrameList{});
