@@ -109,6 +109,11 @@ void AppDelegate::wireCoordinator()
             self->showShortcutUnavailableAlert();
         }
     };
+    m_captureCoordinator->onSelectionStarted = [self] {
+        if (self) {
+            self->m_previewPanelController->dismiss();
+        }
+    };
     m_captureCoordinator->onRecordingFailed = [self](const QString& line) {
         if (self) {
             self->showRecordingFailedAlert(line);

@@ -112,6 +112,9 @@ void CaptureCoordinator::beginRegionSelection()
         return;
     }
     setState(CaptureState::selectingRegion);
+    if (onSelectionStarted) {
+        onSelectionStarted();
+    }
     QPointer self(this);
     m_c.regionSelector->onRegionSelected = [self](const QRectF& region, const DisplayInfo& display) {
         if (self) {

@@ -80,6 +80,9 @@ public:
 
     std::function<void(const QString& gifPath)> onGifCreated;
     std::function<void(bool recording)> onRecordingStateChanged;
+    // A new region is about to be chosen: whatever is on screen of an earlier GIF goes, before it
+    // can stand in the region or be recorded.
+    std::function<void()> onSelectionStarted;
     std::function<void()> onHotkeyPermissionDenied;
     // A recording the user asked for ended without a GIF; the line says why (it is printed too).
     std::function<void(const QString& line)> onRecordingFailed;

@@ -29,6 +29,7 @@ class PreviewPresenter
 public:
     virtual ~PreviewPresenter() = default;
     virtual void show(const QString& gifPath, const std::optional<QUuid>& historyItemId) = 0;
+    virtual void dismiss() = 0;
 };
 
 // The window of kept GIFs.

@@ -54,7 +54,7 @@ public:
     ~PreviewPanelController() override;
 
     void show(const QString& gifPath, const std::optional<QUuid>& historyItemID) override;
-    void dismiss();
+    void dismiss() override;
 
     // The panel's frame, y-up: `inset` points in from the bottom-right of the usable area.
     static QRectF panelFrame(const QSizeF& size, const QRectF& visibleFrame);

@@ -56,7 +56,9 @@ public:
     {
         shown.push_back({gifPath, historyItemId});
     }
+    void dismiss() override { ++dismissed; }
     std::vector<Shown> shown;
+    int dismissed = 0;
 };
 
 class FakeHistoryWindow final : public HistoryWindowPresenter
@@ -467,12 +469,15 @@ private Q_SLOTS:
         QVERIFY(!m_preview->shown[0].id);
     }
 
-    // A recording that ends without a GIF says why in a box.
+    // A new capture first takes the earlier GIF's panel away (it could stand in the region); a
+    // recording that ends without a GIF says why in a box.
     void aFailedRecordingSaysWhy()
     {
         startApplication();
         m_rig->recorder->startFailure = Failure{QStringLiteral("The region lies outside the screen")};
+        QCOMPARE(m_preview->dismissed, 0);
         selectAndStart();
+        QCOMPARE(m_preview->dismissed, 1);
         QMessageBox* alert = m_delegate->recordingFailedAlert();
         QVERIFY(alert && alert->isVisible());
         QCOMPARE(alert->text(), QStringLiteral("Recording Failed"));
