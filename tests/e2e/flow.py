@@ -317,6 +317,8 @@ class Flow:
 
         if self.args.app_checks:
             self.preferences()
+            self.click(history[0] + 16 + 100, history[1] + 16 + 58)  # the GIF's panel again
+            self.wait_for("the panel again", lambda: self.window("Vantalo Preview") == panel)
         if self.args.compositor:
             # The panel closed with its button, a click on the history cell shows the GIF there again.
             self.click(px + pw - 21, py + 21)
@@ -568,6 +570,8 @@ class Flow:
         assert self.app_log().count("idle -> selecting") == selections, "the old shortcut still records"
         self.xdotool("key", "ctrl+shift+r")
         self.wait_for("the new shortcut", lambda: self.app_log().count("idle -> selecting") > selections)
+        # A new capture takes the earlier GIF's panel away (it could stand in the region).
+        self.wait_for("the panel to go", lambda: self.window("Vantalo Preview") is None)
         self.xdotool("key", "ctrl+shift+r")
         self.wait_for("the new shortcut to cancel", lambda: self.app_log().count("-> idle") > cancels)
         self.shot("preferences")
