@@ -1,6 +1,7 @@
 // Frames of any size, palette and content, written by the GIF writer, read back code by code by a
 // strict reader and by Qt: both see exactly the pixels and delays written; the file is complete, and any
-// shorter prefix of it is not.
+// shorter prefix of it is not. The same frames compressed lossily, at a fuzzed level and scale, read
+// back as the indices the coder says it wrote, each within the level's distance of its target.
 #include "Check.h"
 #include "recording/GifWriter.h"
 #include "support/GifReaders.h"
@@ -75,6 +76,47 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         frame.compressed = lzwCompress(indices, frame.minCodeSize);
         frames.append(frame);
         delays.append(in.next() * 7);
+    }
+
+    // Lossy: each frame on its own, every pixel's target its own colour; the transparent index
+    // may stand for a pixel where the fuzz says the picture below is close enough.
+    const int limit = lossyDistanceSquared(in.next() % 101);
+    const int scale = 1 + in.next() % 2;
+    for (const EncodedFrame& frame : frames) {
+        const int w = frame.rect.width();
+        const int h = frame.rect.height();
+        std::vector<quint8> indices(size_t(w) * size_t(h));
+        std::vector<QRgb> target(indices.size());
+        std::vector<quint8> clearOk(indices.size());
+        for (size_t p = 0; p < indices.size(); ++p) {
+            const quint8 b = in.next();
+            indices[p] = (b & 0x80) && p > 0 ? indices[p - 1] : quint8(b % frame.palette.size());
+            target[p] = frame.palette[indices[p]];
+            clearOk[p] = (b & 0x40) != 0;
+        }
+        std::vector<quint8> written;
+        EncodedFrame lossy = frame;
+        lossy.rect = QRect(0, 0, w * scale, h * scale);
+        lossy.compressed = lzwCompressLossy(LossyPixels{indices, target, clearOk, w, scale}, frame.palette,
+                                            frame.transparentIndex, frame.minCodeSize, limit, written);
+        const auto read = testing::readStrictly(assembleGif(lossy.rect.size(), {lossy}, {10}));
+        FUZZ_CHECK(read.has_value());
+        FUZZ_CHECK(written.size() == size_t(w * scale) * size_t(h * scale));
+        for (int y = 0; y < h * scale; ++y) {
+            for (int x = 0; x < w * scale; ++x) {
+                const quint8 index = written[size_t(y) * size_t(w * scale) + size_t(x)];
+                const size_t p = size_t(y / scale) * size_t(w) + size_t(x / scale);
+                FUZZ_CHECK(index ==
+                           written[size_t(y - y % scale) * size_t(w * scale) + size_t(x - x % scale)]);
+                if (index == frame.transparentIndex) {
+                    FUZZ_CHECK(clearOk[p] || indices[p] == index);
+                    FUZZ_CHECK(read->frames.front().pixel(x, y) == 0);
+                } else {
+                    FUZZ_CHECK(perceptualDistanceSquared(frame.palette[index], target[p]) <= limit);
+                    FUZZ_CHECK(read->frames.front().pixel(x, y) == (frame.palette[index] | 0xff000000));
+                }
+            }
+        }
     }
 
     const QByteArray gif = assembleGif(QSize(width, height), frames, delays);

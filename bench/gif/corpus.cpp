@@ -1,5 +1,6 @@
 // Makes the GIF benchmark's corpus: four 800 × 600 scenes shown on an X display and recorded
-// with Vantalo's own recorder, saved as 150 PNG frames each at twice the size (1600 × 1200).
+// with Vantalo's own recorder, saved as 150 PNG frames each at twice the size (1600 × 1200), and
+// 30 s (450 frames) of the scrolled page.
 #include "platform/x11/X11CaptureBackend.h"
 #include "recording/ScreenRecorder.h"
 
@@ -23,8 +24,6 @@
 using namespace vantalo;
 
 namespace {
-
-constexpr int kFrames = 150;
 
 // Text typed into a terminal, line by line, scrolling as it fills.
 QWidget* terminalScene(QTimer& tick)
@@ -180,13 +179,22 @@ int main(int argc, char** argv)
 {
     QApplication app(argc, argv);
     const QString out = app.arguments().value(1, QStringLiteral("corpus"));
-    const std::vector<std::pair<QString, std::function<QWidget*(QTimer&)>>> scenes{
-        {QStringLiteral("terminal"), terminalScene},
-        {QStringLiteral("web"), webScene},
-        {QStringLiteral("static"), staticScene},
-        {QStringLiteral("photo"), photoScene},
+    struct Scene
+    {
+        QString name;
+        std::function<QWidget*(QTimer&)> make;
+        int frames;
     };
-    for (const auto& [name, make] : scenes) {
+    const std::vector<Scene> scenes{
+        {QStringLiteral("terminal"), terminalScene, 150}, {QStringLiteral("web"), webScene, 150},
+        {QStringLiteral("static"), staticScene, 150},     {QStringLiteral("photo"), photoScene, 150},
+        {QStringLiteral("web30"), webScene, 450},
+    };
+    const QStringList only = app.arguments().mid(2);
+    for (const auto& [name, make, kFrames] : scenes) {
+        if (!only.isEmpty() && !only.contains(name)) {
+            continue;
+        }
         QTimer tick;
         tick.setInterval(1000 / 15);
         std::unique_ptr<QWidget> window(make(tick));

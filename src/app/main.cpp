@@ -1,5 +1,6 @@
 #include "app/AppDelegate.h"
 #include "app/DesktopSession.h"
+#include "app/GifTool.h"
 #include "app/SingleInstance.h"
 #include "app/StatusIcon.h"
 #include "capture/CaptureCoordinator.h"
@@ -29,6 +30,8 @@
 #include <QProcessEnvironment>
 #include <QTimer>
 
+#include <cstdio>
+
 using namespace vantalo;
 
 namespace {
@@ -36,10 +39,11 @@ namespace {
 struct Request
 {
     bool toggle = false;
+    std::optional<int> exitCode; // set when the command line is done without the tray
 };
 
-// Parsed before the GUI exists, so --help, --version and a hand-over to the running instance
-// work without a display.
+// Parsed before the GUI exists, so --help, --version, a hand-over to the running instance and the
+// GIF tool work without a display.
 Request parseCommandLine(int& argc, char** argv)
 {
     QCoreApplication core(argc, argv);
@@ -47,15 +51,52 @@ Request parseCommandLine(int& argc, char** argv)
     QCoreApplication::setApplicationVersion(QStringLiteral(VANTALO_VERSION));
     QCommandLineParser parser;
     parser.setApplicationDescription(QStringLiteral(
-        "Vantalo records a region of the screen as an animated GIF. It lives in the system tray."));
-    parser.addHelpOption();
-    parser.addVersionOption();
+        "Vantalo records a region of the screen as an animated GIF. It lives in the system tray.\n\n"
+        "Given a GIF, it writes it smaller and exits, without a display:\n"
+        "  vantalo --fit 10MB IN.gif -o OUT.gif\n"
+        "  vantalo --scale 1 --fps 10 --lossy 60 IN.gif -o OUT.gif"));
+    const QCommandLineOption help = parser.addHelpOption();
+    const QCommandLineOption version = parser.addVersionOption();
     const QCommandLineOption toggle(QStringLiteral("toggle"),
                                     QStringLiteral("Act as a press of the recording shortcut (starts Vantalo "
                                                    "first if it is not running)."));
-    parser.addOption(toggle);
-    parser.process(core);
-    return Request{parser.isSet(toggle)};
+    const QCommandLineOption fit(QStringLiteral("fit"),
+                                 QStringLiteral("Write the GIF at the best quality that is at most <size> "
+                                                "(10MB, 2.5MB, 800KB; a MB is 1,000,000 bytes)."),
+                                 QStringLiteral("size"));
+    const QCommandLineOption scale(QStringLiteral("scale"),
+                                   QStringLiteral("2 keeps the GIF's size; 1 halves it (a pixel a point for "
+                                                  "Vantalo's own GIFs)."),
+                                   QStringLiteral("1|2"));
+    const QCommandLineOption fps(QStringLiteral("fps"),
+                                 QStringLiteral("The most frames a second to keep; the GIF lasts as long."),
+                                 QStringLiteral("rate"));
+    const QCommandLineOption lossy(QStringLiteral("lossy"),
+                                   QStringLiteral("Lossy compression from 0 (none) to 100 (smallest)."),
+                                   QStringLiteral("level"));
+    const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
+                                    QStringLiteral("Where to write the GIF."), QStringLiteral("file"));
+    parser.addOptions({toggle, fit, scale, fps, lossy, output});
+    parser.addPositionalArgument(QStringLiteral("GIF"), QStringLiteral("A GIF to write smaller (with -o)."));
+    if (!parser.parse(core.arguments())) {
+        std::fprintf(stderr, "vantalo: %s (see vantalo --help)\n", qPrintable(parser.errorText()));
+        return Request{false, 2};
+    }
+    if (parser.isSet(help)) {
+        parser.showHelp(0);
+    }
+    if (parser.isSet(version)) {
+        parser.showVersion();
+    }
+    const bool tool = !parser.positionalArguments().isEmpty() ||
+                      std::ranges::any_of(QList{fit, scale, fps, lossy, output},
+                                          [&parser](const QCommandLineOption& o) { return parser.isSet(o); });
+    if (tool) {
+        return Request{false, runGifTool(GifToolRequest{parser.value(fit), parser.value(scale),
+                                                        parser.value(fps), parser.value(lossy),
+                                                        parser.positionalArguments(), parser.value(output)})};
+    }
+    return Request{parser.isSet(toggle), std::nullopt};
 }
 
 } // namespace
@@ -63,6 +104,9 @@ Request parseCommandLine(int& argc, char** argv)
 int main(int argc, char** argv)
 {
     const Request request = parseCommandLine(argc, argv);
+    if (request.exitCode) {
+        return *request.exitCode;
+    }
     const QString socketPath = SingleInstance::defaultSocketPath();
     if (SingleInstance::sendToRunningInstance(socketPath, request.toggle ? SingleInstance::toggleMessage
                                                                          : SingleInstance::activateMessage)) {

@@ -231,7 +231,145 @@ Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool ha
     return out;
 }
 
+// Each pixel's index becomes scale × scale of them.
+std::vector<quint8> scaledIndices(const std::vector<quint8>& indices, int width, int height, int scale)
+{
+    const size_t outWidth = size_t(width) * size_t(scale);
+    std::vector<quint8> out(outWidth * size_t(height) * size_t(scale));
+    for (int y = 0; y < height; ++y) {
+        quint8* row = out.data() + size_t(y) * size_t(scale) * outWidth;
+        const quint8* in = indices.data() + size_t(y) * size_t(width);
+        for (int x = 0; x < width; ++x) {
+            std::fill_n(row + size_t(x) * size_t(scale), scale, in[x]);
+        }
+        for (int copy = 1; copy < scale; ++copy) {
+            std::copy_n(row, outWidth, row + size_t(copy) * outWidth);
+        }
+    }
+    return out;
+}
+
 } // namespace
+
+CanvasEncoder::CanvasEncoder(QuantizerSettings settings, int lossyLevel)
+    : m_settings(settings), m_limit(lossyDistanceSquared(lossyLevel))
+{
+}
+
+EncodedFrame CanvasEncoder::encode(const Frame& frame)
+{
+    // The work is done at the captured size; a doubled frame's chosen indices are doubled last, so
+    // both rows of a pair stay alike and compress as well as losslessly doubled ones.
+    const QImage source = opaquePixels(frame.pixels);
+    const int scale = std::max(1, frame.scale);
+    const bool first = m_canvas.size() != source.size() || m_scale != scale;
+    if (first) {
+        m_canvas = QImage(source.size(), QImage::Format_RGB32);
+        m_scale = scale;
+    }
+    // Each pixel: 0 where it is shown exactly, 1 where it is shown close enough, 2 where it must
+    // be sent. The frame covers the pixels that must be sent; within it, those shown exactly are
+    // left transparent, and those shown close enough may be left so by the coder.
+    const int width = source.width();
+    const int height = source.height();
+    std::vector<quint8> state(size_t(width) * size_t(height), first ? 2 : 0);
+    QRect area = source.rect();
+    if (!first) {
+        int top = height, bottom = -1, left = width, right = -1;
+        for (int y = 0; y < height; ++y) {
+            const auto* row = reinterpret_cast<const QRgb*>(source.constScanLine(y));
+            const auto* shown = reinterpret_cast<const QRgb*>(m_canvas.constScanLine(y));
+            quint8* line = state.data() + size_t(y) * size_t(width);
+            for (int x = 0; x < width; ++x) {
+                const QRgb colour = row[x] | 0xff000000;
+                if (shown[x] == colour) {
+                    continue;
+                }
+                if (perceptualDistanceSquared(shown[x], colour) <= m_limit) {
+                    line[x] = 1;
+                    continue;
+                }
+                line[x] = 2;
+                top = std::min(top, y);
+                bottom = std::max(bottom, y);
+                left = std::min(left, x);
+                right = std::max(right, x);
+            }
+        }
+        if (bottom < 0) {
+            return unchangedFrame();
+        }
+        area = QRect(QPoint(left, top), QPoint(right, bottom));
+    }
+
+    const size_t count = size_t(area.width()) * size_t(area.height());
+    std::vector<QRgb> pixels(count);
+    bool hasTransparency = false;
+    for (int y = 0; y < area.height(); ++y) {
+        const auto* row = reinterpret_cast<const QRgb*>(source.constScanLine(area.y() + y)) + area.x();
+        const quint8* line = state.data() + size_t(area.y() + y) * size_t(width) + size_t(area.x());
+        QRgb* out = pixels.data() + size_t(y) * size_t(area.width());
+        for (int x = 0; x < area.width(); ++x) {
+            if (line[x] != 0) {
+                out[x] = row[x] | 0xff000000;
+            } else {
+                out[x] = kTransparentKey;
+                hasTransparency = true;
+            }
+        }
+    }
+    Indexed indexed;
+    if (auto exact = exactPalette(pixels)) {
+        indexed = std::move(*exact);
+    } else {
+        indexed = quantize(pixels, area.width(), area.height(), hasTransparency, m_settings);
+    }
+    if (indexed.palette.size() < 2) {
+        indexed.palette.append(qRgb(0, 0, 0));
+    }
+
+    // Each pixel: the index it would take losslessly, the colour that stands for, and whether what
+    // is shown there now is close enough to keep.
+    std::vector<QRgb> target(count);
+    std::vector<quint8> clearOk(count);
+    for (int y = 0; y < area.height(); ++y) {
+        const auto* row = reinterpret_cast<const QRgb*>(source.constScanLine(area.y() + y)) + area.x();
+        const auto* shown = reinterpret_cast<const QRgb*>(m_canvas.constScanLine(area.y() + y)) + area.x();
+        for (int x = 0; x < area.width(); ++x) {
+            const size_t at = size_t(y) * size_t(area.width()) + size_t(x);
+            const quint8 index = indexed.indices[at];
+            if (int(index) == indexed.transparentIndex) {
+                target[at] = row[x] | 0xff000000;
+                clearOk[at] = 1;
+            } else {
+                target[at] = indexed.palette[index] | 0xff000000;
+                clearOk[at] = !first && indexed.transparentIndex >= 0 &&
+                              perceptualDistanceSquared(shown[x], target[at]) <= m_limit;
+            }
+        }
+    }
+
+    EncodedFrame out;
+    out.rect = QRect(area.topLeft() * scale, area.size() * scale);
+    out.palette = indexed.palette;
+    out.transparentIndex = indexed.transparentIndex;
+    out.minCodeSize = std::max(2, colorTableBits(indexed.palette.size()));
+    std::vector<quint8> written;
+    out.compressed = lzwCompressLossy(LossyPixels{indexed.indices, target, clearOk, area.width(), scale},
+                                      out.palette, out.transparentIndex, out.minCodeSize, m_limit, written);
+    const size_t outWidth = size_t(area.width()) * size_t(scale);
+    for (int y = 0; y < area.height(); ++y) {
+        auto* shown = reinterpret_cast<QRgb*>(m_canvas.scanLine(area.y() + y)) + area.x();
+        const quint8* line = written.data() + size_t(y) * size_t(scale) * outWidth;
+        for (int x = 0; x < area.width(); ++x) {
+            const quint8 index = line[size_t(x) * size_t(scale)];
+            if (int(index) != out.transparentIndex) {
+                shown[x] = out.palette[index] | 0xff000000;
+            }
+        }
+    }
+    return out;
+}
 
 EncodedFrame unchangedFrame()
 {
@@ -326,18 +464,7 @@ EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const Quan
         mark(&EncodeStageTimes::lzwNs);
         return frame;
     }
-    // Each captured pixel becomes scale × scale output pixels.
-    std::vector<quint8> doubled(size_t(frame.rect.width()) * size_t(frame.rect.height()));
-    for (int y = 0; y < area.height(); ++y) {
-        quint8* out = doubled.data() + size_t(y) * scale * size_t(frame.rect.width());
-        const quint8* in = indexed.indices.data() + size_t(y) * size_t(area.width());
-        for (int x = 0; x < area.width(); ++x) {
-            std::fill_n(out + size_t(x) * scale, scale, in[x]);
-        }
-        for (int copy = 1; copy < scale; ++copy) {
-            std::copy_n(out, frame.rect.width(), out + size_t(copy) * size_t(frame.rect.width()));
-        }
-    }
+    const std::vector<quint8> doubled = scaledIndices(indexed.indices, area.width(), area.height(), scale);
     mark(&EncodeStageTimes::doublingNs);
     frame.compressed = lzwCompress(doubled, frame.minCodeSize);
     mark(&EncodeStageTimes::lzwNs);

@@ -44,6 +44,23 @@ struct EncodeStageTimes
 // Depends on nothing but its arguments, so frames can be encoded in parallel.
 EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const QuantizerSettings& settings,
                          EncodeStageTimes* times = nullptr);
+// Encodes frames one after another against the picture a decoder shows after the frames before,
+// for lossy compression: each pixel is shown within `lossyDistanceSquared(level)` of its colour
+// (beyond what the palette costs), and a pixel already shown close enough is left transparent, so
+// the error of one frame never adds to the next one's.
+class CanvasEncoder
+{
+public:
+    CanvasEncoder(QuantizerSettings settings, int lossyLevel);
+    EncodedFrame encode(const Frame& frame);
+
+private:
+    QuantizerSettings m_settings;
+    int m_limit;
+    QImage m_canvas; // as shown after the last frame, at the captured size
+    int m_scale = 1;
+};
+
 // The frame of a picture identical to the one before: one transparent pixel.
 EncodedFrame unchangedFrame();
 

@@ -1,5 +1,6 @@
 #include "GifWriter.h"
 
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstring>
@@ -157,14 +158,147 @@ QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize)
     return out.finish();
 }
 
-QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList<int>& delays)
+namespace {
+
+// The string table with each code's children listed too, so that a string can be continued with
+// any of the pixels the table already knows after it.
+class BranchingTable
 {
-    qsizetype total = 64;
-    for (const EncodedFrame& frame : frames) {
-        total += frame.compressed.size() + 3 * 256 + 32;
+public:
+    static constexpr quint16 none = 0xffff;
+    BranchingTable() : m_child(4096 * 256), m_prefix(4096), m_next(4096), m_first(4096, none), m_sibling(4096)
+    {
     }
-    QByteArray out;
-    out.reserve(total);
+    void reset(unsigned roots) { std::fill_n(m_first.begin(), roots, none); }
+    int find(unsigned prefix, quint8 next, unsigned firstCode, unsigned maxCode) const
+    {
+        const unsigned code = m_child[(prefix << 8) | next];
+        if (code >= firstCode && code <= maxCode && m_prefix[code] == prefix && m_next[code] == next) {
+            return int(code);
+        }
+        return -1;
+    }
+    void insert(unsigned prefix, quint8 next, unsigned code)
+    {
+        m_child[(prefix << 8) | next] = quint16(code);
+        m_prefix[code] = quint16(prefix);
+        m_next[code] = next;
+        m_first[code] = none;
+        m_sibling[code] = m_first[prefix];
+        m_first[prefix] = quint16(code);
+    }
+    quint16 firstChild(unsigned code) const { return m_first[code]; }
+    quint16 sibling(unsigned code) const { return m_sibling[code]; }
+    quint8 next(unsigned code) const { return m_next[code]; }
+
+private:
+    std::vector<quint16> m_child;
+    std::vector<quint16> m_prefix;
+    std::vector<quint8> m_next;
+    std::vector<quint16> m_first;
+    std::vector<quint16> m_sibling;
+};
+
+} // namespace
+
+int lossyDistanceSquared(int level)
+{
+    // Level 100 lets a grey be off by 30 levels of 255.
+    const int greyStep = std::clamp(level, 0, 100) * 30 / 100;
+    return 9 * greyStep * greyStep;
+}
+
+QByteArray lzwCompressLossy(const LossyPixels& pixels, const QList<QRgb>& palette, int transparentIndex,
+                            int minCodeSize, int maxDistanceSquared, std::vector<quint8>& written)
+{
+    const int scale = std::max(1, pixels.scale);
+    const size_t width = size_t(pixels.width) * size_t(scale);
+    const size_t count = pixels.wanted.size() * size_t(scale) * size_t(scale);
+    written.assign(count, 0);
+    if (count == 0) {
+        return lzwCompress({}, minCodeSize);
+    }
+    const unsigned clearCode = 1u << minCodeSize;
+    const unsigned endCode = clearCode + 1;
+    const unsigned firstCode = endCode + 1;
+    CodeWriter out;
+    int codeSize = minCodeSize + 1;
+    out.write(clearCode, codeSize);
+
+    thread_local BranchingTable table;
+    table.reset(clearCode);
+    unsigned maxCode = endCode;
+    unsigned current = pixels.wanted[0];
+    written[0] = quint8(current);
+    size_t x = 0;
+    size_t y = 0;
+    for (size_t i = 1; i < count; ++i) {
+        if (++x == width) {
+            x = 0;
+            ++y;
+        }
+        // A scaled pixel's first copy is chosen; the others repeat it exactly.
+        const bool copy = y % size_t(scale) != 0 || x % size_t(scale) != 0;
+        const size_t source = (y / size_t(scale)) * size_t(pixels.width) + x / size_t(scale);
+        const quint8 next = y % size_t(scale) != 0   ? written[i - width]
+                            : x % size_t(scale) != 0 ? written[i - 1]
+                                                     : pixels.wanted[source];
+        int found = table.find(current, next, firstCode, maxCode);
+        if (found < 0 && !copy && maxDistanceSquared > 0) {
+            // The closest continuation the table knows, if it is close enough.
+            int best = maxDistanceSquared + 1;
+            for (quint16 child = table.firstChild(current); child != BranchingTable::none;
+                 child = table.sibling(child)) {
+                const quint8 index = table.next(child);
+                int distance;
+                if (index == transparentIndex) {
+                    distance = pixels.clearOk[source] ? maxDistanceSquared : best;
+                } else if (index < palette.size()) {
+                    distance = perceptualDistanceSquared(palette[index], pixels.target[source]);
+                } else {
+                    continue;
+                }
+                // A doubled pixel's copy follows at once: a continuation the table cannot extend
+                // with it gains nothing.
+                if (scale > 1 && x + 1 < width && table.find(child, index, firstCode, maxCode) < 0) {
+                    continue;
+                }
+                if (distance < best) {
+                    best = distance;
+                    found = child;
+                }
+            }
+        }
+        if (found >= 0) {
+            current = unsigned(found);
+            written[i] = table.next(current);
+            continue;
+        }
+        written[i] = next;
+        out.write(current, codeSize);
+        table.insert(current, next, ++maxCode);
+        if (maxCode >= (1u << codeSize)) {
+            ++codeSize;
+        }
+        if (maxCode == 4095) {
+            out.write(clearCode, 12);
+            codeSize = minCodeSize + 1;
+            maxCode = endCode;
+            table.reset(clearCode);
+        }
+        current = next;
+    }
+    out.write(current, codeSize);
+    if (maxCode + 1 >= (1u << codeSize) && codeSize < 12) {
+        ++codeSize;
+    }
+    out.write(clearCode, codeSize);
+    out.write(endCode, minCodeSize + 1);
+    return out.finish();
+}
+
+void appendGifHeader(QByteArray& out, QSize screenSize)
+{
     out.append("GIF89a", 6);
     put16(out, screenSize.width());
     put16(out, screenSize.height());
@@ -173,35 +307,49 @@ QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList
     out.append(char(0)); // pixel aspect ratio
     // Loop for ever.
     out.append("\x21\xff\x0bNETSCAPE2.0\x03\x01\x00\x00\x00", 19);
+}
 
-    for (qsizetype k = 0; k < frames.size(); ++k) {
-        EncodedFrame& frame = frames[k];
-        const bool transparent = frame.transparentIndex >= 0;
-        // Graphic control extension: drawn over the frame before (disposal 1), its delay.
-        out.append("\x21\xf9\x04", 3);
-        out.append(char((1 << 2) | (transparent ? 1 : 0)));
-        put16(out, delays.value(k, 0));
-        out.append(char(transparent ? frame.transparentIndex : 0));
-        out.append(char(0));
+void appendGifFrame(QByteArray& out, const EncodedFrame& frame, int delay)
+{
+    const bool transparent = frame.transparentIndex >= 0;
+    // Graphic control extension: drawn over the frame before (disposal 1), its delay.
+    out.append("\x21\xf9\x04", 3);
+    out.append(char((1 << 2) | (transparent ? 1 : 0)));
+    put16(out, delay);
+    out.append(char(transparent ? frame.transparentIndex : 0));
+    out.append(char(0));
 
-        const int bits = colorTableBits(frame.palette.size());
-        out.append(char(0x2c));
-        put16(out, frame.rect.x());
-        put16(out, frame.rect.y());
-        put16(out, frame.rect.width());
-        put16(out, frame.rect.height());
-        out.append(char(0x80 | (bits - 1)));
-        for (int i = 0; i < (1 << bits); ++i) {
-            const QRgb colour = i < frame.palette.size() ? frame.palette[i] : 0;
-            out.append(char(qRed(colour)));
-            out.append(char(qGreen(colour)));
-            out.append(char(qBlue(colour)));
-        }
-        out.append(char(frame.minCodeSize));
-        out.append(frame.compressed);
-        frame.compressed = QByteArray();
+    const int bits = colorTableBits(frame.palette.size());
+    out.append(char(0x2c));
+    put16(out, frame.rect.x());
+    put16(out, frame.rect.y());
+    put16(out, frame.rect.width());
+    put16(out, frame.rect.height());
+    out.append(char(0x80 | (bits - 1)));
+    for (int i = 0; i < (1 << bits); ++i) {
+        const QRgb colour = i < frame.palette.size() ? frame.palette[i] : 0;
+        out.append(char(qRed(colour)));
+        out.append(char(qGreen(colour)));
+        out.append(char(qBlue(colour)));
     }
-    out.append(char(0x3b));
+    out.append(char(frame.minCodeSize));
+    out.append(frame.compressed);
+}
+
+QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList<int>& delays)
+{
+    qsizetype total = 64;
+    for (const EncodedFrame& frame : frames) {
+        total += frame.compressed.size() + 3 * 256 + 32;
+    }
+    QByteArray out;
+    out.reserve(total);
+    appendGifHeader(out, screenSize);
+    for (qsizetype k = 0; k < frames.size(); ++k) {
+        appendGifFrame(out, frames[k], delays.value(k, 0));
+        frames[k].compressed = QByteArray();
+    }
+    out.append(gifTrailer);
     return out;
 }
 

@@ -1,0 +1,436 @@
+#include "GifRecoder.h"
+
+#include "FrameQuantizer.h"
+#include "GifReader.h"
+#include "GifWriter.h"
+#include "common/Formatting.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSaveFile>
+#include <QTemporaryFile>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <cerrno>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+
+namespace vantalo {
+
+QString OutputSettings::label() const
+{
+    QString text = QStringLiteral("%1×, %2 fps").arg(scale).arg(frameRate);
+    if (lossy > 0) {
+        text += QStringLiteral(", lossy %1").arg(lossy);
+    }
+    return text;
+}
+
+namespace {
+
+bool isPixelDoubled(const QImage& picture)
+{
+    if (picture.width() % 2 || picture.height() % 2) {
+        return false;
+    }
+    for (int y = 0; y < picture.height(); y += 2) {
+        const auto* a = reinterpret_cast<const QRgb*>(picture.constScanLine(y));
+        const auto* b = reinterpret_cast<const QRgb*>(picture.constScanLine(y + 1));
+        if (std::memcmp(a, b, size_t(picture.width()) * 4) != 0) {
+            return false;
+        }
+        for (int x = 0; x < picture.width(); x += 2) {
+            if (a[x] != a[x + 1]) {
+                return false;
+            }
+        }
+    }
+    return true;
+}
+
+// Every other pixel of every other row: the picture of a doubled one.
+QImage halvedExactly(const QImage& picture)
+{
+    QImage out(picture.size() / 2, QImage::Format_RGB32);
+    for (int y = 0; y < out.height(); ++y) {
+        const auto* in = reinterpret_cast<const QRgb*>(picture.constScanLine(2 * y));
+        auto* row = reinterpret_cast<QRgb*>(out.scanLine(y));
+        for (int x = 0; x < out.width(); ++x) {
+            row[x] = in[2 * x];
+        }
+    }
+    return out;
+}
+
+// The mean of each 2 × 2 block (an odd last row or column is counted twice).
+QImage halvedByAverage(const QImage& picture)
+{
+    const int width = std::max(1, picture.width() / 2);
+    const int height = std::max(1, picture.height() / 2);
+    QImage out(width, height, QImage::Format_RGB32);
+    for (int y = 0; y < height; ++y) {
+        const auto* a =
+            reinterpret_cast<const QRgb*>(picture.constScanLine(std::min(2 * y, picture.height() - 1)));
+        const auto* b =
+            reinterpret_cast<const QRgb*>(picture.constScanLine(std::min(2 * y + 1, picture.height() - 1)));
+        auto* row = reinterpret_cast<QRgb*>(out.scanLine(y));
+        for (int x = 0; x < width; ++x) {
+            const int x0 = std::min(2 * x, picture.width() - 1);
+            const int x1 = std::min(2 * x + 1, picture.width() - 1);
+            const auto mean = [&](int (*channel)(QRgb)) {
+                return (channel(a[x0]) + channel(a[x1]) + channel(b[x0]) + channel(b[x1]) + 2) / 4;
+            };
+            row[x] = qRgb(mean(qRed), mean(qGreen), mean(qBlue));
+        }
+    }
+    return out;
+}
+
+Frame outputFrame(const QImage& picture, int scale)
+{
+    const bool doubled = isPixelDoubled(picture);
+    if (scale >= 2) {
+        return doubled ? Frame{halvedExactly(picture), 2} : Frame{picture.copy(), 1};
+    }
+    return Frame{doubled ? halvedExactly(picture) : halvedByAverage(picture), 1};
+}
+
+struct Picked
+{
+    Frame frame;
+    qint64 start = 0; // hundredths of a second from the first frame
+};
+
+// The source's frames that the output keeps, each at the time it is first shown.
+class FramePicker
+{
+public:
+    FramePicker(std::unique_ptr<GifReader> reader, const OutputSettings& settings)
+        : m_reader(std::move(reader)), m_settings(settings)
+    {
+    }
+
+    std::expected<std::optional<Picked>, Failure> next()
+    {
+        for (;;) {
+            const auto read = m_reader->readFrame();
+            if (!read) {
+                return std::unexpected(read.error());
+            }
+            if (!*read) {
+                return std::nullopt;
+            }
+            const qint64 start = m_time;
+            m_time += m_reader->delay();
+            // The frame is kept if it is on screen at one of the output's sample times.
+            while (sampleTime(m_sample) < start) {
+                ++m_sample;
+            }
+            const bool first = m_reader->framesRead() == 1;
+            if (first || (m_reader->changed() && sampleTime(m_sample) < m_time)) {
+                return Picked{outputFrame(m_reader->picture(), m_settings.scale), start};
+            }
+        }
+    }
+    qint64 totalTime() const { return m_time; }
+    double progress() const { return m_reader->progress(); }
+
+private:
+    qint64 sampleTime(qint64 k) const
+    {
+        return std::llround(double(k) * 100.0 / std::max(1, m_settings.frameRate));
+    }
+
+    std::unique_ptr<GifReader> m_reader;
+    OutputSettings m_settings;
+    qint64 m_time = 0;
+    qint64 m_sample = 0;
+};
+
+// Frames into the device as they come; each is written once the next one's start gives its delay.
+class StreamWriter
+{
+public:
+    StreamWriter(QIODevice& output, qint64 limit) : m_output(output), m_limit(limit) {}
+    bool overLimit() const { return m_limit >= 0 && m_bytes > m_limit; }
+    qint64 bytes() const { return m_bytes; }
+
+    std::expected<void, Failure> add(EncodedFrame frame, qint64 start, QSize screen)
+    {
+        QByteArray chunk;
+        if (!m_started) {
+            appendGifHeader(chunk, screen);
+            m_started = true;
+        } else {
+            appendGifFrame(chunk, m_pending, delayUntil(start));
+        }
+        m_pending = std::move(frame);
+        m_pendingStart = start;
+        return write(chunk);
+    }
+    std::expected<void, Failure> finish(qint64 end)
+    {
+        QByteArray chunk;
+        appendGifFrame(chunk, m_pending, delayUntil(end));
+        chunk.append(gifTrailer);
+        return write(chunk);
+    }
+
+private:
+    int delayUntil(qint64 time) const { return int(std::clamp<qint64>(time - m_pendingStart, 0, 0xffff)); }
+    std::expected<void, Failure> write(const QByteArray& chunk)
+    {
+        if (m_output.write(chunk) != chunk.size()) {
+            return std::unexpected(
+                Failure{QStringLiteral("Cannot write the GIF: %1").arg(m_output.errorString())});
+        }
+        m_bytes += chunk.size();
+        return {};
+    }
+
+    QIODevice& m_output;
+    qint64 m_limit;
+    qint64 m_bytes = 0;
+    bool m_started = false;
+    EncodedFrame m_pending;
+    qint64 m_pendingStart = 0;
+};
+
+} // namespace
+
+std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice& output,
+                                               const OutputSettings& settings, qint64 byteLimit,
+                                               const RecodeProgress& progress)
+{
+    auto reader = GifReader::open(source);
+    if (!reader) {
+        return std::unexpected(reader.error());
+    }
+    FramePicker picker(std::move(*reader), settings);
+    StreamWriter writer(output, byteLimit);
+    QuantizerSettings quantizer;
+    CanvasEncoder lossy(quantizer, settings.lossy);
+    std::optional<Frame> previous;
+    QSize screen;
+    RecodeResult result;
+
+    // The next frame is read while this one is encoded.
+    auto upcoming = QtConcurrent::run([&picker] { return picker.next(); });
+    for (;;) {
+        auto picked = upcoming.result();
+        if (!picked) {
+            return std::unexpected(picked.error());
+        }
+        if (!*picked) {
+            break;
+        }
+        upcoming = QtConcurrent::run([&picker] { return picker.next(); });
+        const Frame& frame = (*picked)->frame;
+        if (!screen.isValid()) {
+            screen = frame.size();
+        }
+        EncodedFrame encoded = settings.lossy > 0
+                                   ? lossy.encode(frame)
+                                   : encodeFrame(frame, previous ? &*previous : nullptr, quantizer);
+        previous = frame;
+        if (auto written = writer.add(std::move(encoded), (*picked)->start, screen); !written) {
+            upcoming.waitForFinished();
+            return std::unexpected(written.error());
+        }
+        ++result.frames;
+        if (writer.overLimit()) {
+            upcoming.waitForFinished();
+            result.bytes = writer.bytes();
+            result.overLimit = true;
+            return result;
+        }
+        if (progress) {
+            progress(picker.progress());
+        }
+    }
+    if (auto written = writer.finish(picker.totalTime()); !written) {
+        return std::unexpected(written.error());
+    }
+    result.bytes = writer.bytes();
+    result.overLimit = writer.overLimit();
+    return result;
+}
+
+namespace {
+
+// A file next to `target` that takes its place only when renamed over it.
+std::expected<std::unique_ptr<QTemporaryFile>, Failure> temporaryBeside(const QString& target)
+{
+    const QFileInfo info(target);
+    auto file = std::make_unique<QTemporaryFile>(info.absolutePath() + QStringLiteral("/.") +
+                                                 info.fileName() + QStringLiteral(".XXXXXX"));
+    if (!file->open()) {
+        return std::unexpected(Failure{QStringLiteral("Cannot write %1: %2")
+                                           .arg(QDir::toNativeSeparators(target), file->errorString())});
+    }
+    return file;
+}
+
+std::expected<void, Failure> replaceWith(QTemporaryFile& file, const QString& target)
+{
+    if (!file.flush()) {
+        return std::unexpected(Failure{
+            QStringLiteral("Cannot write %1: %2").arg(QDir::toNativeSeparators(target), file.errorString())});
+    }
+    file.setPermissions(QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther);
+    file.close();
+    if (std::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(target).constData()) !=
+        0) {
+        return std::unexpected(Failure{
+            QStringLiteral("Cannot write %1: %2")
+                .arg(QDir::toNativeSeparators(target), QString::fromLocal8Bit(std::strerror(errno)))});
+    }
+    file.setAutoRemove(false);
+    return {};
+}
+
+} // namespace
+
+std::expected<RecodeResult, Failure> recodeGifFile(const QString& source, const QString& target,
+                                                   const OutputSettings& settings,
+                                                   const RecodeProgress& progress)
+{
+    auto file = temporaryBeside(target);
+    if (!file) {
+        return std::unexpected(file.error());
+    }
+    auto result = recodeGif(source, **file, settings, -1, progress);
+    if (!result) {
+        return result;
+    }
+    if (auto replaced = replaceWith(**file, target); !replaced) {
+        return std::unexpected(replaced.error());
+    }
+    return result;
+}
+
+QList<OutputSettings> fitLadder(bool pixelDoubled)
+{
+    QList<OutputSettings> ladder{{2, 15, 0}};
+    if (!pixelDoubled) {
+        ladder.append({{2, 15, 20}, {2, 15, 40}});
+    }
+    for (const int level : {0, 20, 40, 60, 80, 100}) {
+        ladder.append({1, 15, level});
+    }
+    for (const int level : {60, 80, 100}) {
+        ladder.append({1, 10, level});
+    }
+    for (const int level : {80, 100}) {
+        ladder.append({1, 5, level});
+    }
+    return ladder;
+}
+
+std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget, const QString& target,
+                                            const RecodeProgress& progress)
+{
+    const auto fail = [](const Failure& failure) {
+        return std::unexpected(FitFailure{failure, std::nullopt});
+    };
+    // The source must be readable whatever its size; a GIF that already fits is kept as it is.
+    auto reader = GifReader::open(source);
+    if (!reader) {
+        return fail(reader.error());
+    }
+    const qint64 sourceBytes = QFileInfo(source).size();
+    const bool doubled = [&] {
+        const auto first = (*reader)->readFrame();
+        return first && *first && isPixelDoubled((*reader)->picture());
+    }();
+    if (sourceBytes <= budget) {
+        for (;;) {
+            const auto read = (*reader)->readFrame();
+            if (!read) {
+                return fail(read.error());
+            }
+            if (!*read) {
+                break;
+            }
+        }
+        auto file = temporaryBeside(target);
+        QFile in(source);
+        if (!file || !in.open(QIODevice::ReadOnly)) {
+            return fail(file ? Failure{QStringLiteral("Cannot read %1").arg(QDir::toNativeSeparators(source))}
+                             : file.error());
+        }
+        while (!in.atEnd()) {
+            if ((*file)->write(in.read(1 << 20)) < 0) {
+                return fail(Failure{QStringLiteral("Cannot write %1").arg(QDir::toNativeSeparators(target))});
+            }
+        }
+        if (auto replaced = replaceWith(**file, target); !replaced) {
+            return fail(replaced.error());
+        }
+        return FitResult{sourceBytes, OutputSettings{}, true, 0};
+    }
+    reader->reset();
+
+    const QList<OutputSettings> ladder = fitLadder(doubled);
+    FitResult fit;
+    std::unique_ptr<QTemporaryFile> best;
+    const auto attempt = [&](qsizetype index, qint64 limit) -> std::expected<RecodeResult, Failure> {
+        auto file = temporaryBeside(target);
+        if (!file) {
+            return std::unexpected(file.error());
+        }
+        ++fit.encodes;
+        const auto done = fit.encodes - 1;
+        auto result = recodeGif(source, **file, ladder[index], limit, [&](double fraction) {
+            if (progress) {
+                progress(std::min(1.0, (done + fraction) / 5.0));
+            }
+        });
+        if (result && !result->overLimit) {
+            best = std::move(*file);
+            fit.bytes = result->bytes;
+            fit.settings = ladder[index];
+        }
+        return result;
+    };
+
+    // The smallest settings first: if they do not fit, nothing will.
+    const auto smallest = attempt(ladder.size() - 1, -1);
+    if (!smallest) {
+        return fail(smallest.error());
+    }
+    if (smallest->bytes > budget) {
+        best.reset();
+        return std::unexpected(FitFailure{
+            Failure{QStringLiteral("%1 cannot be made %2 or smaller: the smallest settings (%3) give %4")
+                        .arg(QDir::toNativeSeparators(source), fileSizeLabel(budget, QLocale::c()),
+                             ladder.last().label(), fileSizeLabel(smallest->bytes, QLocale::c()))},
+            smallest->bytes});
+    }
+    // The best step that fits, by halving the steps in between; an encode over the budget stops
+    // as soon as it is.
+    qsizetype low = 0;
+    qsizetype high = ladder.size() - 1; // fits
+    while (low < high) {
+        const qsizetype middle = (low + high) / 2;
+        const auto result = attempt(middle, budget);
+        if (!result) {
+            return fail(result.error());
+        }
+        if (result->overLimit) {
+            low = middle + 1;
+        } else {
+            high = middle;
+        }
+    }
+    if (auto replaced = replaceWith(*best, target); !replaced) {
+        return fail(replaced.error());
+    }
+    if (progress) {
+        progress(1.0);
+    }
+    return fit;
+}
+
+} // namespace vantalo

@@ -1,0 +1,76 @@
+#pragma once
+
+#include "common/Failure.h"
+
+#include <QIODevice>
+#include <QString>
+
+#include <expected>
+#include <functional>
+#include <optional>
+
+namespace vantalo {
+
+// How a GIF is written: the levers that trade quality for bytes. The defaults are the recorder's.
+struct OutputSettings
+{
+    int scale = 2;      // 2: a pixel per pixel of the GIF read; 1: half that (for Vantalo's own
+                        // GIFs, a pixel per point, exactly the pixels captured on a 1× display)
+    int frameRate = 15; // the most frames a second kept
+    int lossy = 0;      // 0 (lossless) to 100
+
+    QString label() const; // "1×, 10 fps, lossy 40"
+    friend bool operator==(const OutputSettings&, const OutputSettings&) = default;
+};
+
+// Fraction done, 0 to 1.
+using RecodeProgress = std::function<void(double)>;
+
+struct RecodeResult
+{
+    qint64 bytes = 0;
+    int frames = 0;
+    bool overLimit = false; // stopped as soon as the output passed the limit
+};
+
+// Reads the GIF at `source` a frame at a time and writes it to `output` with `settings`:
+// - scale 1 halves each picture (exactly, where it is made of pixel doubles; otherwise averaging
+//   each 2 × 2 block);
+// - a frame rate below the source's keeps the frames shown at each 1/rate s; a frame left out,
+//   and any frame that changes nothing, gives its time to the frame shown before it, so the
+//   animation lasts exactly as long as the source;
+// - a lossy level above 0 lets each pixel be shown a little off its colour, the error bounded
+//   per pixel and never carried from frame to frame.
+// With `byteLimit` ≥ 0 the writing stops once the output is larger.
+std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice& output,
+                                               const OutputSettings& settings, qint64 byteLimit = -1,
+                                               const RecodeProgress& progress = {});
+
+// The same into the file `target`, which is replaced only once the whole GIF is written.
+std::expected<RecodeResult, Failure> recodeGifFile(const QString& source, const QString& target,
+                                                   const OutputSettings& settings,
+                                                   const RecodeProgress& progress = {});
+
+struct FitResult
+{
+    qint64 bytes = 0;
+    OutputSettings settings;
+    bool unchanged = false; // the source fitted already and was copied as it is
+    int encodes = 0;        // whole encodes tried
+};
+struct FitFailure
+{
+    Failure failure;
+    std::optional<qint64> smallest; // when nothing fits: the size of the smallest GIF made
+};
+
+// Writes `source` to `target` with the settings of best quality whose GIF is at most `budget`
+// bytes. Fails, writing nothing, when even the smallest settings do not fit.
+std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget, const QString& target,
+                                            const RecodeProgress& progress = {});
+
+// The settings `fitGif` tries, best first. A GIF of pixel doubles loses nothing at 1×, so for
+// one no 2× step but the first costs more than that.
+QList<OutputSettings> fitLadder(bool pixelDoubled);
+
+} // namespace vantalo
