@@ -99,7 +99,8 @@ Frame outputFrame(const QImage& picture, int scale)
 struct Picked
 {
     Frame frame;
-    qint64 start = 0; // hundredths of a second from the first frame
+    qint64 start = 0;      // hundredths of a second from the first frame
+    double progress = 0.0; // how far through the source
 };
 
 // The source's frames that the output keeps, each at the time it is first shown.
@@ -129,12 +130,12 @@ public:
             }
             const bool first = m_reader->framesRead() == 1;
             if (first || (m_reader->changed() && sampleTime(m_sample) < m_time)) {
-                return Picked{outputFrame(m_reader->picture(), m_settings.scale), start};
+                return Picked{outputFrame(m_reader->picture(), m_settings.scale), start,
+                              m_reader->progress()};
             }
         }
     }
     qint64 totalTime() const { return m_time; }
-    double progress() const { return m_reader->progress(); }
 
 private:
     qint64 sampleTime(qint64 k) const
@@ -246,7 +247,7 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
             return result;
         }
         if (progress) {
-            progress(picker.progress());
+            progress((*picked)->progress);
         }
     }
     if (auto written = writer.finish(picker.totalTime()); !written) {
