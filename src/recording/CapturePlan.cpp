@@ -5,7 +5,8 @@
 namespace vantalo {
 
 std::optional<CapturePlan> planCapture(const QList<CaptureDisplay>& displays, const QRectF& region,
-                                       double devicePixelRatio, const QString& preferredDisplay)
+                                       double devicePixelRatio, const QString& preferredDisplay,
+                                       int outputScale)
 {
     if (displays.isEmpty()) {
         return std::nullopt;
@@ -32,21 +33,21 @@ std::optional<CapturePlan> planCapture(const QList<CaptureDisplay>& displays, co
         chosen = &displays.first();
     }
 
-    // Whole points, as the output is twice the truncated size.
+    // Whole points, as the output is a multiple of the truncated size.
     const int widthPoints = static_cast<int>(std::trunc(region.width()));
     const int heightPoints = static_cast<int>(std::trunc(region.height()));
     CapturePlan plan;
     plan.display = *chosen;
-    plan.outputSize = QSize(2 * widthPoints, 2 * heightPoints);
+    plan.outputSize = QSize(outputScale * widthPoints, outputScale * heightPoints);
     const QPoint origin =
         chosen->nativeGeometry.topLeft() + QPoint(static_cast<int>(std::lround(region.x() * dpr)),
                                                   static_cast<int>(std::lround(region.y() * dpr)));
     QSize grabbed;
-    if (dpr == 1.0) {
+    if (dpr == 1.0 && outputScale == 2) {
         // A pixel a point: each grabbed pixel becomes 2 × 2, exactly.
         plan.scale = 2;
         grabbed = plan.outputSize / 2;
-    } else if (dpr == 2.0) {
+    } else if (dpr == double(outputScale)) {
         plan.scale = 1;
         grabbed = plan.outputSize;
     } else {

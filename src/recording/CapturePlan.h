@@ -16,16 +16,18 @@ struct CapturePlan
     CaptureDisplay display;
     QRect nativeRect; // what the backend grabs
     int scale = 1;    // each grabbed pixel becomes scale × scale output pixels
-    QSize outputSize; // twice the region's whole points
+    QSize outputSize; // the region's whole points times the output scale
 };
 
 // Picks the display and the pixels for a region given relative to a display's top-left corner in
 // points: the display it was chosen on (whether or not the region reaches past its edge); without
 // one, the first display whose (0, 0, width, height) holds the region, else the first one.
-// Frames are twice the region's whole points in size; where a point is two pixels they are
-// grabbed as they are, where it is one each pixel is doubled. Nothing when there is no display.
+// Frames are the region's whole points times `outputScale` (2, or 1 for a pixel a point); where
+// a point is as many pixels they are grabbed as they are, where it is half as many each pixel is
+// doubled, and otherwise the grabbed pixels are resampled. Nothing when there is no display.
 std::optional<CapturePlan> planCapture(const QList<CaptureDisplay>& displays, const QRectF& region,
-                                       double devicePixelRatio, const QString& preferredDisplay = {});
+                                       double devicePixelRatio, const QString& preferredDisplay = {},
+                                       int outputScale = 2);
 
 // The recording's timeline: slot k is due at start + k / rate on a steady clock, and every slot
 // before the stop becomes one frame of the GIF, so the GIF lasts as long as the recording.

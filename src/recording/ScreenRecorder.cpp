@@ -118,13 +118,13 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
     };
 
     job->thread = std::thread([job, backend, region, displayName, frameRate, dpr, post,
-                               done = std::move(done)]() mutable {
+                               outputScale = m_outputScale, done = std::move(done)]() mutable {
         auto displays = backend->displays();
         std::expected<std::unique_ptr<CaptureStream>, Failure> stream = std::unexpected(Failure{});
         std::optional<CapturePlan> plan;
         if (!displays) {
             stream = std::unexpected(displays.error());
-        } else if (!(plan = planCapture(*displays, region, dpr, displayName))) {
+        } else if (!(plan = planCapture(*displays, region, dpr, displayName, outputScale))) {
             stream = std::unexpected(failureOf(ScreenRecorderError::noDisplayFound));
         } else {
             stream = backend->openStream(plan->nativeRect);

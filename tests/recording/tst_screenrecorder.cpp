@@ -140,11 +140,15 @@ private Q_SLOTS:
             QRect native;
             int scale;
             QSize output;
+            int outputScale = 2;
         } plans[] = {
             // Whole points, doubled; where a point is two pixels, grabbed as they are.
             {{10, 20, 100.9, 50.5}, "", 1.0, "left", {10, 20, 100, 50}, 2, {200, 100}},
             {{10, 20, 100.9, 50.5}, "", 2.0, "left", {20, 40, 200, 100}, 1, {200, 100}},
             {{0, 0, 100, 100}, "", 1.5, "left", {0, 0, 150, 150}, 1, {200, 200}}, // resampled
+            // At 1×: a pixel a point, grabbed as it is where a point is one pixel, else resampled.
+            {{10, 20, 100.9, 50.5}, "", 1.0, "left", {10, 20, 100, 50}, 1, {100, 50}, 1},
+            {{10, 20, 100.9, 50.5}, "", 2.0, "left", {20, 40, 200, 100}, 1, {100, 50}, 1},
             // The display it was chosen on, also where the region reaches past it; without one, the
             // first that holds the region.
             {{900, 10, 100, 100}, "", 1.0, "left", {900, 10, 100, 100}, 2, {200, 200}},
@@ -155,7 +159,8 @@ private Q_SLOTS:
             {{5000, 5000, 10, 10}, "", 1.0, "left", {5000, 5000, 10, 10}, 2, {20, 20}},
         };
         for (const auto& row : plans) {
-            const auto plan = planCapture(displays, row.region, row.dpr, QString::fromLatin1(row.chosen));
+            const auto plan =
+                planCapture(displays, row.region, row.dpr, QString::fromLatin1(row.chosen), row.outputScale);
             QVERIFY(plan);
             QCOMPARE(plan->display.name, QString::fromLatin1(row.display));
             QCOMPARE(plan->nativeRect, row.native);
