@@ -267,29 +267,24 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
         m_canvas = QImage(source.size(), QImage::Format_RGB32);
         m_scale = scale;
     }
-    // Each pixel: 0 where it is shown exactly, 1 where it is shown close enough, 2 where it must
-    // be sent. The frame covers the pixels that must be sent; within it, those shown exactly are
-    // left transparent, and those shown close enough may be left so by the coder.
+    // The pixels shown too far from their colour must be sent, and the frame covers them; the
+    // others are left transparent (the coder may still write a colour close enough there).
     const int width = source.width();
     const int height = source.height();
-    std::vector<quint8> state(size_t(width) * size_t(height), first ? 2 : 0);
+    std::vector<quint8> send(size_t(width) * size_t(height), first ? 1 : 0);
     QRect area = source.rect();
     if (!first) {
         int top = height, bottom = -1, left = width, right = -1;
         for (int y = 0; y < height; ++y) {
             const auto* row = reinterpret_cast<const QRgb*>(source.constScanLine(y));
             const auto* shown = reinterpret_cast<const QRgb*>(m_canvas.constScanLine(y));
-            quint8* line = state.data() + size_t(y) * size_t(width);
+            quint8* line = send.data() + size_t(y) * size_t(width);
             for (int x = 0; x < width; ++x) {
                 const QRgb colour = row[x] | 0xff000000;
-                if (shown[x] == colour) {
+                if (shown[x] == colour || perceptualDistanceSquared(shown[x], colour) <= m_limit) {
                     continue;
                 }
-                if (perceptualDistanceSquared(shown[x], colour) <= m_limit) {
-                    line[x] = 1;
-                    continue;
-                }
-                line[x] = 2;
+                line[x] = 1;
                 top = std::min(top, y);
                 bottom = std::max(bottom, y);
                 left = std::min(left, x);
@@ -307,7 +302,7 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
     bool hasTransparency = false;
     for (int y = 0; y < area.height(); ++y) {
         const auto* row = reinterpret_cast<const QRgb*>(source.constScanLine(area.y() + y)) + area.x();
-        const quint8* line = state.data() + size_t(area.y() + y) * size_t(width) + size_t(area.x());
+        const quint8* line = send.data() + size_t(area.y() + y) * size_t(width) + size_t(area.x());
         QRgb* out = pixels.data() + size_t(y) * size_t(area.width());
         for (int x = 0; x < area.width(); ++x) {
             if (line[x] != 0) {
@@ -357,6 +352,12 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
     std::vector<quint8> written;
     out.compressed = lzwCompressLossy(LossyPixels{indexed.indices, target, clearOk, area.width(), scale},
                                       out.palette, out.transparentIndex, out.minCodeSize, m_limit, written);
+    // A longer match is not always a smaller file: the lossless stream is kept where it is smaller.
+    std::vector<quint8> exact = scaledIndices(indexed.indices, area.width(), area.height(), scale);
+    if (QByteArray lossless = lzwCompress(exact, out.minCodeSize); lossless.size() <= out.compressed.size()) {
+        out.compressed = std::move(lossless);
+        written = std::move(exact);
+    }
     const size_t outWidth = size_t(area.width()) * size_t(scale);
     for (int y = 0; y < area.height(); ++y) {
         auto* shown = reinterpret_cast<QRgb*>(m_canvas.scanLine(area.y() + y)) + area.x();

@@ -90,7 +90,7 @@ std::expected<void, Failure> GifReader::skipSubBlocks()
         if (*length == 0) {
             return {};
         }
-        if (!m_file.skip(*length) || m_file.atEnd()) {
+        if (m_file.skip(*length) != *length) {
             return std::unexpected(truncated());
         }
     }

@@ -169,7 +169,11 @@ public:
     BranchingTable() : m_child(4096 * 256), m_prefix(4096), m_next(4096), m_first(4096, none), m_sibling(4096)
     {
     }
-    void reset(unsigned roots) { std::fill_n(m_first.begin(), roots, none); }
+    void reset(unsigned roots)
+    {
+        std::fill_n(m_first.begin(), roots, none);
+        m_rootCount = roots;
+    }
     int find(unsigned prefix, quint8 next, unsigned firstCode, unsigned maxCode) const
     {
         const unsigned code = m_child[(prefix << 8) | next];
@@ -189,7 +193,8 @@ public:
     }
     quint16 firstChild(unsigned code) const { return m_first[code]; }
     quint16 sibling(unsigned code) const { return m_sibling[code]; }
-    quint8 next(unsigned code) const { return m_next[code]; }
+    quint8 next(unsigned code) const { return code < m_rootCount ? quint8(code) : m_next[code]; }
+    unsigned prefix(unsigned code) const { return m_prefix[code]; }
 
 private:
     std::vector<quint16> m_child;
@@ -197,6 +202,7 @@ private:
     std::vector<quint8> m_next;
     std::vector<quint16> m_first;
     std::vector<quint16> m_sibling;
+    unsigned m_rootCount = 0;
 };
 
 } // namespace
@@ -208,11 +214,121 @@ int lossyDistanceSquared(int level)
     return 9 * greyStep * greyStep;
 }
 
+namespace {
+
+// Finds, from one position, the longest string of the table whose pixels are all acceptable
+// there: a depth-first walk over the children that stops after a fixed number of visits.
+class LongestMatch
+{
+public:
+    LongestMatch(const LossyPixels& pixels, const QList<QRgb>& palette, int transparentIndex, int limit,
+                 const BranchingTable& table, const std::vector<quint8>& written)
+        : m_pixels(pixels), m_palette(palette), m_transparent(transparentIndex), m_limit(limit),
+          m_table(table), m_written(written), m_scale(size_t(std::max(1, pixels.scale))),
+          m_width(size_t(pixels.width) * m_scale), m_count(pixels.wanted.size() * m_scale * m_scale),
+          m_path(4097)
+    {
+    }
+
+    // The index a string starting at `at` begins with: a copy where the pixel repeats another,
+    // else the one wanted.
+    quint8 first(size_t at) const
+    {
+        if ((at / m_width) % m_scale != 0) {
+            return m_written[at - m_width];
+        }
+        if ((at % m_width) % m_scale != 0) {
+            return m_written[at - 1];
+        }
+        return m_pixels.wanted[source(at)];
+    }
+
+    // The longest acceptable string from `at` that starts with `root`; its code and its length.
+    std::pair<unsigned, size_t> search(unsigned root, size_t at)
+    {
+        m_start = at;
+        m_best = root;
+        m_bestLength = 1;
+        m_budget = 96;
+        m_path[0] = quint8(root);
+        visit(root, 1);
+        return {m_best, m_bestLength};
+    }
+
+private:
+    size_t source(size_t at) const
+    {
+        return (at / m_width / m_scale) * size_t(m_pixels.width) + (at % m_width) / m_scale;
+    }
+    quint8 shown(size_t at) const { return at >= m_start ? m_path[at - m_start] : m_written[at]; }
+
+    // Whether `index` may stand at `at`, and how far off it is (0: exactly what is wanted).
+    int cost(quint8 index, size_t at) const
+    {
+        if ((at / m_width) % m_scale != 0) {
+            return index == shown(at - m_width) ? 0 : -1;
+        }
+        if ((at % m_width) % m_scale != 0) {
+            return index == shown(at - 1) ? 0 : -1;
+        }
+        const size_t from = source(at);
+        if (index == m_pixels.wanted[from]) {
+            return 0;
+        }
+        if (int(index) == m_transparent) {
+            return m_pixels.clearOk[from] ? m_limit : -1;
+        }
+        if (index >= m_palette.size()) {
+            return -1;
+        }
+        const int distance = perceptualDistanceSquared(m_palette[index], m_pixels.target[from]);
+        return distance <= m_limit ? distance : -1;
+    }
+
+    void visit(unsigned node, size_t length)
+    {
+        if (length > m_bestLength) {
+            m_best = node;
+            m_bestLength = length;
+        }
+        const size_t at = m_start + length;
+        if (at >= m_count || length >= 4096) {
+            return;
+        }
+        for (quint16 child = m_table.firstChild(node); child != BranchingTable::none && m_budget > 0;
+             child = m_table.sibling(child)) {
+            const quint8 index = m_table.next(child);
+            if (cost(index, at) < 0) {
+                continue;
+            }
+            --m_budget;
+            m_path[length] = index;
+            visit(child, length + 1);
+        }
+    }
+
+    const LossyPixels& m_pixels;
+    const QList<QRgb>& m_palette;
+    int m_transparent;
+    int m_limit;
+    const BranchingTable& m_table;
+    const std::vector<quint8>& m_written;
+    size_t m_scale;
+    size_t m_width;
+    size_t m_count;
+    std::vector<quint8> m_path;
+    size_t m_start = 0;
+    unsigned m_best = 0;
+    size_t m_bestLength = 0;
+    int m_budget = 0;
+};
+
+} // namespace
+
 QByteArray lzwCompressLossy(const LossyPixels& pixels, const QList<QRgb>& palette, int transparentIndex,
                             int minCodeSize, int maxDistanceSquared, std::vector<quint8>& written)
 {
     const int scale = std::max(1, pixels.scale);
-    const size_t width = size_t(pixels.width) * size_t(scale);
     const size_t count = pixels.wanted.size() * size_t(scale) * size_t(scale);
     written.assign(count, 0);
     if (count == 0) {
@@ -220,63 +336,31 @@ QByteArray lzwCompressLossy(const LossyPixels& pixels, const QList<QRgb>& palett
     }
     const unsigned clearCode = 1u << minCodeSize;
     const unsigned endCode = clearCode + 1;
-    const unsigned firstCode = endCode + 1;
     CodeWriter out;
     int codeSize = minCodeSize + 1;
     out.write(clearCode, codeSize);
 
     thread_local BranchingTable table;
     table.reset(clearCode);
+    LongestMatch match(pixels, palette, transparentIndex, std::max(0, maxDistanceSquared), table, written);
     unsigned maxCode = endCode;
-    unsigned current = pixels.wanted[0];
-    written[0] = quint8(current);
-    size_t x = 0;
-    size_t y = 0;
-    for (size_t i = 1; i < count; ++i) {
-        if (++x == width) {
-            x = 0;
-            ++y;
+    size_t at = 0;
+    unsigned root = match.first(0);
+    for (;;) {
+        const auto [code, length] = match.search(root, at);
+        // The string's pixels, from its last back to its first.
+        unsigned walk = code;
+        for (size_t k = length; k-- > 0;) {
+            written[at + k] = table.next(walk);
+            walk = table.prefix(walk);
         }
-        // A scaled pixel's first copy is chosen; the others repeat it exactly.
-        const bool copy = y % size_t(scale) != 0 || x % size_t(scale) != 0;
-        const size_t source = (y / size_t(scale)) * size_t(pixels.width) + x / size_t(scale);
-        const quint8 next = y % size_t(scale) != 0   ? written[i - width]
-                            : x % size_t(scale) != 0 ? written[i - 1]
-                                                     : pixels.wanted[source];
-        int found = table.find(current, next, firstCode, maxCode);
-        if (found < 0 && !copy && maxDistanceSquared > 0) {
-            // The closest continuation the table knows, if it is close enough.
-            int best = maxDistanceSquared + 1;
-            for (quint16 child = table.firstChild(current); child != BranchingTable::none;
-                 child = table.sibling(child)) {
-                const quint8 index = table.next(child);
-                int distance;
-                if (index == transparentIndex) {
-                    distance = pixels.clearOk[source] ? maxDistanceSquared : best;
-                } else if (index < palette.size()) {
-                    distance = perceptualDistanceSquared(palette[index], pixels.target[source]);
-                } else {
-                    continue;
-                }
-                // A doubled pixel's copy follows at once: a continuation the table cannot extend
-                // with it gains nothing.
-                if (scale > 1 && x + 1 < width && table.find(child, index, firstCode, maxCode) < 0) {
-                    continue;
-                }
-                if (distance < best) {
-                    best = distance;
-                    found = child;
-                }
-            }
+        out.write(code, codeSize);
+        at += length;
+        if (at >= count) {
+            break;
         }
-        if (found >= 0) {
-            current = unsigned(found);
-            written[i] = table.next(current);
-            continue;
-        }
-        written[i] = next;
-        out.write(current, codeSize);
-        table.insert(current, next, ++maxCode);
+        root = match.first(at);
+        table.insert(code, quint8(root), ++maxCode);
         if (maxCode >= (1u << codeSize)) {
             ++codeSize;
         }
@@ -286,9 +370,7 @@ QByteArray lzwCompressLossy(const LossyPixels& pixels, const QList<QRgb>& palett
             maxCode = endCode;
             table.reset(clearCode);
         }
-        current = next;
     }
-    out.write(current, codeSize);
     if (maxCode + 1 >= (1u << codeSize) && codeSize < 12) {
         ++codeSize;
     }

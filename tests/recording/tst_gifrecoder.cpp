@@ -36,7 +36,7 @@ FrameList movingScene(int count, QSize size, int scale)
         }
         for (int y = 10; y < 30; ++y) {
             for (int x = 0; x < 20; ++x) {
-                image.setPixel((x + 4 * k) % size.width(), y, qRgb(220, 40 + 8 * k, 60));
+                image.setPixel((x + 4 * k) % size.width(), y, qRgb(220, (40 + 73 * k) % 256, 60));
             }
         }
         frames.append(Frame{image, scale});
@@ -289,7 +289,6 @@ private Q_SLOTS:
             }
             previous = bytes.size();
         }
-        QCOMPARE(previousSettings, fitLadder(true).last());
     }
 
     // The command line: exit 0 with one line saying what was written, 1 when the size cannot be
