@@ -15,6 +15,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstring>
+#include <future>
+#include <mutex>
 
 namespace vantalo {
 
@@ -240,6 +242,15 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
             return std::unexpected(written.error());
         }
         ++result.frames;
+        // Written bytes grow with the source read: once a quarter is read, an output heading for
+        // well over the limit is given up early.
+        const double read = (*picked)->progress;
+        if (byteLimit >= 0 && read > 0.25 && double(writer.bytes()) / read > 1.1 * double(byteLimit)) {
+            upcoming.waitForFinished();
+            result.bytes = writer.bytes();
+            result.overLimit = true;
+            return result;
+        }
         if (writer.overLimit()) {
             upcoming.waitForFinished();
             result.bytes = writer.bytes();
@@ -374,56 +385,91 @@ std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget
     reader->reset();
 
     const QList<OutputSettings> ladder = fitLadder(doubled);
-    FitResult fit;
-    std::unique_ptr<QTemporaryFile> best;
-    const auto attempt = [&](qsizetype index, qint64 limit) -> std::expected<RecodeResult, Failure> {
+    struct Attempt
+    {
+        std::expected<RecodeResult, Failure> result = std::unexpected(Failure{});
+        std::unique_ptr<QTemporaryFile> file;
+    };
+    std::mutex progressMutex;
+    int round = 0;
+    const auto attempt = [&](qsizetype index) {
+        Attempt out;
         auto file = temporaryBeside(target);
         if (!file) {
-            return std::unexpected(file.error());
+            out.result = std::unexpected(file.error());
+            return out;
         }
-        ++fit.encodes;
-        const auto done = fit.encodes - 1;
-        auto result = recodeGif(source, **file, ladder[index], limit, [&](double fraction) {
+        const bool last = index == ladder.size() - 1;
+        out.result = recodeGif(source, **file, ladder[index], last ? -1 : budget, [&](double fraction) {
+            const std::lock_guard lock(progressMutex);
             if (progress) {
-                progress(std::min(1.0, (done + fraction) / 5.0));
+                progress(std::min(1.0, (round + fraction) / 3.0));
             }
         });
-        if (result && !result->overLimit) {
-            best = std::move(*file);
-            fit.bytes = result->bytes;
-            fit.settings = ladder[index];
-        }
-        return result;
+        out.file = std::move(*file);
+        return out;
+    };
+    const auto fits = [budget](const Attempt& a) {
+        return !a.result->overLimit && a.result->bytes <= budget;
     };
 
-    // The smallest settings first: if they do not fit, nothing will.
-    const auto smallest = attempt(ladder.size() - 1, -1);
-    if (!smallest) {
-        return fail(smallest.error());
+    // The best step that fits, by two encodes at a time (one a core): first the two lossless ones
+    // (2× and 1×, the quickest to encode, and often enough), then at a third and two thirds of the
+    // steps left. An encode stops once it is over the budget, or heading well over it; the
+    // smallest settings run to the end, to say how small the GIF can get.
+    FitResult fit;
+    std::unique_ptr<QTemporaryFile> best;
+    std::optional<qint64> smallest;
+    qsizetype low = 0;
+    qsizetype high = ladder.size(); // the best step known to fit; none yet
+    for (; low < high; ++round) {
+        const qsizetype span = high - low;
+        qsizetype first = low + span / 3;
+        qsizetype second = span > 1 ? std::max(first + 1, low + 2 * span / 3) : -1;
+        if (round == 0) {
+            first = 0;
+            second = ladder.indexOf(OutputSettings{1, 15, 0});
+        }
+        auto secondRun =
+            second >= 0 ? std::async(std::launch::async, attempt, second) : std::future<Attempt>();
+        Attempt a = attempt(first);
+        std::optional<Attempt> b;
+        if (secondRun.valid()) {
+            b = secondRun.get();
+        }
+        fit.encodes += b ? 2 : 1;
+        for (const Attempt* done : {&a, b ? &*b : nullptr}) {
+            if (done && !done->result) {
+                return fail(done->result.error());
+            }
+        }
+        const auto keep = [&](Attempt& found, qsizetype index) {
+            best = std::move(found.file);
+            fit.bytes = found.result->bytes;
+            fit.settings = ladder[index];
+            high = index;
+        };
+        if (first == ladder.size() - 1) {
+            smallest = a.result->bytes;
+        }
+        if (second == ladder.size() - 1) {
+            smallest = b->result->bytes;
+        }
+        if (fits(a)) {
+            keep(a, first);
+        } else if (b && fits(*b)) {
+            low = first + 1;
+            keep(*b, second);
+        } else {
+            low = (b ? second : first) + 1;
+        }
     }
-    if (smallest->bytes > budget) {
-        best.reset();
+    if (!best) {
         return std::unexpected(FitFailure{
             Failure{QStringLiteral("%1 cannot be made %2 or smaller: the smallest settings (%3) give %4")
                         .arg(QDir::toNativeSeparators(source), fileSizeLabel(budget, QLocale::c()),
-                             ladder.last().label(), fileSizeLabel(smallest->bytes, QLocale::c()))},
-            smallest->bytes});
-    }
-    // The best step that fits, by halving the steps in between; an encode over the budget stops
-    // as soon as it is.
-    qsizetype low = 0;
-    qsizetype high = ladder.size() - 1; // fits
-    while (low < high) {
-        const qsizetype middle = (low + high) / 2;
-        const auto result = attempt(middle, budget);
-        if (!result) {
-            return fail(result.error());
-        }
-        if (result->overLimit) {
-            low = middle + 1;
-        } else {
-            high = middle;
-        }
+                             ladder.last().label(), fileSizeLabel(smallest.value_or(0), QLocale::c()))},
+            smallest});
     }
     if (auto replaced = replaceWith(*best, target); !replaced) {
         return fail(replaced.error());
