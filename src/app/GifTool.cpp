@@ -126,30 +126,30 @@ int runGifTool(const GifToolRequest& request)
         return 0;
     }
 
+    struct Lever
+    {
+        const char* option;
+        const QString& text;
+        int low;
+        int high;
+        const char* hint;
+        int OutputSettings::*field;
+    };
     OutputSettings settings;
-    if (!request.scale.isEmpty()) {
-        const auto scale = parseInt(request.scale, 1, 2);
-        if (!scale) {
-            printError(QStringLiteral("--scale %1: use 1 or 2").arg(request.scale));
+    for (const Lever& lever :
+         {Lever{"scale", request.scale, 1, 2, "use 1 or 2", &OutputSettings::scale},
+          Lever{"fps", request.fps, 1, 50, "use a frame rate from 1 to 50", &OutputSettings::frameRate},
+          Lever{"lossy", request.lossy, 0, 100, "use a level from 0 to 100", &OutputSettings::lossy}}) {
+        if (lever.text.isEmpty()) {
+            continue;
+        }
+        const auto value = parseInt(lever.text, lever.low, lever.high);
+        if (!value) {
+            printError(QStringLiteral("--%1 %2: %3")
+                           .arg(QLatin1String(lever.option), lever.text, QLatin1String(lever.hint)));
             return 2;
         }
-        settings.scale = *scale;
-    }
-    if (!request.fps.isEmpty()) {
-        const auto fps = parseInt(request.fps, 1, 50);
-        if (!fps) {
-            printError(QStringLiteral("--fps %1: use a frame rate from 1 to 50").arg(request.fps));
-            return 2;
-        }
-        settings.frameRate = *fps;
-    }
-    if (!request.lossy.isEmpty()) {
-        const auto lossy = parseInt(request.lossy, 0, 100);
-        if (!lossy) {
-            printError(QStringLiteral("--lossy %1: use a level from 0 to 100").arg(request.lossy));
-            return 2;
-        }
-        settings.lossy = *lossy;
+        settings.*lever.field = *value;
     }
     std::optional<ProgressLine> progress(std::in_place, QStringLiteral("Writing %1").arg(output));
     const auto written = recodeGifFile(input, request.output, settings, std::ref(*progress));

@@ -95,7 +95,7 @@ public:
         m_next[code] = next;
     }
 
-private:
+protected:
     std::vector<quint16> m_child;
     std::vector<quint16> m_prefix;
     std::vector<quint8> m_next;
@@ -162,31 +162,19 @@ namespace {
 
 // The string table with each code's children listed too, so that a string can be continued with
 // any of the pixels the table already knows after it.
-class BranchingTable
+class BranchingTable : public StringTable
 {
 public:
     static constexpr quint16 none = 0xffff;
-    BranchingTable() : m_child(4096 * 256), m_prefix(4096), m_next(4096), m_first(4096, none), m_sibling(4096)
-    {
-    }
+    BranchingTable() : m_first(4096, none), m_sibling(4096) {}
     void reset(unsigned roots)
     {
         std::fill_n(m_first.begin(), roots, none);
         m_rootCount = roots;
     }
-    int find(unsigned prefix, quint8 next, unsigned firstCode, unsigned maxCode) const
-    {
-        const unsigned code = m_child[(prefix << 8) | next];
-        if (code >= firstCode && code <= maxCode && m_prefix[code] == prefix && m_next[code] == next) {
-            return int(code);
-        }
-        return -1;
-    }
     void insert(unsigned prefix, quint8 next, unsigned code)
     {
-        m_child[(prefix << 8) | next] = quint16(code);
-        m_prefix[code] = quint16(prefix);
-        m_next[code] = next;
+        StringTable::insert(prefix, next, code);
         m_first[code] = none;
         m_sibling[code] = m_first[prefix];
         m_first[prefix] = quint16(code);
@@ -197,9 +185,6 @@ public:
     unsigned prefix(unsigned code) const { return m_prefix[code]; }
 
 private:
-    std::vector<quint16> m_child;
-    std::vector<quint16> m_prefix;
-    std::vector<quint8> m_next;
     std::vector<quint16> m_first;
     std::vector<quint16> m_sibling;
     unsigned m_rootCount = 0;
