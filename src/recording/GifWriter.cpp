@@ -109,6 +109,26 @@ void put16(QByteArray& out, int value)
 
 } // namespace
 
+namespace {
+
+// After entry `maxCode` was added: codes widen once the next entry needs another bit, and a full
+// table starts again with a clear. Says whether it did.
+bool afterInsert(CodeWriter& out, unsigned& maxCode, int& codeSize, int minCodeSize)
+{
+    if (maxCode >= (1u << codeSize)) {
+        ++codeSize;
+    }
+    if (maxCode < 4095) {
+        return false;
+    }
+    out.write(1u << minCodeSize, 12);
+    codeSize = minCodeSize + 1;
+    maxCode = (1u << minCodeSize) + 1;
+    return true;
+}
+
+} // namespace
+
 QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize)
 {
     const unsigned clearCode = 1u << minCodeSize;
@@ -134,15 +154,7 @@ QByteArray lzwCompress(std::span<const quint8> indices, int minCodeSize)
         }
         out.write(current, codeSize);
         table.insert(current, next, ++maxCode);
-        if (maxCode >= (1u << codeSize)) {
-            ++codeSize;
-        }
-        if (maxCode == 4095) {
-            // The table is full: start a new one.
-            out.write(clearCode, 12);
-            codeSize = minCodeSize + 1;
-            maxCode = endCode;
-        }
+        afterInsert(out, maxCode, codeSize, minCodeSize);
         current = next;
     }
     out.write(current, codeSize);
@@ -346,13 +358,7 @@ QByteArray lzwCompressLossy(const LossyPixels& pixels, const QList<QRgb>& palett
         }
         root = match.first(at);
         table.insert(code, quint8(root), ++maxCode);
-        if (maxCode >= (1u << codeSize)) {
-            ++codeSize;
-        }
-        if (maxCode == 4095) {
-            out.write(clearCode, 12);
-            codeSize = minCodeSize + 1;
-            maxCode = endCode;
+        if (afterInsert(out, maxCode, codeSize, minCodeSize)) {
             table.reset(clearCode);
         }
     }
