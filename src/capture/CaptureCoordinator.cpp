@@ -4,6 +4,7 @@
 #include "hotkey/HotkeyRegistrar.h"
 #include "hotkey/ShortcutLabel.h"
 #include "overlays/RegionGeometry.h"
+#include "settings/OutputPreferences.h"
 #include "settings/ShortcutSettings.h"
 
 #include <QDateTime>
@@ -191,13 +192,20 @@ void CaptureCoordinator::startRecording()
         return;
     }
     const QRectF captureRect = displayLocalRect(m_selectedRegion, m_selectedScreen->frame);
+    // The output settings apply from each start.
+    const StoredOutputPreferences output = readOutputPreferences(m_defaults);
+    for (const QString& problem : output.problems) {
+        m_print(problem);
+    }
+    m_frameRate = output.preferences.frameRate;
+    m_c.screenRecorder->outputScale = output.preferences.scale;
     m_starting = true;
     // Frames go straight to the encoder while recording, so Stop only has the tail left to do.
     m_session = std::shared_ptr<EncodingSession>(m_c.gifEncoder->openSession());
     m_c.screenRecorder->frameSink = [session = m_session](const Frame& frame) { session->addFrame(frame); };
     m_c.screenRecorder->frameSinkIsBehind = [session = m_session] { return session->isBehind(); };
     QPointer self(this);
-    m_c.screenRecorder->startRecording(captureRect, m_selectedScreen->name, frameRate, maxDurationSeconds,
+    m_c.screenRecorder->startRecording(captureRect, m_selectedScreen->name, m_frameRate, maxDurationSeconds,
                                        [self](std::expected<void, Failure> started) {
                                            if (!self) {
                                                return;
@@ -279,9 +287,9 @@ void CaptureCoordinator::encodeAndWrite(std::shared_ptr<EncodingSession> session
             onGifCreated(*written);
         }
     });
-    watcher->setFuture(
-        QtConcurrent::run([session = std::move(session), dir = m_temporaryDirectory]() -> Result {
-            auto gif = session->finish(frameDelaySeconds);
+    watcher->setFuture(QtConcurrent::run(
+        [session = std::move(session), dir = m_temporaryDirectory, delay = 1.0 / m_frameRate]() -> Result {
+            auto gif = session->finish(delay);
             if (!gif) {
                 return std::unexpected(gif.error());
             }

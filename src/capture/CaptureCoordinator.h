@@ -48,9 +48,7 @@ class CaptureCoordinator : public QObject
 {
     Q_OBJECT
 public:
-    static constexpr int frameRate = 15;
     static constexpr double maxDurationSeconds = 30.0;
-    static constexpr double frameDelaySeconds = 1.0 / 15.0;
 
     CaptureCoordinator(CaptureCollaborators collaborators, UserDefaults& defaults,
                        ScreenCapturePermission& permission, LinePrinter print = stdoutPrinter(),
@@ -117,6 +115,7 @@ private:
     std::optional<DisplayInfo> m_selectedScreen;
     // Set while a recorder start is awaited, so a second Start in that gap does nothing.
     bool m_starting = false;
+    int m_frameRate = 15; // of the recording under way
     // The GIF of the running recording, encoded as its frames arrive.
     std::shared_ptr<EncodingSession> m_session;
 };

@@ -28,6 +28,10 @@ public:
     // The frames so far, oldest first; empty when nothing is being recorded.
     virtual void stopRecording(StopDone done) = 0;
 
+    // Output pixels a point of the region, read at each start: 2 (frames of twice its points) or
+    // 1 (a pixel a point: on a 1× display the captured pixels, on a 2× one averaged down as they
+    // are grabbed).
+    int outputScale = 2;
     // Called on the GUI thread, once a recording, when the maximum duration has passed.
     std::function<void()> onMaxDurationReached;
     // When set at the start, every frame is handed to it (on the capture thread) instead of being

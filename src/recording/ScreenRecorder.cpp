@@ -118,7 +118,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
     };
 
     job->thread = std::thread([job, backend, region, displayName, frameRate, dpr, post,
-                               outputScale = m_outputScale, done = std::move(done)]() mutable {
+                               outputScale = outputScale == 1 ? 1 : 2, done = std::move(done)]() mutable {
         auto displays = backend->displays();
         std::expected<std::unique_ptr<CaptureStream>, Failure> stream = std::unexpected(Failure{});
         std::optional<CapturePlan> plan;

@@ -53,11 +53,6 @@ public:
                         double maxDurationSeconds, StartDone done) override;
     void stopRecording(StopDone done) override;
 
-    // 2 (the default): frames of twice the region's points; 1: a pixel a point, so that on a 1×
-    // display the captured pixels are the frame and on a 2× one they are averaged down as they
-    // are grabbed. Takes effect at the next start.
-    void setOutputScale(int scale) { m_outputScale = scale == 1 ? 1 : 2; }
-
     bool isRecording() const { return m_isRecording.load(); }
     bool isDurationTimerActive() const { return m_durationTimer.isActive(); }
     CaptureStats lastStats() const { return m_lastStats; }
@@ -75,7 +70,6 @@ private:
 
     std::atomic<bool> m_isRecording = false;
     int m_frameRate = 15;
-    int m_outputScale = 2;
     double m_maxDurationSeconds = 30.0;
     std::optional<QElapsedTimer> m_startTime;
     QTimer m_durationTimer;

@@ -2,10 +2,12 @@
 
 #include "HotkeySettingsNotifier.h"
 #include "KeychainStore.h"
+#include "OutputPreferences.h"
 #include "SettingsKeys.h"
 #include "ShortcutSettings.h"
 #include "UserDefaults.h"
 
+#include <QComboBox>
 #include <QFormLayout>
 #include <QGraphicsOpacityEffect>
 #include <QGroupBox>
@@ -34,7 +36,7 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
       m_defaults(defaults), m_keychain(keychain), m_hotkeySettings(hotkeySettings)
 {
     setWindowTitle(title);
-    setFixedSize(420, 420);
+    setFixedSize(420, 500);
     setModal(false);
 
     auto* layout = new QVBoxLayout(this);
@@ -50,6 +52,30 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     m_recorderView = std::make_unique<HotkeyRecorderView>(m_recorder);
     refreshRecorder();
     layout->addWidget(shortcutBox);
+
+    // Applied from the next recording; stored as chosen.
+    auto* outputBox = new QGroupBox(QStringLiteral("Output"), this);
+    auto* output = new QFormLayout(outputBox);
+    const OutputPreferences current = readOutputPreferences(m_defaults).preferences;
+    m_outputScale = new QComboBox(outputBox);
+    m_outputScale->addItem(QStringLiteral("Retina (2×)"), 2);
+    m_outputScale->addItem(QStringLiteral("Actual size (1×)"), 1);
+    m_outputFrameRate = new QComboBox(outputBox);
+    for (const int rate : outputFrameRates) {
+        m_outputFrameRate->addItem(QStringLiteral("%1 fps").arg(rate), rate);
+    }
+    const auto bindChoice = [this](QComboBox* box, int value) {
+        box->setCurrentIndex(box->findData(value));
+        connect(box, &QComboBox::currentIndexChanged, this, [this] {
+            storeOutputPreferences(m_defaults, OutputPreferences{m_outputScale->currentData().toInt(),
+                                                                 m_outputFrameRate->currentData().toInt()});
+        });
+    };
+    bindChoice(m_outputScale, current.scale);
+    bindChoice(m_outputFrameRate, current.frameRate);
+    output->addRow(QStringLiteral("Size"), m_outputScale);
+    output->addRow(QStringLiteral("Frame Rate"), m_outputFrameRate);
+    layout->addWidget(outputBox);
 
     auto* credentialsBox = new QGroupBox(QStringLiteral("AWS Credentials"), this);
     auto* credentials = new QFormLayout(credentialsBox);

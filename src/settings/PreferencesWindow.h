@@ -2,6 +2,7 @@
 
 #include "hotkey/HotkeyRecorderButton.h"
 
+#include <QComboBox>
 #include <QDialog>
 #include <QLabel>
 #include <QLineEdit>
@@ -37,6 +38,8 @@ public:
     QLineEdit* cdnDomainField() const { return m_cdnDomain; }
     QLineEdit* endpointField() const { return m_endpoint; }
     QPushButton* saveButton() const { return m_save; }
+    QComboBox* outputScaleBox() const { return m_outputScale; }
+    QComboBox* outputFrameRateBox() const { return m_outputFrameRate; }
 
     void save();
     bool hasUnsavedCredentials() const;
@@ -62,6 +65,8 @@ private:
     QLineEdit* m_region;
     QLineEdit* m_cdnDomain;
     QLineEdit* m_endpoint;
+    QComboBox* m_outputScale;
+    QComboBox* m_outputFrameRate;
     QLabel* m_saved;
     QPushButton* m_save;
     bool m_showSaved = false;

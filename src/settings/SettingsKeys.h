@@ -13,6 +13,9 @@ inline const QString cdnDomain = QStringLiteral("cdnDomain");
 inline const QString s3Endpoint = QStringLiteral("s3Endpoint");
 // What a Wayland desktop gave for the screen it agreed to share, sent back so it does not ask again.
 inline const QString screenCastRestoreToken = QStringLiteral("screenCastRestoreToken");
+// How recordings are written: 2 or 1 output pixels a point; 15, 10 or 5 frames a second.
+inline const QString outputScale = QStringLiteral("outputScale");
+inline const QString outputFrameRate = QStringLiteral("outputFrameRate");
 
 inline const QString defaultBucketName = QStringLiteral("vantalo-uploads");
 inline const QString defaultRegion = QStringLiteral("us-east-1");

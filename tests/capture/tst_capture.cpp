@@ -217,10 +217,10 @@ private Q_SLOTS:
         startAndWait();
         QCOMPARE(m_c->state(), CaptureState::recording);
         // The recorder gets the adjusted region relative to the display's top-left corner.
-        QVERIFY2(j.has(QStringLiteral("recorder.start 50,780 400x200 @15 max30")),
+        QVERIFY2(j.has(QStringLiteral("recorder.start 50,780 400x200 @15 max30 x2")),
                  qPrintable(j.entries.join('\n')));
         QVERIFY(j.at(QStringLiteral("preview.hide")) <
-                j.at(QStringLiteral("recorder.start 50,780 400x200 @15 max30")));
+                j.at(QStringLiteral("recorder.start 50,780 400x200 @15 max30 x2")));
         QCOMPARE(m_rig->reported, QList<bool>{true});
         QVERIFY(m_rig->toolbar->state.isRecording());
         QVERIFY(m_rig->toolbar->state.isTimerRunning());
@@ -333,7 +333,7 @@ private Q_SLOTS:
         selectRegion();
         m_rig->toolbar->onStart();
         QCoreApplication::processEvents(); // Start taken; the recorder has not answered yet
-        QVERIFY(m_rig->journal.has(QStringLiteral("recorder.start 0,780 400x300 @15 max30")));
+        QVERIFY(m_rig->journal.has(QStringLiteral("recorder.start 0,780 400x300 @15 max30 x2")));
         m_rig->hotkey->press();
         QCOMPARE(m_c->state(), CaptureState::idle);
         QTRY_VERIFY(!m_rig->recorder->recording);
@@ -354,16 +354,26 @@ private Q_SLOTS:
     {
         // On a display whose frame does not start at (0, 0): the recorder gets the rectangle
         // relative to its top-left corner, and the display's name, so it captures that one.
+        // The output settings apply from each start: 1× at 10 fps, then a scale that cannot be used
+        // gives way to 2× and says so.
+        m_defaults->setInteger(SettingsKey::outputScale, 1);
+        m_defaults->setString(SettingsKey::outputFrameRate, QStringLiteral("10"));
         m_rig->recorder->frames = FrameList(3, Frame{QImage(4, 2, QImage::Format_RGB32), 2});
         selectAndStart(QRectF(2000, 300, 640, 480), m_secondary);
-        const QString started = QStringLiteral("recorder.start 80,220 640x480 @15 max30");
-        QVERIFY2(m_rig->journal.has(started), qPrintable(m_rig->journal.entries.join('\n')));
+        QVERIFY2(m_rig->journal.has(QStringLiteral("recorder.start 80,220 640x480 @10 max30 x1")),
+                 qPrintable(m_rig->journal.entries.join('\n')));
+        QVERIFY(m_rig->journal.printed.isEmpty());
+        m_defaults->setInteger(SettingsKey::outputScale, 3);
+        const QString started = QStringLiteral("recorder.start 80,220 640x480 @10 max30 x2");
         QVERIFY(m_rig->journal.has(QStringLiteral("recorder.display right")));
         m_rig->toolbar->state.setElapsedSeconds(7);
         m_rig->journal.entries.clear();
 
         m_rig->toolbar->onRestart();
         QTRY_COMPARE(m_rig->journal.count(started), 1);
+        QCOMPARE(
+            m_rig->journal.printed,
+            QStringList{QStringLiteral("The setting outputScale (3) cannot be used; 2 is used instead")});
         QTRY_COMPARE(m_c->state(), CaptureState::recording);
         const auto& j = m_rig->journal;
         QVERIFY(j.at(QStringLiteral("recorder.stop")) < j.at(QStringLiteral("border.hide")));
@@ -383,6 +393,7 @@ private Q_SLOTS:
         QFile gif(m_rig->gifs.first());
         QVERIFY(gif.open(QIODevice::ReadOnly));
         QCOMPARE(gif.readAll(), QByteArray("GIF89a frames=3"));
+        QCOMPARE(m_rig->encoder->lastDelay, 1.0 / 10.0);
         QVERIFY(!m_rig->recorder->frameSink); // the recorder lets go of the session
     }
 

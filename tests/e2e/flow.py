@@ -552,12 +552,14 @@ class Flow:
         window = self.open_preferences(times=2)
         self.click(window[0] + window[2] - 62, window[1] + 50)  # the shortcut button
         self.xdotool("key", "ctrl+shift+r")
-        for field in ("AKIDEXAMPLE", "a secret"):
-            self.xdotool("key", "Tab")
+        # Past the two output choices to the credentials.
+        for tabs, field in ((3, "AKIDEXAMPLE"), (1, "a secret")):
+            self.xdotool("key", *["Tab"] * tabs)
             self.xdotool("type", field)
         self.xdotool("key", "Return")
         self.wait_for("the credentials in the keyring", lambda: [self.secret(key) for key in (
             "aws-access-key-id", "aws-secret-access-key")] == ["AKIDEXAMPLE", "a secret"])
+        self.shot("preferences-window")
         settings = (self.config / "Vantalo.conf").read_text()
         assert "hotkeyKeyCode=15\n" in settings and "hotkeyModifiers=1179648\n" in settings, settings
         self.close_preferences()

@@ -86,10 +86,11 @@ public:
                         double maxDurationSeconds, StartDone done) override
     {
         m_j.add(QStringLiteral("recorder.display ") + displayName);
-        m_j.add(QStringLiteral("recorder.start %1 @%2 max%3")
+        m_j.add(QStringLiteral("recorder.start %1 @%2 max%3 x%4")
                     .arg(rectText(region))
                     .arg(frameRate)
-                    .arg(maxDurationSeconds));
+                    .arg(maxDurationSeconds)
+                    .arg(outputScale));
         auto result = startFailure ? std::expected<void, Failure>(std::unexpected(*startFailure))
                                    : std::expected<void, Failure>();
         recording = !startFailure;

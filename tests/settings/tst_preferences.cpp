@@ -7,6 +7,7 @@
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/KeychainStore.h"
 #include "settings/MemorySecretStore.h"
+#include "settings/OutputPreferences.h"
 #include "settings/PreferencesWindow.h"
 #include "settings/QtKeychainSecretStore.h"
 #include "settings/SettingsKeys.h"
@@ -97,7 +98,7 @@ private Q_SLOTS:
         auto window = std::make_unique<PreferencesWindow>(defaults, keychain, notifier);
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        QCOMPARE(window->size(), QSize(420, 420));
+        QCOMPARE(window->size(), QSize(420, 500));
         QCOMPARE(window->bucketNameField()->text(), QStringLiteral("vantalo-uploads"));
         QCOMPARE(window->regionField()->text(), QStringLiteral("us-east-1"));
         QCOMPARE(window->cdnDomainField()->text(),
@@ -143,6 +144,14 @@ private Q_SLOTS:
             QCOMPARE(button->text(), QString::fromUtf8(label));
         }
         QCOMPARE(notifications.count(), recorded.size());
+
+        // Output: the defaults shown, each choice stored as picked.
+        QCOMPARE(window->outputScaleBox()->currentText(), QStringLiteral("Retina (2×)"));
+        QCOMPARE(window->outputFrameRateBox()->currentText(), QStringLiteral("15 fps"));
+        QVERIFY(!defaults.stringForKey(SettingsKey::outputScale));
+        window->outputScaleBox()->setCurrentText(QStringLiteral("Actual size (1×)"));
+        window->outputFrameRateBox()->setCurrentText(QStringLiteral("5 fps"));
+        QCOMPARE(readOutputPreferences(defaults).preferences, (OutputPreferences{1, 5}));
 
         // S3 fields are stored as they are typed; a cleared field stores the empty string.
         window->regionField()->selectAll();
@@ -201,6 +210,8 @@ private Q_SLOTS:
         QCOMPARE(again.accessKeyIdField()->text(), QStringLiteral("AKIDEXAMPLE"));
         QCOMPARE(again.bucketNameField()->text(), QString());
         QCOMPARE(again.recorderButton()->text(), QStringLiteral("Shift+Ctrl+R"));
+        QCOMPARE(again.outputScaleBox()->currentText(), QStringLiteral("Actual size (1×)"));
+        QCOMPARE(again.outputFrameRateBox()->currentText(), QStringLiteral("5 fps"));
     }
 
     void cleanup() { QFile::remove(iniPath()); }

@@ -1,0 +1,37 @@
+#include "OutputPreferences.h"
+
+#include "SettingsKeys.h"
+#include "UserDefaults.h"
+
+namespace vantalo {
+
+StoredOutputPreferences readOutputPreferences(const UserDefaults& defaults)
+{
+    StoredOutputPreferences stored;
+    OutputPreferences& out = stored.preferences;
+    const auto read = [&](const QString& key, auto usable, auto& field) {
+        const auto value = defaults.objectForKey(key);
+        if (!value) {
+            return;
+        }
+        const auto number = UserDefaults::integerValue(*value);
+        if (number && usable(*number)) {
+            field = static_cast<std::remove_reference_t<decltype(field)>>(*number);
+            return;
+        }
+        stored.problems.append(QStringLiteral("The setting %1 (%2) cannot be used; %3 is used instead")
+                                   .arg(key, value->toString())
+                                   .arg(field));
+    };
+    read(SettingsKey::outputScale, [](qint64 v) { return outputScales.contains(int(v)); }, out.scale);
+    read(SettingsKey::outputFrameRate, [](qint64 v) { return outputFrameRates.contains(int(v)); }, out.frameRate);
+    return stored;
+}
+
+void storeOutputPreferences(UserDefaults& defaults, const OutputPreferences& preferences)
+{
+    defaults.setInteger(SettingsKey::outputScale, preferences.scale);
+    defaults.setInteger(SettingsKey::outputFrameRate, preferences.frameRate);
+}
+
+} // namespace vantalo

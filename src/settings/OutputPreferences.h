@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+namespace vantalo {
+
+class UserDefaults;
+
+// How recordings are written, from the settings. The defaults are what Vantalo always did.
+struct OutputPreferences
+{
+    int scale = 2;      // 2: twice the region's points; 1: a pixel a point
+    int frameRate = 15; // 15, 10 or 5
+
+    friend bool operator==(const OutputPreferences&, const OutputPreferences&) = default;
+};
+
+// The choices Preferences offers for each.
+inline const QList<int> outputScales{2, 1};
+inline const QList<int> outputFrameRates{15, 10, 5};
+
+struct StoredOutputPreferences
+{
+    OutputPreferences preferences;
+    // One line for each stored value that could not be used (its default stands in for it).
+    QStringList problems;
+};
+
+// A value is used when it is one of the choices above; anything else reads as the default and
+// says so.
+StoredOutputPreferences readOutputPreferences(const UserDefaults& defaults);
+void storeOutputPreferences(UserDefaults& defaults, const OutputPreferences& preferences);
+
+} // namespace vantalo
