@@ -55,8 +55,8 @@ Request parseCommandLine(int& argc, char** argv)
         "Given a GIF, it writes it smaller and exits, without a display:\n"
         "  vantalo --fit 10MB IN.gif -o OUT.gif\n"
         "  vantalo --scale 1 --fps 10 --lossy 60 IN.gif -o OUT.gif"));
-    const QCommandLineOption help = parser.addHelpOption();
-    const QCommandLineOption version = parser.addVersionOption();
+    parser.addHelpOption();
+    parser.addVersionOption();
     const QCommandLineOption toggle(QStringLiteral("toggle"),
                                     QStringLiteral("Act as a press of the recording shortcut (starts Vantalo "
                                                    "first if it is not running)."));
@@ -82,12 +82,7 @@ Request parseCommandLine(int& argc, char** argv)
         std::fprintf(stderr, "vantalo: %s (see vantalo --help)\n", qPrintable(parser.errorText()));
         return Request{false, 2};
     }
-    if (parser.isSet(help)) {
-        parser.showHelp(0);
-    }
-    if (parser.isSet(version)) {
-        parser.showVersion();
-    }
+    parser.process(core); // --help, --help-all and --version print and exit
     const bool tool = !parser.positionalArguments().isEmpty() ||
                       std::ranges::any_of(QList{fit, scale, fps, lossy, output},
                                           [&parser](const QCommandLineOption& o) { return parser.isSet(o); });

@@ -23,8 +23,11 @@ StoredOutputPreferences readOutputPreferences(const UserDefaults& defaults)
                                    .arg(key, value->toString())
                                    .arg(field));
     };
-    read(SettingsKey::outputScale, [](qint64 v) { return outputScales.contains(int(v)); }, out.scale);
-    read(SettingsKey::outputFrameRate, [](qint64 v) { return outputFrameRates.contains(int(v)); }, out.frameRate);
+    read(
+        SettingsKey::outputScale, [](qint64 v) { return outputScales.contains(int(v)); }, out.scale);
+    read(
+        SettingsKey::outputFrameRate, [](qint64 v) { return outputFrameRates.contains(int(v)); },
+        out.frameRate);
     return stored;
 }
 
