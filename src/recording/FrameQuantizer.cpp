@@ -268,20 +268,27 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
         m_scale = scale;
     }
     // The pixels shown too far from their colour must be sent, and the frame covers them; the
-    // others are left transparent (the coder may still write a colour close enough there).
+    // others are left transparent (the coder may still write a colour close enough there). A
+    // pixel whose colour has not changed since the last frame keeps what is shown: it was as
+    // close to that same colour then (a quantised frame's pixels stay as their palette showed them).
     const int width = source.width();
     const int height = source.height();
     std::vector<quint8> send(size_t(width) * size_t(height), first ? 1 : 0);
     QRect area = source.rect();
+    // Content of more than 256 colours (a photograph, a gradient) changes a little everywhere, and
+    // its palette is chosen anew each frame: there only unchanged pixels are left, and each frame is
+    // compressed losslessly (lossy strings only made it larger and blotchy).
     if (!first) {
         int top = height, bottom = -1, left = width, right = -1;
         for (int y = 0; y < height; ++y) {
             const auto* row = reinterpret_cast<const QRgb*>(source.constScanLine(y));
             const auto* shown = reinterpret_cast<const QRgb*>(m_canvas.constScanLine(y));
+            const auto* before = reinterpret_cast<const QRgb*>(m_previous.constScanLine(y));
             quint8* line = send.data() + size_t(y) * size_t(width);
             for (int x = 0; x < width; ++x) {
                 const QRgb colour = row[x] | 0xff000000;
-                if (shown[x] == colour || perceptualDistanceSquared(shown[x], colour) <= m_limit) {
+                if ((before[x] | 0xff000000) == colour ||
+                    (!m_quantised && perceptualDistanceSquared(shown[x], colour) <= m_limit)) {
                     continue;
                 }
                 line[x] = 1;
@@ -291,11 +298,13 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
                 right = std::max(right, x);
             }
         }
+        m_previous = source;
         if (bottom < 0) {
             return unchangedFrame();
         }
         area = QRect(QPoint(left, top), QPoint(right, bottom));
     }
+    m_previous = source;
 
     const size_t count = size_t(area.width()) * size_t(area.height());
     std::vector<QRgb> pixels(count);
@@ -314,8 +323,10 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
         }
     }
     Indexed indexed;
-    if (auto exact = exactPalette(pixels)) {
-        indexed = std::move(*exact);
+    auto fewColours = exactPalette(pixels);
+    m_quantised = !fewColours;
+    if (fewColours) {
+        indexed = std::move(*fewColours);
     } else {
         indexed = quantize(pixels, area.width(), area.height(), hasTransparency, m_settings);
     }
@@ -350,8 +361,9 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
     out.transparentIndex = indexed.transparentIndex;
     out.minCodeSize = std::max(2, colorTableBits(indexed.palette.size()));
     std::vector<quint8> written;
-    out.compressed = lzwCompressLossy(LossyPixels{indexed.indices, target, clearOk, area.width(), scale},
-                                      out.palette, out.transparentIndex, out.minCodeSize, m_limit, written);
+    out.compressed =
+        lzwCompressLossy(LossyPixels{indexed.indices, target, clearOk, area.width(), scale}, out.palette,
+                         out.transparentIndex, out.minCodeSize, m_quantised ? 0 : m_limit, written);
     // A longer match is not always a smaller file: the lossless stream is kept where it is smaller.
     std::vector<quint8> exact = scaledIndices(indexed.indices, area.width(), area.height(), scale);
     if (QByteArray lossless = lzwCompress(exact, out.minCodeSize); lossless.size() <= out.compressed.size()) {

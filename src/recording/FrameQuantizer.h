@@ -57,7 +57,9 @@ public:
 private:
     QuantizerSettings m_settings;
     int m_limit;
-    QImage m_canvas; // as shown after the last frame, at the captured size
+    QImage m_canvas;          // as shown after the last frame, at the captured size
+    QImage m_previous;        // the last frame's own pixels
+    bool m_quantised = false; // the last frame had more than 256 colours
     int m_scale = 1;
 };
 

@@ -253,6 +253,17 @@ public:
     }
 
 private:
+    // The index lossless compression writes at `at`.
+    quint8 wanted(size_t at) const
+    {
+        if ((at / m_width) % m_scale != 0) {
+            return shown(at - m_width);
+        }
+        if ((at % m_width) % m_scale != 0) {
+            return shown(at - 1);
+        }
+        return m_pixels.wanted[source(at)];
+    }
     size_t source(size_t at) const
     {
         return (at / m_width / m_scale) * size_t(m_pixels.width) + (at % m_width) / m_scale;
@@ -292,15 +303,19 @@ private:
         if (at >= m_count || length >= 4096) {
             return;
         }
-        for (quint16 child = m_table.firstChild(node); child != BranchingTable::none && m_budget > 0;
-             child = m_table.sibling(child)) {
-            const quint8 index = m_table.next(child);
-            if (cost(index, at) < 0) {
-                continue;
+        // The exact pixel first: the longest plain match is never missed for the budget.
+        for (const bool exact : {true, false}) {
+            for (quint16 child = m_table.firstChild(node); child != BranchingTable::none && m_budget > 0;
+                 child = m_table.sibling(child)) {
+                const quint8 index = m_table.next(child);
+                const int off = cost(index, at);
+                if (off < 0 || (off == 0 && index == wanted(at)) != exact) {
+                    continue;
+                }
+                --m_budget;
+                m_path[length] = index;
+                visit(child, length + 1);
             }
-            --m_budget;
-            m_path[length] = index;
-            visit(child, length + 1);
         }
     }
 
