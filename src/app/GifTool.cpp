@@ -56,6 +56,13 @@ private:
     int m_shown = -1;
 };
 
+RecodeControl withProgress(ProgressLine& line)
+{
+    RecodeControl control;
+    control.progress = std::ref(line);
+    return control;
+}
+
 } // namespace
 
 std::optional<qint64> parseByteSize(const QString& text)
@@ -112,7 +119,7 @@ int runGifTool(const GifToolRequest& request)
         std::optional<ProgressLine> progress(
             std::in_place,
             QStringLiteral("Fitting %1 under %2").arg(input, fileSizeLabel(*budget, QLocale::c())));
-        const auto fit = fitGif(input, *budget, request.output, std::ref(*progress));
+        const auto fit = fitGif(input, *budget, request.output, withProgress(*progress));
         progress.reset();
         if (!fit) {
             printError(fit.error().failure.description);
@@ -152,7 +159,7 @@ int runGifTool(const GifToolRequest& request)
         settings.*lever.field = *value;
     }
     std::optional<ProgressLine> progress(std::in_place, QStringLiteral("Writing %1").arg(output));
-    const auto written = recodeGifFile(input, request.output, settings, std::ref(*progress));
+    const auto written = recodeGifFile(input, request.output, settings, withProgress(*progress));
     progress.reset();
     if (!written) {
         printError(written.error().description);

@@ -105,18 +105,22 @@ struct Picked
     double progress = 0.0; // how far through the source
 };
 
-// The source's frames that the output keeps, each at the time it is first shown.
+// The source's frames that the output keeps, each at the time it is first shown. Frames are
+// sampled on the source's own timeline, so a span keeps the frames the whole GIF would.
 class FramePicker
 {
 public:
-    FramePicker(std::unique_ptr<GifReader> reader, const OutputSettings& settings)
-        : m_reader(std::move(reader)), m_settings(settings)
+    FramePicker(std::unique_ptr<GifReader> reader, const OutputSettings& settings, FrameSpan span)
+        : m_reader(std::move(reader)), m_settings(settings), m_span(span)
     {
     }
 
     std::expected<std::optional<Picked>, Failure> next()
     {
         for (;;) {
+            if (m_span.end >= 0 && m_reader->framesRead() >= m_span.end) {
+                return std::nullopt;
+            }
             const auto read = m_reader->readFrame();
             if (!read) {
                 return std::unexpected(read.error());
@@ -124,30 +128,43 @@ public:
             if (!*read) {
                 return std::nullopt;
             }
+            const int index = m_reader->framesRead() - 1;
             const qint64 start = m_time;
             m_time += m_reader->delay();
+            if (index < m_span.first) {
+                m_spanStart = m_time;
+                continue;
+            }
             // The frame is kept if it is on screen at one of the output's sample times.
             while (sampleTime(m_sample) < start) {
                 ++m_sample;
             }
-            const bool first = m_reader->framesRead() == 1;
-            if (first || (m_reader->changed() && sampleTime(m_sample) < m_time)) {
-                return Picked{outputFrame(m_reader->picture(), m_settings.scale), start,
-                              m_reader->progress()};
+            if (index == m_span.first || (m_reader->changed() && sampleTime(m_sample) < m_time)) {
+                return Picked{outputFrame(m_reader->picture(), m_settings.scale), start - m_spanStart,
+                              progress(index)};
             }
         }
     }
-    qint64 totalTime() const { return m_time; }
+    qint64 totalTime() const { return m_time - m_spanStart; }
 
 private:
     qint64 sampleTime(qint64 k) const
     {
         return std::llround(double(k) * 100.0 / std::max(1, m_settings.frameRate));
     }
+    double progress(int index) const
+    {
+        if (m_span.end > m_span.first) {
+            return double(index + 1 - m_span.first) / double(m_span.end - m_span.first);
+        }
+        return m_reader->progress();
+    }
 
     std::unique_ptr<GifReader> m_reader;
     OutputSettings m_settings;
+    FrameSpan m_span;
     qint64 m_time = 0;
+    qint64 m_spanStart = 0;
     qint64 m_sample = 0;
 };
 
@@ -204,13 +221,13 @@ private:
 
 std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice& output,
                                                const OutputSettings& settings, qint64 byteLimit,
-                                               const RecodeProgress& progress)
+                                               const RecodeControl& control)
 {
     auto reader = GifReader::open(source);
     if (!reader) {
         return std::unexpected(reader.error());
     }
-    FramePicker picker(std::move(*reader), settings);
+    FramePicker picker(std::move(*reader), settings, control.frames);
     StreamWriter writer(output, byteLimit);
     QuantizerSettings quantizer;
     CanvasEncoder lossy(quantizer, settings.lossy);
@@ -227,6 +244,9 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
         }
         if (!*picked) {
             break;
+        }
+        if (control.stop.stop_requested()) {
+            return std::unexpected(Failure{cancelledText});
         }
         upcoming = QtConcurrent::run([&picker] { return picker.next(); });
         const Frame& frame = (*picked)->frame;
@@ -257,9 +277,13 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
             result.overLimit = true;
             return result;
         }
-        if (progress) {
-            progress((*picked)->progress);
+        if (control.progress) {
+            control.progress((*picked)->progress);
         }
+    }
+    if (result.frames == 0) {
+        return std::unexpected(
+            Failure{QStringLiteral("%1 has no frames to keep").arg(QDir::toNativeSeparators(source))});
     }
     if (auto written = writer.finish(picker.totalTime()); !written) {
         return std::unexpected(written.error());
@@ -306,13 +330,13 @@ std::expected<void, Failure> replaceWith(QTemporaryFile& file, const QString& ta
 
 std::expected<RecodeResult, Failure> recodeGifFile(const QString& source, const QString& target,
                                                    const OutputSettings& settings,
-                                                   const RecodeProgress& progress)
+                                                   const RecodeControl& control)
 {
     auto file = temporaryBeside(target);
     if (!file) {
         return std::unexpected(file.error());
     }
-    auto result = recodeGif(source, **file, settings, -1, progress);
+    auto result = recodeGif(source, **file, settings, -1, control);
     if (!result) {
         return result;
     }
@@ -341,7 +365,7 @@ QList<OutputSettings> fitLadder(bool pixelDoubled)
 }
 
 std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget, const QString& target,
-                                            const RecodeProgress& progress)
+                                            const RecodeControl& control)
 {
     const auto fail = [](const Failure& failure) {
         return std::unexpected(FitFailure{failure, std::nullopt});
@@ -356,7 +380,7 @@ std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget
         const auto first = (*reader)->readFrame();
         return first && *first && isPixelDoubled((*reader)->picture());
     }();
-    if (sourceBytes <= budget) {
+    if (sourceBytes <= budget && control.frames.whole()) {
         for (;;) {
             const auto read = (*reader)->readFrame();
             if (!read) {
@@ -400,12 +424,15 @@ std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget
             return out;
         }
         const bool last = index == ladder.size() - 1;
-        out.result = recodeGif(source, **file, ladder[index], last ? -1 : budget, [&](double fraction) {
-            const std::lock_guard lock(progressMutex);
-            if (progress) {
-                progress(std::min(1.0, (round + fraction) / 3.0));
-            }
-        });
+        RecodeControl each{control.frames,
+                           [&](double fraction) {
+                               const std::lock_guard lock(progressMutex);
+                               if (control.progress) {
+                                   control.progress(std::min(1.0, (round + fraction) / 3.0));
+                               }
+                           },
+                           control.stop};
+        out.result = recodeGif(source, **file, ladder[index], last ? -1 : budget, each);
         out.file = std::move(*file);
         return out;
     };
@@ -474,8 +501,8 @@ std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget
     if (auto replaced = replaceWith(*best, target); !replaced) {
         return fail(replaced.error());
     }
-    if (progress) {
-        progress(1.0);
+    if (control.progress) {
+        control.progress(1.0);
     }
     return fit;
 }

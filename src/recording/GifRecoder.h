@@ -8,6 +8,7 @@
 #include <expected>
 #include <functional>
 #include <optional>
+#include <stop_token>
 
 namespace vantalo {
 
@@ -25,6 +26,27 @@ struct OutputSettings
 
 // Fraction done, 0 to 1.
 using RecodeProgress = std::function<void(double)>;
+
+// The source's frames kept, by index: [first, end), the rest left out. The first kept frame is
+// shown at 0, and the last keeps its own delay.
+struct FrameSpan
+{
+    int first = 0;
+    int end = -1; // -1: to the last frame
+
+    bool whole() const { return first == 0 && end < 0; }
+    friend bool operator==(const FrameSpan&, const FrameSpan&) = default;
+};
+
+// What a long encode is given besides its settings.
+struct RecodeControl
+{
+    FrameSpan frames;
+    RecodeProgress progress;
+    // Asks the encode to give up: it then fails with `cancelledText`, and writes nothing.
+    std::stop_token stop;
+};
+inline const QString cancelledText = QStringLiteral("Cancelled");
 
 struct RecodeResult
 {
@@ -44,12 +66,12 @@ struct RecodeResult
 // With `byteLimit` ≥ 0 the writing stops once the output is larger.
 std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice& output,
                                                const OutputSettings& settings, qint64 byteLimit = -1,
-                                               const RecodeProgress& progress = {});
+                                               const RecodeControl& control = {});
 
 // The same into the file `target`, which is replaced only once the whole GIF is written.
 std::expected<RecodeResult, Failure> recodeGifFile(const QString& source, const QString& target,
                                                    const OutputSettings& settings,
-                                                   const RecodeProgress& progress = {});
+                                                   const RecodeControl& control = {});
 
 struct FitResult
 {
@@ -64,10 +86,11 @@ struct FitFailure
     std::optional<qint64> smallest; // when nothing fits: the size of the smallest GIF made
 };
 
-// Writes `source` to `target` with the settings of best quality whose GIF is at most `budget`
-// bytes. Fails, writing nothing, when even the smallest settings do not fit.
+// Writes `source` (its frames in `control.frames`) to `target` with the settings of best quality
+// whose GIF is at most `budget` bytes. Fails, writing nothing, when even the smallest settings do
+// not fit.
 std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget, const QString& target,
-                                            const RecodeProgress& progress = {});
+                                            const RecodeControl& control = {});
 
 // The settings `fitGif` tries, best first. A GIF of pixel doubles loses nothing at 1×, so for
 // one no 2× step but the first costs more than that.

@@ -193,6 +193,25 @@ private Q_SLOTS:
             }
         }
         QVERIFY(lossyDistanceSquared(0) == 0 && lossyDistanceSquared(40) < lossyDistanceSquared(100));
+
+        // A span keeps exactly its frames and their delays, the first starting at 0, also when
+        // it starts on a frame the whole GIF's sampling would not begin with.
+        for (const FrameSpan span : {FrameSpan{5, 20}, FrameSpan{1, 2}, FrameSpan{29, -1}}) {
+            RecodeControl control;
+            control.frames = span;
+            const QString target = m_dir.filePath(QStringLiteral("span.gif"));
+            QVERIFY(recodeGifFile(source, target, OutputSettings{}, control));
+            const auto read = testing::readWithEveryReader(readFile(target));
+            QVERIFY(read);
+            const int end = span.end < 0 ? 30 : span.end;
+            QCOMPARE(read->frames.size(), end - span.first);
+            QCOMPARE(read->delays, original->delays.mid(span.first, end - span.first));
+            QCOMPARE(read->frames.first().convertToFormat(QImage::Format_RGB32),
+                     original->frames[span.first].convertToFormat(QImage::Format_RGB32));
+        }
+        RecodeControl beyond;
+        beyond.frames = {30, -1};
+        QVERIFY(!recodeGifFile(source, m_dir.filePath(QStringLiteral("span.gif")), OutputSettings{}, beyond));
     }
 
     // Other tools' GIFs (a global palette, interlacing, frames cleared and restored) come out as Qt
@@ -260,6 +279,13 @@ private Q_SLOTS:
         QVERIFY2(impossible.error().failure.description.contains(QStringLiteral("500 bytes")),
                  qPrintable(impossible.error().failure.description));
         QVERIFY(!QFile::exists(target));
+        // A fit asked to stop gives up and writes nothing.
+        std::stop_source stop;
+        stop.request_stop();
+        RecodeControl cancelled;
+        cancelled.stop = stop.get_token();
+        const auto given = fitGif(source, sourceBytes / 3, target, cancelled);
+        QVERIFY(!given && given.error().failure.description == cancelledText && !QFile::exists(target));
 
         const qint64 smallest = *impossible.error().smallest;
         qint64 previous = sourceBytes + 1;
