@@ -2,6 +2,7 @@
 
 #include "hotkey/ShortcutLabel.h"
 #include "settings/HotkeySettingsNotifier.h"
+#include "settings/OutputPreferences.h"
 #include "settings/PreferencesWindow.h"
 #include "settings/ShortcutSettings.h"
 
@@ -243,10 +244,16 @@ void AppDelegate::handleGifCreated(const QString& gifPath)
     auto item = m_services.historyStore.addGif(gifPath);
     if (item) {
         m_previewPanelController->show(m_services.historyStore.filePath(*item), item->id);
-        return;
+    } else {
+        m_services.print(QStringLiteral("Failed to save GIF to history: ") + item.error().description);
+        m_previewPanelController->show(gifPath, std::nullopt);
     }
-    m_services.print(QStringLiteral("Failed to save GIF to history: ") + item.error().description);
-    m_previewPanelController->show(gifPath, std::nullopt);
+    // The size every recording is fitted under, if one is set (a value that cannot be used was
+    // reported when the recording started).
+    if (const qint64 budget = readOutputPreferences(m_services.defaults).preferences.fitUnderBytes;
+        budget > 0) {
+        m_previewPanelController->fitShownReplacing(budget);
+    }
 }
 
 void AppDelegate::showShortcutUnavailableAlert()

@@ -185,6 +185,7 @@ int main(int argc, char** argv)
         .scheduler = std::make_unique<TimerScheduler>(),
         .compositing = compositing,
         .openUrl = {},
+        .openTrim = {},
         .print = print,
     };
     auto previewPanel = std::make_unique<PreviewPanelController>(std::move(panelServices));

@@ -8,6 +8,12 @@ QString fileSizeLabel(qint64 bytes, const QLocale& locale)
     return locale.formattedDataSize(bytes, decimals, QLocale::DataSizeSIFormat);
 }
 
+QString budgetLabel(qint64 bytes, const QLocale& locale)
+{
+    const int decimals = (bytes >= 1000 * 1000 ? bytes % (1000 * 1000) : bytes % 1000) == 0 ? 0 : 1;
+    return locale.formattedDataSize(bytes, decimals, QLocale::DataSizeSIFormat);
+}
+
 QString dateTimeLabel(const QDateTime& time, const QLocale& locale)
 {
     const QDateTime local = time.toLocalTime();

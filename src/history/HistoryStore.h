@@ -30,6 +30,9 @@ public:
     virtual ~PreviewPresenter() = default;
     virtual void show(const QString& gifPath, const std::optional<QUuid>& historyItemId) = 0;
     virtual void dismiss() = 0;
+    // Fits the GIF shown under `budget` bytes, in the panel, and keeps only the result; one that
+    // cannot fit is kept as it is, and the panel says so.
+    virtual void fitShownReplacing(qint64 budget) = 0;
 };
 
 // The window of kept GIFs.

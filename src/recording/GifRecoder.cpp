@@ -29,6 +29,17 @@ QString OutputSettings::label() const
     return text;
 }
 
+const QList<FitPreset>& fitPresets()
+{
+    static const QList<FitPreset> presets{
+        {QStringLiteral("Under 10 MB (GitHub, Discord)"), 10'000'000},
+        {QStringLiteral("Under 15 MB (X)"), 15'000'000},
+        {QStringLiteral("Under 5 MB"), 5'000'000},
+        {QStringLiteral("Under 1 MB"), 1'000'000},
+    };
+    return presets;
+}
+
 namespace {
 
 bool isPixelDoubled(const QImage& picture)
@@ -380,6 +391,9 @@ std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget
         const auto first = (*reader)->readFrame();
         return first && *first && isPixelDoubled((*reader)->picture());
     }();
+    if (control.stop.stop_requested()) {
+        return fail(Failure{cancelledText});
+    }
     if (sourceBytes <= budget && control.frames.whole()) {
         for (;;) {
             const auto read = (*reader)->readFrame();

@@ -92,6 +92,15 @@ struct FitFailure
 std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget, const QString& target,
                                             const RecodeControl& control = {});
 
+// The sizes a GIF is fitted under, named after where each is needed ("Under 10 MB (GitHub,
+// Discord)").
+struct FitPreset
+{
+    QString label;
+    qint64 bytes = 0;
+};
+const QList<FitPreset>& fitPresets();
+
 // The settings `fitGif` tries, best first. A GIF of pixel doubles loses nothing at 1×, so for
 // one no 2× step but the first costs more than that.
 QList<OutputSettings> fitLadder(bool pixelDoubled);

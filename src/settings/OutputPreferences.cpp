@@ -28,6 +28,9 @@ StoredOutputPreferences readOutputPreferences(const UserDefaults& defaults)
     read(
         SettingsKey::outputFrameRate, [](qint64 v) { return outputFrameRates.contains(int(v)); },
         out.frameRate);
+    read(
+        SettingsKey::fitUnderBytes, [](qint64 v) { return v == 0 || v >= minimumFitBudget; },
+        out.fitUnderBytes);
     return stored;
 }
 
@@ -35,6 +38,7 @@ void storeOutputPreferences(UserDefaults& defaults, const OutputPreferences& pre
 {
     defaults.setInteger(SettingsKey::outputScale, preferences.scale);
     defaults.setInteger(SettingsKey::outputFrameRate, preferences.frameRate);
+    defaults.setInteger(SettingsKey::fitUnderBytes, preferences.fitUnderBytes);
 }
 
 } // namespace vantalo

@@ -11,8 +11,9 @@ class UserDefaults;
 // How recordings are written, from the settings. The defaults are what Vantalo always did.
 struct OutputPreferences
 {
-    int scale = 2;      // 2: twice the region's points; 1: a pixel a point
-    int frameRate = 15; // 15, 10 or 5
+    int scale = 2;            // 2: twice the region's points; 1: a pixel a point
+    int frameRate = 15;       // 15, 10 or 5
+    qint64 fitUnderBytes = 0; // 0: off; else every recording is fitted under this many bytes
 
     friend bool operator==(const OutputPreferences&, const OutputPreferences&) = default;
 };
@@ -20,6 +21,8 @@ struct OutputPreferences
 // The choices Preferences offers for each.
 inline const QList<int> outputScales{2, 1};
 inline const QList<int> outputFrameRates{15, 10, 5};
+// The smallest size a recording can be fitted under: below it, no GIF worth having fits.
+inline constexpr qint64 minimumFitBudget = 1000;
 
 struct StoredOutputPreferences
 {

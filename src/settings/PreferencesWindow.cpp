@@ -6,6 +6,8 @@
 #include "SettingsKeys.h"
 #include "ShortcutSettings.h"
 #include "UserDefaults.h"
+#include "common/Formatting.h"
+#include "recording/GifRecoder.h"
 
 #include <QComboBox>
 #include <QFormLayout>
@@ -36,7 +38,7 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
       m_defaults(defaults), m_keychain(keychain), m_hotkeySettings(hotkeySettings)
 {
     setWindowTitle(title);
-    setFixedSize(420, 500);
+    setFixedSize(420, 530);
     setModal(false);
 
     auto* layout = new QVBoxLayout(this);
@@ -64,17 +66,30 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     for (const int rate : outputFrameRates) {
         m_outputFrameRate->addItem(QStringLiteral("%1 fps").arg(rate), rate);
     }
-    const auto bindChoice = [this](QComboBox* box, int value) {
+    m_fitUnder = new QComboBox(outputBox);
+    m_fitUnder->addItem(QStringLiteral("Off"), qint64(0));
+    for (const FitPreset& preset : fitPresets()) {
+        m_fitUnder->addItem(preset.label, preset.bytes);
+    }
+    if (m_fitUnder->findData(current.fitUnderBytes) < 0) {
+        // A size set in the settings file is offered as it is.
+        m_fitUnder->addItem(QStringLiteral("Under %1").arg(budgetLabel(current.fitUnderBytes)),
+                            current.fitUnderBytes);
+    }
+    const auto bindChoice = [this](QComboBox* box, qint64 value) {
         box->setCurrentIndex(box->findData(value));
         connect(box, &QComboBox::currentIndexChanged, this, [this] {
             storeOutputPreferences(m_defaults, OutputPreferences{m_outputScale->currentData().toInt(),
-                                                                 m_outputFrameRate->currentData().toInt()});
+                                                                 m_outputFrameRate->currentData().toInt(),
+                                                                 m_fitUnder->currentData().toLongLong()});
         });
     };
     bindChoice(m_outputScale, current.scale);
     bindChoice(m_outputFrameRate, current.frameRate);
+    bindChoice(m_fitUnder, current.fitUnderBytes);
     output->addRow(QStringLiteral("Size"), m_outputScale);
     output->addRow(QStringLiteral("Frame Rate"), m_outputFrameRate);
+    output->addRow(QStringLiteral("Fit Each Recording"), m_fitUnder);
     layout->addWidget(outputBox);
 
     auto* credentialsBox = new QGroupBox(QStringLiteral("AWS Credentials"), this);

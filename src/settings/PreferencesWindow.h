@@ -40,6 +40,7 @@ public:
     QPushButton* saveButton() const { return m_save; }
     QComboBox* outputScaleBox() const { return m_outputScale; }
     QComboBox* outputFrameRateBox() const { return m_outputFrameRate; }
+    QComboBox* fitUnderBox() const { return m_fitUnder; }
 
     void save();
     bool hasUnsavedCredentials() const;
@@ -67,6 +68,7 @@ private:
     QLineEdit* m_endpoint;
     QComboBox* m_outputScale;
     QComboBox* m_outputFrameRate;
+    QComboBox* m_fitUnder;
     QLabel* m_saved;
     QPushButton* m_save;
     bool m_showSaved = false;

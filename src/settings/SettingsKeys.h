@@ -16,6 +16,8 @@ inline const QString screenCastRestoreToken = QStringLiteral("screenCastRestoreT
 // How recordings are written: 2 or 1 output pixels a point; 15, 10 or 5 frames a second.
 inline const QString outputScale = QStringLiteral("outputScale");
 inline const QString outputFrameRate = QStringLiteral("outputFrameRate");
+// 0, or the bytes every recording is fitted under right after it stops.
+inline const QString fitUnderBytes = QStringLiteral("fitUnderBytes");
 
 inline const QString defaultBucketName = QStringLiteral("vantalo-uploads");
 inline const QString defaultRegion = QStringLiteral("us-east-1");

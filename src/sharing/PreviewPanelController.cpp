@@ -28,6 +28,9 @@ PreviewPanelController::PreviewPanelController(PreviewPanelServices services, QO
 PreviewPanelController::~PreviewPanelController()
 {
     cancelAutoDismissTimer();
+    if (m_noticeTimer) {
+        m_services.scheduler->cancel(*m_noticeTimer);
+    }
     delete m_panel.data();
 }
 
@@ -50,6 +53,7 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
 {
     dismiss();
     m_currentHistoryItemID = historyItemID;
+    m_currentPath = gifPath;
     const QString fileSize = fileSizeText(gifPath);
     m_panelState = std::make_shared<PreviewPanelState>();
 
@@ -75,6 +79,13 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
     view->onDelete = bind([gifPath](PreviewPanelController& c) { c.deleteGIF(gifPath); });
     view->onOpenInApp = bind([gifPath](PreviewPanelController& c) { c.openInDefaultApp(gifPath); });
     view->onClose = bind([](PreviewPanelController& c) { c.dismiss(); });
+    view->onFit = bind([gifPath](PreviewPanelController& c, qint64 budget) { c.fitUnder(gifPath, budget); });
+    view->onCancelWork = bind([](PreviewPanelController& c) { c.cancelWork(); });
+    view->onTrim = bind([gifPath, historyItemID](PreviewPanelController& c) {
+        if (c.m_services.openTrim) {
+            c.m_services.openTrim(gifPath, historyItemID);
+        }
+    });
     // The panel stays while its GIF is being dragged out; its minute starts again at the drop.
     view->onDragging = bind([](PreviewPanelController& c, bool dragging) {
         if (dragging) {
@@ -108,6 +119,8 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
 void PreviewPanelController::dismiss()
 {
     cancelAutoDismissTimer();
+    // A fit belongs to the panel it runs in.
+    m_job.reset();
     if (!m_panel) {
         return;
     }
@@ -247,6 +260,88 @@ void PreviewPanelController::deleteGIF(const QString& gifPath)
 void PreviewPanelController::openInDefaultApp(const QString& gifPath)
 {
     m_services.openUrl(QUrl::fromLocalFile(gifPath));
+}
+
+void PreviewPanelController::fitShownReplacing(qint64 budget)
+{
+    if (m_panel) {
+        fitUnder(m_currentPath, budget, true);
+    }
+}
+
+void PreviewPanelController::fitUnder(const QString& gifPath, qint64 budget, bool replacing)
+{
+    if (m_job) {
+        return; // one at a time; the row shows the one running
+    }
+    cancelAutoDismissTimer();
+    m_job = GifJob::fit(gifPath, budget);
+    const std::shared_ptr<PreviewPanelState> state = m_panelState;
+    state->setNotice({});
+    state->setWork(m_job->title());
+    connect(m_job.get(), &GifJob::progressed, this,
+            [state](double fraction) { state->setWorkProgress(fraction); });
+    connect(m_job.get(), &GifJob::finished, this,
+            [this, state, fitted = m_currentHistoryItemID, replacing](const GifJobOutcome& outcome) {
+                state->setWork({});
+                // Deleted once this signal has returned.
+                m_job.release()->deleteLater();
+                finishFit(outcome, fitted, replacing);
+            });
+}
+
+void PreviewPanelController::cancelWork()
+{
+    if (m_job) {
+        m_job->cancel();
+    }
+}
+
+void PreviewPanelController::finishFit(const GifJobOutcome& outcome, const std::optional<QUuid>& fitted,
+                                       bool replacing)
+{
+    using Kind = GifJobOutcome::Kind;
+    if (outcome.kind != Kind::made) {
+        if (outcome.kind == Kind::failed) {
+            m_services.print(QStringLiteral("Fit error: ") + outcome.message);
+            showNotice(QStringLiteral("Can't fit this GIF"));
+        } else if (!outcome.message.isEmpty()) {
+            showNotice(outcome.message);
+        }
+        resetAutoDismissTimer();
+        return;
+    }
+    auto item = m_services.historyStore.addGif(outcome.path);
+    if (!item) {
+        m_services.print(QStringLiteral("Failed to save GIF to history: ") + item.error().description);
+        show(outcome.path, std::nullopt);
+        return;
+    }
+    if (replacing && fitted) {
+        for (const GifHistoryItem& kept : m_services.historyStore.loadItems()) {
+            if (kept.id == *fitted) {
+                m_services.historyStore.deleteItem(kept);
+                break;
+            }
+        }
+    }
+    show(m_services.historyStore.filePath(*item), item->id);
+}
+
+void PreviewPanelController::showNotice(const QString& notice)
+{
+    if (m_noticeTimer) {
+        m_services.scheduler->cancel(*m_noticeTimer);
+    }
+    const std::shared_ptr<PreviewPanelState> state = m_panelState;
+    state->setNotice(notice);
+    const QPointer<PreviewPanelController> self(this);
+    m_noticeTimer = m_services.scheduler->schedule(noticeInterval, [self, state] {
+        state->setNotice({});
+        if (self) {
+            self->m_noticeTimer.reset();
+        }
+    });
 }
 
 void PreviewPanelController::showFeedback(const QString& message)

@@ -6,6 +6,7 @@
 #include "Uploader.h"
 #include "common/Console.h"
 #include "common/Scheduler.h"
+#include "history/GifJob.h"
 #include "history/HistoryStore.h"
 
 #include <QObject>
@@ -35,12 +36,14 @@ struct PreviewPanelServices
     std::function<bool()> compositing = [] { return true; };
     // Opens a file in its default application.
     std::function<void(const QUrl&)> openUrl;
+    // Opens the trim window for a GIF (and its history item).
+    std::function<void(const QString& gifPath, const std::optional<QUuid>& historyItemID)> openTrim;
     LinePrinter print = stdoutPrinter();
 };
 
 // The floating panel for a finished or chosen GIF, at the bottom-right corner of the primary
-// screen: plays it, and offers upload, copy, delete and open. It closes itself a minute after it
-// was shown or after the last upload or copy.
+// screen: plays it, and offers upload, copy, fit, delete and open. It closes itself a minute after
+// it was shown or after the last upload, copy or fit; never while a fit runs.
 class PreviewPanelController : public QObject, public PreviewPresenter
 {
     Q_OBJECT
@@ -55,6 +58,7 @@ public:
 
     void show(const QString& gifPath, const std::optional<QUuid>& historyItemID) override;
     void dismiss() override;
+    void fitShownReplacing(qint64 budget) override;
 
     // The panel's frame, y-up: `inset` points in from the bottom-right of the usable area.
     static QRectF panelFrame(const QSizeF& size, const QRectF& visibleFrame);
@@ -72,11 +76,20 @@ public:
     void copyUploadedURL();
     void deleteGIF(const QString& gifPath);
     void openInDefaultApp(const QString& gifPath);
+    // Fits the GIF under `budget` into a new history entry, shown once made. With `replacing`, the
+    // entry fitted is deleted once the new one is kept.
+    void fitUnder(const QString& gifPath, qint64 budget, bool replacing = false);
+    void cancelWork();
+    GifJob* runningJob() const { return m_job.get(); }
+
+    static constexpr std::chrono::milliseconds noticeInterval{6000};
 
 private:
     void resetAutoDismissTimer();
     void cancelAutoDismissTimer();
     void showFeedback(const QString& message);
+    void showNotice(const QString& notice);
+    void finishFit(const GifJobOutcome& outcome, const std::optional<QUuid>& fitted, bool replacing);
     void finishUpload(const std::shared_ptr<PreviewPanelState>& state,
                       const std::optional<QUuid>& historyItemID, const UploadOutcome& outcome);
 
@@ -87,6 +100,9 @@ private:
     std::shared_ptr<PreviewPanelState> m_panelState;
     ClipboardManager m_clipboardManager;
     std::optional<QUuid> m_currentHistoryItemID;
+    QString m_currentPath;
+    std::unique_ptr<GifJob> m_job;
+    std::optional<Scheduler::TaskId> m_noticeTimer;
 };
 
 } // namespace vantalo

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QObject>
+#include <QString>
 #include <QUrl>
 
 #include <optional>
@@ -8,7 +9,9 @@
 namespace vantalo {
 
 // What the action row of one preview panel shows. An upload keeps the state of the panel it was
-// started from, also after that panel is gone.
+// started from, also after that panel is gone. A fit or a save of the panel's GIF shows its own
+// progress (with Cancel) in place of the actions, and a notice (what it could not do) stands there
+// for a while after.
 class PreviewPanelState : public QObject
 {
     Q_OBJECT
@@ -18,11 +21,28 @@ public:
         ready,
         uploading,
         uploaded,
+        working,
+        notice,
     };
 
     bool isUploading() const { return m_uploading; }
     const std::optional<QUrl>& uploadedURL() const { return m_uploadedURL; }
-    Row row() const { return m_uploading ? Row::uploading : (m_uploadedURL ? Row::uploaded : Row::ready); }
+    const QString& work() const { return m_work; }
+    double workProgress() const { return m_workProgress; }
+    const QString& notice() const { return m_notice; }
+    Row row() const
+    {
+        if (m_uploading) {
+            return Row::uploading;
+        }
+        if (!m_work.isEmpty()) {
+            return Row::working;
+        }
+        if (!m_notice.isEmpty()) {
+            return Row::notice;
+        }
+        return m_uploadedURL ? Row::uploaded : Row::ready;
+    }
     // The running upload's share done, 0–100, once its size is known.
     std::optional<int> progressPercent() const
     {
@@ -51,6 +71,24 @@ public:
         Q_EMIT changed();
     }
 
+    // What runs ("Fitting under 10 MB"), or nothing.
+    void setWork(const QString& title)
+    {
+        m_work = title;
+        m_workProgress = 0.0;
+        Q_EMIT changed();
+    }
+    void setWorkProgress(double fraction)
+    {
+        m_workProgress = fraction;
+        Q_EMIT changed();
+    }
+    void setNotice(const QString& notice)
+    {
+        m_notice = notice;
+        Q_EMIT changed();
+    }
+
 Q_SIGNALS:
     void changed();
 
@@ -59,6 +97,9 @@ private:
     std::optional<QUrl> m_uploadedURL;
     qint64 m_bytesSent = 0;
     qint64 m_bytesTotal = 0;
+    QString m_work;
+    double m_workProgress = 0.0;
+    QString m_notice;
 };
 
 } // namespace vantalo

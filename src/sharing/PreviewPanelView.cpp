@@ -4,8 +4,10 @@
 
 #include "common/FloatingWindow.h"
 #include "common/GifMovie.h"
+#include "recording/GifRecoder.h"
 
 #include <QHBoxLayout>
+#include <QMenu>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -68,11 +70,12 @@ QPainterPath roundedPath(const QRectF& rect, double radius)
     return path;
 }
 
-// The upload indicator: a spinner (or, once the size is known, a bar) and the text.
-class UploadingIndicator : public QWidget
+// In place of the actions: an upload (a spinner, or a bar once the size is known) or a fit (a bar)
+// with its text, or a notice.
+class RowIndicator : public QWidget
 {
 public:
-    UploadingIndicator(std::shared_ptr<PreviewPanelState> state, QWidget* parent)
+    RowIndicator(std::shared_ptr<PreviewPanelState> state, QWidget* parent)
         : QWidget(parent), m_state(std::move(state))
     {
         m_spin.setStartValue(0.0);
@@ -84,6 +87,16 @@ public:
 
     QString text() const
     {
+        switch (m_state->row()) {
+        case PreviewPanelState::Row::working:
+            return QStringLiteral("%1\u2026 %2%")
+                .arg(m_state->work())
+                .arg(int(m_state->workProgress() * 100));
+        case PreviewPanelState::Row::notice:
+            return m_state->notice();
+        default:
+            break;
+        }
         const std::optional<int> percent = m_state->progressPercent();
         return percent ? QStringLiteral("Uploading\u2026 %1%").arg(*percent)
                        : QStringLiteral("Uploading\u2026");
@@ -99,19 +112,31 @@ protected:
         const QFont f = panelFont(11, QFont::Normal);
         p.setFont(f);
         const QString label = text();
-        const std::optional<int> percent = m_state->progressPercent();
-        const QSizeF indicator = percent ? QSizeF(56, 4) : QSizeF(14, 14);
+        const PreviewPanelState::Row row = m_state->row();
+        if (row == PreviewPanelState::Row::notice) {
+            p.setPen(white(0.75));
+            p.drawText(QRectF(rect()).adjusted(12, 0, -12, 0), Qt::AlignCenter | Qt::TextWordWrap, label);
+            return;
+        }
+        std::optional<double> fraction;
+        if (row == PreviewPanelState::Row::working) {
+            fraction = m_state->workProgress();
+        } else if (const std::optional<int> percent = m_state->progressPercent()) {
+            fraction = *percent / 100.0;
+        }
+        const QSizeF indicator = fraction ? QSizeF(56, 4) : QSizeF(14, 14);
         const double textWidth = QFontMetricsF(f).horizontalAdvance(label);
         const double total = indicator.width() + 8 + textWidth;
-        const double x = (width() - total) / 2;
+        const double x = std::max(4.0, (width() - total) / 2);
         const QRectF box(QPointF(x, (height() - indicator.height()) / 2), indicator);
-        if (percent) {
+        if (fraction) {
             p.setPen(Qt::NoPen);
             p.setBrush(white(0.15));
             p.drawRoundedRect(box, 2, 2);
             p.setBrush(white(0.7));
-            p.drawRoundedRect(QRectF(box.topLeft(), QSizeF(box.width() * *percent / 100.0, box.height())), 2,
-                              2);
+            p.drawRoundedRect(
+                QRectF(box.topLeft(), QSizeF(box.width() * std::clamp(*fraction, 0.0, 1.0), box.height())), 2,
+                2);
         } else {
             p.setPen(QPen(white(0.6), 1.8, Qt::SolidLine, Qt::RoundCap));
             p.drawArc(box.adjusted(1, 1, -1, -1), int(-m_spin.currentValue().toDouble() * 16), 270 * 16);
@@ -382,16 +407,42 @@ PreviewPanelView::PreviewPanelView(const QString& gifPath, const QString& fileSi
     buttonRow->setSpacing(0);
     m_first = new PanelActionButton(Symbol::cloudUpload, QStringLiteral("Upload"), kButtonTint, buttons);
     m_copy = new PanelActionButton(Symbol::clipboard, QStringLiteral("Copy"), kButtonTint, buttons);
+    m_fit = new PanelActionButton(Symbol::arrowsInward, QStringLiteral("Fit"), kButtonTint, buttons);
     m_delete = new PanelActionButton(Symbol::trash, QStringLiteral("Delete"), kRed, buttons);
-    buttonRow->addWidget(m_first);
-    buttonRow->addWidget(new Separator(buttons));
-    buttonRow->addWidget(m_copy);
-    buttonRow->addWidget(new Separator(buttons));
-    buttonRow->addWidget(m_delete);
-    m_uploading = new UploadingIndicator(m_state, m_row);
+    for (PanelActionButton* button : {m_first, m_copy, m_fit, m_delete}) {
+        if (button != m_first) {
+            buttonRow->addWidget(new Separator(buttons));
+        }
+        buttonRow->addWidget(button);
+    }
+    auto* progressPage = new QWidget(m_row);
+    auto* progressRow = new QHBoxLayout(progressPage);
+    progressRow->setContentsMargins(6, 0, 6, 0);
+    progressRow->setSpacing(0);
+    m_indicator = new RowIndicator(m_state, progressPage);
+    m_cancel = new PanelActionButton(Symbol::xmark, QStringLiteral("Cancel"), kButtonTint, progressPage);
+    m_cancel->setFixedWidth(64);
+    progressRow->addWidget(m_indicator, 1);
+    progressRow->addWidget(m_cancel);
     m_row->addWidget(buttons);
-    m_row->addWidget(m_uploading);
+    m_row->addWidget(progressPage);
     layout->addWidget(m_row);
+
+    // The sizes to fit under, and the trim window for everything else.
+    m_fitMenu = new QMenu(this);
+    for (const FitPreset& preset : fitPresets()) {
+        m_fitMenu->addAction(preset.label, this, [this, bytes = preset.bytes] {
+            if (onFit) {
+                onFit(bytes);
+            }
+        });
+    }
+    m_fitMenu->addSeparator();
+    m_fitMenu->addAction(QStringLiteral("Trim and more\u2026"), this, [this] {
+        if (onTrim) {
+            onTrim();
+        }
+    });
 
     connect(m_first, &QAbstractButton::clicked, this, [this] {
         if (m_state->uploadedURL()) {
@@ -410,9 +461,19 @@ PreviewPanelView::PreviewPanelView(const QString& gifPath, const QString& fileSi
             onCopy();
         }
     });
+    connect(m_fit, &QAbstractButton::clicked, this, [this] {
+        // Above the button: the panel sits at the bottom of the screen.
+        const QSize size = m_fitMenu->sizeHint();
+        m_fitMenu->popup(m_fit->mapToGlobal(QPoint(m_fit->width() / 2 - size.width() / 2, -size.height())));
+    });
     connect(m_delete, &QAbstractButton::clicked, this, [this] {
         if (onDelete) {
             onDelete();
+        }
+    });
+    connect(m_cancel, &QAbstractButton::clicked, this, [this] {
+        if (onCancelWork) {
+            onCancelWork();
         }
     });
 
@@ -433,21 +494,23 @@ QSize PreviewPanelView::fittingSize() const
     return {panelWidth, m_preview->height() + 1 + actionRowHeight};
 }
 
-QString PreviewPanelView::uploadingText() const
+QString PreviewPanelView::rowText() const
 {
-    return static_cast<UploadingIndicator*>(m_uploading)->text();
+    return static_cast<RowIndicator*>(m_indicator)->text();
 }
 
 void PreviewPanelView::refreshRow()
 {
     m_shownRow = m_state->row();
-    m_row->setCurrentIndex(m_shownRow == PreviewPanelState::Row::uploading ? 1 : 0);
+    using Row = PreviewPanelState::Row;
+    m_row->setCurrentIndex(m_shownRow == Row::ready || m_shownRow == Row::uploaded ? 0 : 1);
+    m_cancel->setVisible(m_shownRow == Row::working);
     if (m_shownRow == PreviewPanelState::Row::uploaded) {
         m_first->setLook(Symbol::cloudCheckmark, QStringLiteral("Copy URL"), kGreen);
     } else {
         m_first->setLook(Symbol::cloudUpload, QStringLiteral("Upload"), kButtonTint);
     }
-    m_uploading->update();
+    m_indicator->update();
 }
 
 void PreviewPanelView::resizeEvent(QResizeEvent*)

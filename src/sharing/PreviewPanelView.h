@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 
+class QMenu;
 class QVariantAnimation;
 
 namespace vantalo {
@@ -92,8 +93,9 @@ private:
 };
 
 // The panel shown when a GIF is ready: the playing preview with its size, a close button, and a
-// row of actions (Upload or Copy URL, Copy, Delete) that turns into an upload indicator while an
-// upload runs. A floating window that never takes the keyboard focus.
+// row of actions (Upload or Copy URL, Copy, Fit, Delete) that turns into an indicator while an
+// upload or a fit runs, and shows a notice after. A floating window that never takes the keyboard
+// focus.
 class PreviewPanelView : public QWidget
 {
     Q_OBJECT
@@ -112,6 +114,9 @@ public:
     std::function<void()> onDelete;
     std::function<void()> onOpenInApp;
     std::function<void()> onClose;
+    std::function<void(qint64 budget)> onFit;
+    std::function<void()> onTrim;
+    std::function<void()> onCancelWork;
     std::function<void(bool dragging)> onDragging;
 
     QSize fittingSize() const;
@@ -120,10 +125,14 @@ public:
     PanelCloseButton* closeButton() const { return m_close; }
     PanelActionButton* uploadButton() const { return m_first; }
     PanelActionButton* copyButton() const { return m_copy; }
+    PanelActionButton* fitButton() const { return m_fit; }
     PanelActionButton* deleteButton() const { return m_delete; }
-    // What the row shows: the buttons, or the upload indicator and its text.
+    PanelActionButton* cancelButton() const { return m_cancel; }
+    // The Fit button's choices: the sizes, a separator, "Trim and more…".
+    QMenu* fitMenu() const { return m_fitMenu; }
+    // What the row shows: the buttons, or the indicator and its text.
     PreviewPanelState::Row shownRow() const { return m_shownRow; }
-    QString uploadingText() const;
+    QString rowText() const;
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -141,8 +150,11 @@ private:
     QStackedWidget* m_row;
     PanelActionButton* m_first;
     PanelActionButton* m_copy;
+    PanelActionButton* m_fit;
     PanelActionButton* m_delete;
-    QWidget* m_uploading;
+    PanelActionButton* m_cancel;
+    QWidget* m_indicator;
+    QMenu* m_fitMenu;
     PreviewPanelState::Row m_shownRow = PreviewPanelState::Row::ready;
     QPoint m_dragOffset;
 };

@@ -87,6 +87,14 @@ void paintSymbol(QPainter& painter, Symbol symbol, const QRectF& box, const QCol
         painter.drawPolyline(QPolygonF({{6, 18}, {11, 13}, {14, 16}, {16, 14}, {20, 18}}));
         painter.drawEllipse(QPointF(17, 11), 1.2, 1.2);
         break;
+    case Symbol::arrowsInward:
+        painter.drawLine(QPointF(3.5, 3.5), QPointF(10, 10));
+        painter.drawPolyline(QPolygonF({{10, 5}, {10, 10}, {5, 10}}));
+        painter.drawLine(QPointF(20.5, 20.5), QPointF(14, 14));
+        painter.drawPolyline(QPolygonF({{14, 19}, {14, 14}, {19, 14}}));
+        painter.drawRoundedRect(QRectF(3.5, 14, 6.5, 6.5), 1.2, 1.2);
+        painter.drawRoundedRect(QRectF(14, 3.5, 6.5, 6.5), 1.2, 1.2);
+        break;
     }
     painter.restore();
 }

@@ -17,6 +17,7 @@ enum class Symbol
     xmark,           // a cross
     xmarkCircleFill, // a filled disc with the cross cut out
     photoStack,      // two tilted photographs
+    arrowsInward,    // two arrows pointing at each other across a corner: make smaller
 };
 
 // Draws `symbol` centred in `box` (its size is the symbol's point size) with lines `weight` thick.

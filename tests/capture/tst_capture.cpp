@@ -57,8 +57,10 @@ public:
         shown.push_back({gifPath, historyItemId});
     }
     void dismiss() override { ++dismissed; }
+    void fitShownReplacing(qint64 budget) override { fitted.append(budget); }
     std::vector<Shown> shown;
     int dismissed = 0;
+    QList<qint64> fitted;
 };
 
 class FakeHistoryWindow final : public HistoryWindowPresenter
@@ -478,6 +480,11 @@ private Q_SLOTS:
         QCOMPARE(m_preview->shown.size(), 1u);
         QCOMPARE(m_preview->shown[0].path, QStringLiteral("/tmp/vantalo_2.gif"));
         QVERIFY(!m_preview->shown[0].id);
+        // With a size to fit every recording under, the panel is asked to fit what it shows.
+        QVERIFY(m_preview->fitted.isEmpty());
+        m_defaults->setInteger(SettingsKey::fitUnderBytes, 1'000'000);
+        m_delegate->handleGifCreated(QStringLiteral("/tmp/vantalo_3.gif"));
+        QCOMPARE(m_preview->fitted, QList<qint64>{1'000'000});
     }
 
     // A new capture first takes the earlier GIF's panel away (it could stand in the region); a

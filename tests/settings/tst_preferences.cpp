@@ -98,7 +98,7 @@ private Q_SLOTS:
         auto window = std::make_unique<PreferencesWindow>(defaults, keychain, notifier);
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        QCOMPARE(window->size(), QSize(420, 500));
+        QCOMPARE(window->size(), QSize(420, 530));
         QCOMPARE(window->bucketNameField()->text(), QStringLiteral("vantalo-uploads"));
         QCOMPARE(window->regionField()->text(), QStringLiteral("us-east-1"));
         QCOMPARE(window->cdnDomainField()->text(),
@@ -151,7 +151,9 @@ private Q_SLOTS:
         QVERIFY(!defaults.stringForKey(SettingsKey::outputScale));
         window->outputScaleBox()->setCurrentText(QStringLiteral("Actual size (1×)"));
         window->outputFrameRateBox()->setCurrentText(QStringLiteral("5 fps"));
-        QCOMPARE(readOutputPreferences(defaults).preferences, (OutputPreferences{1, 5}));
+        QCOMPARE(window->fitUnderBox()->currentText(), QStringLiteral("Off"));
+        window->fitUnderBox()->setCurrentText(QStringLiteral("Under 5 MB"));
+        QCOMPARE(readOutputPreferences(defaults).preferences, (OutputPreferences{1, 5, 5'000'000}));
 
         // S3 fields are stored as they are typed; a cleared field stores the empty string.
         window->regionField()->selectAll();
@@ -212,6 +214,15 @@ private Q_SLOTS:
         QCOMPARE(again.recorderButton()->text(), QStringLiteral("Shift+Ctrl+R"));
         QCOMPARE(again.outputScaleBox()->currentText(), QStringLiteral("Actual size (1×)"));
         QCOMPARE(again.outputFrameRateBox()->currentText(), QStringLiteral("5 fps"));
+        // A size of the settings file's own is offered as it is; one that cannot be used is off.
+        defaults.setInteger(SettingsKey::fitUnderBytes, 2'500'000);
+        QCOMPARE(PreferencesWindow(defaults, keychain, notifier).fitUnderBox()->currentText(),
+                 QStringLiteral("Under 2.5 MB"));
+        defaults.setInteger(SettingsKey::fitUnderBytes, 12);
+        const StoredOutputPreferences tooSmall = readOutputPreferences(defaults);
+        QCOMPARE(tooSmall.preferences.fitUnderBytes, 0);
+        QCOMPARE(tooSmall.problems, QStringList{QStringLiteral(
+                                        "The setting fitUnderBytes (12) cannot be used; 0 is used instead")});
     }
 
     void cleanup() { QFile::remove(iniPath()); }

@@ -5,8 +5,11 @@
 
 #include <QApplication>
 #include <QClipboard>
+#include <QMenu>
 #include <QScreen>
 #include <QTest>
+
+#include <sys/stat.h>
 
 using namespace vantalo;
 using namespace vantalo::test;
@@ -23,6 +26,7 @@ class PreviewPanelTest : public QObject
     FakeUploader* m_hosted = nullptr;
     QStringList m_printed;
     QList<QUrl> m_opened;
+    QStringList m_trimmed;
 
     void makeController(bool withHosted, bool compositing = false)
     {
@@ -39,6 +43,7 @@ class PreviewPanelTest : public QObject
             .scheduler = std::move(clock),
             .compositing = [compositing] { return compositing; },
             .openUrl = [this](const QUrl& url) { m_opened.append(url); },
+            .openTrim = [this](const QString& path, const std::optional<QUuid>&) { m_trimmed.append(path); },
             .print = [this](const QString& line) { m_printed.append(line); },
         });
     }
@@ -89,9 +94,12 @@ private Q_SLOTS:
     void cleanup()
     {
         m_controller.reset();
+        // A panel takes its menu with it.
+        QList<QPointer<QWidget>> windows;
         for (QWidget* w : QApplication::topLevelWidgets()) {
-            delete w;
+            windows.append(w);
         }
+        qDeleteAll(windows);
     }
 
     void panelSitsAtTheBottomRightWithThePictureAndItsSize()
@@ -200,12 +208,12 @@ private Q_SLOTS:
         m_clock->advance(30s);
         panel->uploadButton()->click();
         QCOMPARE(panel->shownRow(), PreviewPanelState::Row::uploading);
-        QCOMPARE(panel->uploadingText(), QStringLiteral("Uploading\u2026"));
+        QCOMPARE(panel->rowText(), QStringLiteral("Uploading\u2026"));
         QCOMPARE(m_cloud->calls.size(), size_t(2));
         QCOMPARE(m_cloud->calls[1].filename, item.filename);
         QCOMPARE(m_cloud->calls[1].data, testGif(QSize(64, 48)));
         m_cloud->calls[1].progress(42, 100);
-        QCOMPARE(panel->uploadingText(), QStringLiteral("Uploading\u2026 42%"));
+        QCOMPARE(panel->rowText(), QStringLiteral("Uploading\u2026 42%"));
 
         const QUrl link(QStringLiteral("https://cdn.example.com/gifs/") + item.filename);
         m_cloud->calls[1].done(UploadResult{link, 100});
@@ -263,6 +271,90 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(loose));
         QCOMPARE(m_history->store.loadItems().size(), 1);
         QVERIFY(QFile::exists(m_history->store.filePath(item)));
+    }
+    // Fit: the sizes and "Trim and more…" under the button. A fit runs in the row and holds the
+    // panel; it ends in a new entry shown in the panel, or in a notice that changes nothing. After
+    // a recording the fitted GIF replaces it; Cancel leaves everything as it was.
+    void fitMakesANewEntryOrSaysWhyNot()
+    {
+        using Row = PreviewPanelState::Row;
+        const GifHistoryItem item = m_history->keep(QSize(64, 48), 30);
+        const QString path = m_history->store.filePath(item);
+        m_controller->show(path, item.id);
+        PreviewPanelView* panel = m_controller->panel();
+        QStringList choices;
+        for (QAction* action : panel->fitMenu()->actions()) {
+            choices << (action->isSeparator() ? QStringLiteral("--") : action->text());
+        }
+        QCOMPARE(choices, (QStringList{QStringLiteral("Under 10 MB (GitHub, Discord)"),
+                                       QStringLiteral("Under 15 MB (X)"), QStringLiteral("Under 5 MB"),
+                                       QStringLiteral("Under 1 MB"), QStringLiteral("--"),
+                                       QStringLiteral("Trim and more\u2026")}));
+        panel->fitMenu()->actions().last()->trigger();
+        QCOMPARE(m_trimmed, QStringList{path});
+
+        panel->fitMenu()->actions()[3]->trigger();
+        QCOMPARE(panel->shownRow(), Row::working);
+        QVERIFY2(panel->rowText().startsWith(QStringLiteral("Fitting under 1 MB")),
+                 qPrintable(panel->rowText()));
+        QVERIFY(panel->cancelButton()->isVisible());
+        QCOMPARE(m_clock->pending(), 0); // the panel stays while it works
+        QTRY_COMPARE(panel->shownRow(), Row::notice);
+        QCOMPARE(panel->rowText(), QStringLiteral("Already under 1 MB: ") + fileSizeLabel(item.fileSize));
+        m_clock->advance(PreviewPanelController::noticeInterval);
+        QCOMPARE(panel->shownRow(), Row::ready);
+        QVERIFY(closesIn(54s)); // its minute started again when the notice came
+
+        m_controller->show(path, item.id);
+        m_controller->fitUnder(path, 100);
+        QTRY_COMPARE(m_controller->panel()->shownRow(), Row::notice);
+        const QString notice = m_controller->panel()->rowText();
+        QVERIFY2(notice.startsWith(QStringLiteral("Can't fit under 100 bytes: ")) &&
+                     notice.endsWith(QStringLiteral(" at the smallest")),
+                 qPrintable(notice));
+
+        const auto fitsUnder = [&](qint64 budget, bool replacing, GifHistoryItem& made) {
+            if (replacing) {
+                m_controller->fitShownReplacing(budget);
+            } else {
+                m_controller->fitUnder(path, budget);
+            }
+            QTRY_VERIFY(!m_controller->runningJob() && m_controller->currentHistoryItemID() != item.id);
+            made = m_history->store.loadItems().first();
+            QCOMPARE(m_controller->currentHistoryItemID(), made.id);
+            QVERIFY(made.fileSize <= budget);
+            QCOMPARE(m_controller->panel()->preview()->badge(), fileSizeLabel(made.fileSize));
+        };
+        GifHistoryItem fitted;
+        fitsUnder(item.fileSize - 1, false, fitted);
+        QVERIFY(!QTest::currentTestFailed());
+        QCOMPARE(m_history->store.loadItems().size(), 2);
+        QVERIFY(QFile::exists(path));
+
+        // Cancel: the work stops and nothing changes. (The source is a pipe that holds the fit at
+        // its start until it is fed.)
+        m_controller->show(path, item.id);
+        const QString pipe = m_history->dir.filePath(QStringLiteral("pipe.gif"));
+        QCOMPARE(mkfifo(QFile::encodeName(pipe).constData(), 0600), 0);
+        m_controller->fitUnder(pipe, 100);
+        m_controller->panel()->cancelButton()->click();
+        QFile feed(pipe);
+        QVERIFY(feed.open(QIODevice::WriteOnly));
+        feed.write(testGif(QSize(64, 48), 30));
+        feed.close();
+        QTRY_VERIFY(!m_controller->runningJob());
+        QCOMPARE(m_controller->panel()->shownRow(), Row::ready);
+        QCOMPARE(m_history->store.loadItems().size(), 2);
+
+        // After a recording: the fitted GIF takes the recording's place.
+        GifHistoryItem replaced;
+        fitsUnder(item.fileSize - 1, true, replaced);
+        QVERIFY(!QTest::currentTestFailed());
+        const QList<GifHistoryItem> items = m_history->store.loadItems();
+        QCOMPARE(items.size(), 2);
+        QCOMPARE(items[0].id, replaced.id);
+        QCOMPARE(items[1].id, fitted.id);
+        QVERIFY(!QFile::exists(path));
     }
 };
 
