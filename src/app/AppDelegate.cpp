@@ -1,13 +1,18 @@
 #include "AppDelegate.h"
 
+#include "common/Formatting.h"
+#include "history/TrimWindow.h"
 #include "hotkey/ShortcutLabel.h"
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/OutputPreferences.h"
 #include "settings/PreferencesWindow.h"
 #include "settings/ShortcutSettings.h"
+#include "sharing/ClipboardManager.h"
 
 #include <QAbstractButton>
 #include <QApplication>
+#include <QFile>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QPushButton>
@@ -42,6 +47,7 @@ AppDelegate::~AppDelegate()
     delete m_preferencesWindow.data();
     delete m_shortcutAlert.data();
     delete m_aboutBox.data();
+    delete m_trimWindow.data();
 }
 
 void AppDelegate::setupApplication()
@@ -56,6 +62,40 @@ void AppDelegate::setupApplication()
     m_historyPanelController->onSelectItem = [self](const GifHistoryItem& item) {
         if (self) {
             self->m_previewPanelController->show(self->m_services.historyStore.filePath(item), item.id);
+        }
+    };
+    // A fit from the history runs in the panel, where its progress and its result are shown.
+    m_historyPanelController->onFitItem = [self](const GifHistoryItem& item, qint64 budget) {
+        if (self) {
+            self->m_previewPanelController->show(self->m_services.historyStore.filePath(item), item.id);
+            self->m_previewPanelController->fitShown(budget, false);
+        }
+    };
+    m_historyPanelController->onCopyItem = [self](const GifHistoryItem& item) {
+        if (!self) {
+            return;
+        }
+        const QString path = self->m_services.historyStore.filePath(item);
+        QFile file(path);
+        if (!file.open(QIODevice::ReadOnly)) {
+            self->m_services.print(QStringLiteral("Copy error: ") + file.errorString());
+            return;
+        }
+        ClipboardManager().copyGIF(file.readAll(), path);
+    };
+    m_historyPanelController->onTrimItem = [self](const GifHistoryItem& item) {
+        if (self) {
+            self->openTrimWindow(self->m_services.historyStore.filePath(item));
+        }
+    };
+    m_previewPanelController->onTrim = [self](const QString& path, const std::optional<QUuid>&) {
+        if (self) {
+            self->openTrimWindow(path);
+        }
+    };
+    m_previewPanelController->onHistoryChanged = [self] {
+        if (self) {
+            self->m_historyPanelController->reload();
         }
     };
     qCDebug(lcApp) << "launched";
@@ -183,6 +223,36 @@ void AppDelegate::toggleCapture()
     m_captureCoordinator->handleHotkeyPress();
 }
 
+void AppDelegate::openTrimWindow(const QString& gifPath)
+{
+    if (m_trimWindow && m_trimWindow->gifPath() == gifPath) {
+        m_trimWindow->show();
+        m_trimWindow->raise();
+        m_trimWindow->activateWindow();
+        return;
+    }
+    delete m_trimWindow.data();
+    // Named by when the GIF was made: a kept GIF's file is written as it enters the history.
+    m_trimWindow = new TrimWindow(gifPath, dateTimeLabel(QFileInfo(gifPath).lastModified()));
+    m_trimWindow->setAttribute(Qt::WA_DeleteOnClose);
+    m_trimWindow->setWindowIcon(applicationIcon());
+    QPointer self(this);
+    m_trimWindow->onSaved = [self](const QString& path) {
+        if (self) {
+            self->keepAndShow(path);
+            self->m_historyPanelController->reload();
+        }
+    };
+    if (QScreen* screen = QGuiApplication::primaryScreen()) {
+        QRect frame(QPoint(), m_trimWindow->sizeHint());
+        frame.moveCenter(screen->availableGeometry().center());
+        m_trimWindow->move(frame.topLeft());
+    }
+    m_trimWindow->show();
+    m_trimWindow->raise();
+    m_trimWindow->activateWindow();
+}
+
 void AppDelegate::showHistory()
 {
     m_historyPanelController->show();
@@ -239,7 +309,7 @@ void AppDelegate::updateStatusIcon(bool recording)
     }
 }
 
-void AppDelegate::handleGifCreated(const QString& gifPath)
+void AppDelegate::keepAndShow(const QString& gifPath)
 {
     auto item = m_services.historyStore.addGif(gifPath);
     if (item) {
@@ -248,11 +318,16 @@ void AppDelegate::handleGifCreated(const QString& gifPath)
         m_services.print(QStringLiteral("Failed to save GIF to history: ") + item.error().description);
         m_previewPanelController->show(gifPath, std::nullopt);
     }
+}
+
+void AppDelegate::handleGifCreated(const QString& gifPath)
+{
+    keepAndShow(gifPath);
     // The size every recording is fitted under, if one is set (a value that cannot be used was
     // reported when the recording started).
     if (const qint64 budget = readOutputPreferences(m_services.defaults).preferences.fitUnderBytes;
         budget > 0) {
-        m_previewPanelController->fitShownReplacing(budget);
+        m_previewPanelController->fitShown(budget, true);
     }
 }
 

@@ -4,6 +4,7 @@
 #include "capture/CaptureCoordinator.h"
 #include "common/Console.h"
 #include "history/HistoryStore.h"
+#include "history/TrimWindow.h"
 #include "settings/PreferencesWindow.h"
 
 #include <QMenu>
@@ -52,6 +53,8 @@ public:
     void startRecording();
     void stopRecording();
     void showHistory();
+    // The trim window for a GIF; a second request brings it forward.
+    void openTrimWindow(const QString& gifPath);
     void openPreferences();
     void showAbout();
 
@@ -59,6 +62,8 @@ public:
     void toggleCapture();
 
     void handleGifCreated(const QString& gifPath);
+    // Adds a finished GIF to the history and shows it in the panel.
+    void keepAndShow(const QString& gifPath);
     void updateStatusIcon(bool recording);
     void showShortcutUnavailableAlert();
     // A recording that ended without a GIF, said where the user looks (one box, the latest line).
@@ -70,6 +75,7 @@ public:
     QMessageBox* shortcutAlert() const { return m_shortcutAlert; }
     QMessageBox* recordingFailedAlert() const { return m_recordingFailedAlert; }
     QMessageBox* aboutBox() const { return m_aboutBox; }
+    TrimWindow* trimWindow() const { return m_trimWindow; }
     CaptureCoordinator& captureCoordinator() { return *m_captureCoordinator; }
 
 private:
@@ -88,6 +94,7 @@ private:
     QPointer<QMessageBox> m_shortcutAlert;
     QPointer<QMessageBox> m_recordingFailedAlert;
     QPointer<QMessageBox> m_aboutBox;
+    QPointer<TrimWindow> m_trimWindow;
     QMenu m_menu;
     StatusIconLook m_look = StatusIconLook::idle;
 };

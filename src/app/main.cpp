@@ -185,7 +185,6 @@ int main(int argc, char** argv)
         .scheduler = std::make_unique<TimerScheduler>(),
         .compositing = compositing,
         .openUrl = {},
-        .openTrim = {},
         .print = print,
     };
     auto previewPanel = std::make_unique<PreviewPanelController>(std::move(panelServices));

@@ -5,10 +5,14 @@
 #include "GifHistoryStore.h"
 #include "common/Formatting.h"
 #include "common/GifMovie.h"
+#include "recording/GifRecoder.h"
 #include "sharing/Symbols.h"
 
+#include <QContextMenuEvent>
+#include <QDesktopServices>
 #include <QGuiApplication>
 #include <QLabel>
+#include <QMenu>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
@@ -77,6 +81,12 @@ void HistoryViewModel::select(const GifHistoryItem& item)
     if (onSelect) {
         onSelect(item);
     }
+}
+
+void HistoryViewModel::reload()
+{
+    m_items = m_store.loadItems();
+    Q_EMIT itemsChanged();
 }
 
 void HistoryViewModel::deleteItem(const GifHistoryItem& item)
@@ -324,6 +334,58 @@ void HistoryGridView::mouseReleaseEvent(QMouseEvent* event)
     }
 }
 
+QMenu* HistoryGridView::makeContextMenu(int index)
+{
+    auto* menu = new QMenu(this);
+    menu->setAttribute(Qt::WA_DeleteOnClose);
+    if (index < 0 || index >= m_model.items().size()) {
+        return menu;
+    }
+    const GifHistoryItem item = m_model.items().at(index);
+    // Each action acts on the item, and on the model only while it is there.
+    const QPointer<HistoryViewModel> model(&m_model);
+    const auto act = [model, item](std::function<void(HistoryViewModel&, const GifHistoryItem&)> action) {
+        return [model, item, action] {
+            if (model) {
+                action(*model, item);
+            }
+        };
+    };
+    QMenu* fit = menu->addMenu(QStringLiteral("Fit"));
+    for (const FitPreset& preset : fitPresets()) {
+        fit->addAction(preset.label, this,
+                       act([bytes = preset.bytes](HistoryViewModel& m, const GifHistoryItem& i) {
+                           if (m.onFit) {
+                               m.onFit(i, bytes);
+                           }
+                       }));
+    }
+    const auto call = [](auto member) {
+        return [member](HistoryViewModel& m, const GifHistoryItem& i) {
+            if (m.*member) {
+                (m.*member)(i);
+            }
+        };
+    };
+    menu->addAction(QStringLiteral("Trim and more\u2026"), this, act(call(&HistoryViewModel::onTrim)));
+    menu->addSeparator();
+    menu->addAction(QStringLiteral("Open"), this, act(call(&HistoryViewModel::onOpen)));
+    menu->addAction(QStringLiteral("Copy"), this, act(call(&HistoryViewModel::onCopy)));
+    menu->addSeparator();
+    menu->addAction(QStringLiteral("Delete"), this,
+                    act([](HistoryViewModel& m, const GifHistoryItem& i) { m.deleteItem(i); }));
+    return menu;
+}
+
+void HistoryGridView::contextMenuEvent(QContextMenuEvent* event)
+{
+    const QPointF content = QPointF(event->pos()) + QPointF(0, verticalScrollBar()->value());
+    const int index = gridLayout().cellAt(content, int(m_model.items().size()));
+    if (index >= 0) {
+        makeContextMenu(index)->popup(event->globalPos());
+    }
+}
+
 // ---- HistoryPanelView
 
 HistoryPanelView::HistoryPanelView(HistoryViewModel& model, const QString& shortcutLabel, QWidget* parent)
@@ -388,6 +450,13 @@ HistoryPanelController::~HistoryPanelController()
     delete m_window.data();
 }
 
+void HistoryPanelController::reload()
+{
+    if (m_viewModel) {
+        m_viewModel->reload();
+    }
+}
+
 void HistoryPanelController::show()
 {
     if (m_window && m_window->isVisible()) {
@@ -405,6 +474,24 @@ void HistoryPanelController::show()
         if (onSelectItem) {
             onSelectItem(item);
         }
+    };
+    model->onFit = [this](const GifHistoryItem& item, qint64 budget) {
+        if (onFitItem) {
+            onFitItem(item, budget);
+        }
+    };
+    model->onTrim = [this](const GifHistoryItem& item) {
+        if (onTrimItem) {
+            onTrimItem(item);
+        }
+    };
+    model->onCopy = [this](const GifHistoryItem& item) {
+        if (onCopyItem) {
+            onCopyItem(item);
+        }
+    };
+    model->onOpen = [this](const GifHistoryItem& item) {
+        QDesktopServices::openUrl(QUrl::fromLocalFile(m_store.filePath(item)));
     };
     auto* layout = new QVBoxLayout(window);
     layout->setContentsMargins(0, 0, 0, 0);

@@ -15,6 +15,7 @@
 #include <memory>
 
 class QLabel;
+class QMenu;
 class QStackedLayout;
 
 namespace vantalo {
@@ -30,11 +31,18 @@ public:
 
     const QList<GifHistoryItem>& items() const { return m_items; }
     GifHistoryStore& store() const { return m_store; }
+    // The actions on an item, besides deleting it.
     std::function<void(const GifHistoryItem&)> onSelect;
+    std::function<void(const GifHistoryItem&, qint64 budget)> onFit;
+    std::function<void(const GifHistoryItem&)> onTrim;
+    std::function<void(const GifHistoryItem&)> onCopy;
+    std::function<void(const GifHistoryItem&)> onOpen;
 
     void select(const GifHistoryItem& item);
     // Removes the GIF and its entry for good.
     void deleteItem(const GifHistoryItem& item);
+    // Reads the list again.
+    void reload();
 
 Q_SIGNALS:
     void itemsChanged();
@@ -59,6 +67,8 @@ public:
     // Where a cell's delete button is, in viewport coordinates.
     QRectF deleteButtonRect(int index) const;
     QRectF cellRectInViewport(int index) const;
+    // The context menu of a cell: Fit (the sizes), Trim and more…, Open, Copy, Delete.
+    QMenu* makeContextMenu(int index);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -68,6 +78,7 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void leaveEvent(QEvent* event) override;
+    void contextMenuEvent(QContextMenuEvent* event) override;
     void showEvent(QShowEvent* event) override;
 
 private:
@@ -121,6 +132,7 @@ public:
     ~HistoryPanelController() override;
 
     void show() override;
+    void reload() override;
     QWidget* window() const { return m_window; }
     HistoryViewModel* viewModel() const { return m_viewModel; }
 

@@ -8,10 +8,13 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QLoggingCategory>
 #include <QPropertyAnimation>
 #include <QScreen>
 
 namespace vantalo {
+
+Q_LOGGING_CATEGORY(lcPanel, "vantalo.panel", QtInfoMsg)
 
 PreviewPanelController::PreviewPanelController(PreviewPanelServices services, QObject* parent)
     : QObject(parent), m_services(std::move(services)), m_panelState(std::make_shared<PreviewPanelState>())
@@ -82,8 +85,8 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
     view->onFit = bind([gifPath](PreviewPanelController& c, qint64 budget) { c.fitUnder(gifPath, budget); });
     view->onCancelWork = bind([](PreviewPanelController& c) { c.cancelWork(); });
     view->onTrim = bind([gifPath, historyItemID](PreviewPanelController& c) {
-        if (c.m_services.openTrim) {
-            c.m_services.openTrim(gifPath, historyItemID);
+        if (c.onTrim) {
+            c.onTrim(gifPath, historyItemID);
         }
     });
     // The panel stays while its GIF is being dragged out; its minute starts again at the drop.
@@ -255,6 +258,9 @@ void PreviewPanelController::deleteGIF(const QString& gifPath)
         QFile::remove(gifPath);
     }
     dismiss();
+    if (deleted && onHistoryChanged) {
+        onHistoryChanged();
+    }
 }
 
 void PreviewPanelController::openInDefaultApp(const QString& gifPath)
@@ -262,10 +268,10 @@ void PreviewPanelController::openInDefaultApp(const QString& gifPath)
     m_services.openUrl(QUrl::fromLocalFile(gifPath));
 }
 
-void PreviewPanelController::fitShownReplacing(qint64 budget)
+void PreviewPanelController::fitShown(qint64 budget, bool replacing)
 {
     if (m_panel) {
-        fitUnder(m_currentPath, budget, true);
+        fitUnder(m_currentPath, budget, replacing);
     }
 }
 
@@ -301,6 +307,7 @@ void PreviewPanelController::finishFit(const GifJobOutcome& outcome, const std::
                                        bool replacing)
 {
     using Kind = GifJobOutcome::Kind;
+    qCDebug(lcPanel).noquote() << "fit ended:" << int(outcome.kind) << outcome.message;
     if (outcome.kind != Kind::made) {
         if (outcome.kind == Kind::failed) {
             m_services.print(QStringLiteral("Fit error: ") + outcome.message);
@@ -326,6 +333,9 @@ void PreviewPanelController::finishFit(const GifJobOutcome& outcome, const std::
         }
     }
     show(m_services.historyStore.filePath(*item), item->id);
+    if (onHistoryChanged) {
+        onHistoryChanged();
+    }
 }
 
 void PreviewPanelController::showNotice(const QString& notice)

@@ -36,8 +36,6 @@ struct PreviewPanelServices
     std::function<bool()> compositing = [] { return true; };
     // Opens a file in its default application.
     std::function<void(const QUrl&)> openUrl;
-    // Opens the trim window for a GIF (and its history item).
-    std::function<void(const QString& gifPath, const std::optional<QUuid>& historyItemID)> openTrim;
     LinePrinter print = stdoutPrinter();
 };
 
@@ -58,7 +56,7 @@ public:
 
     void show(const QString& gifPath, const std::optional<QUuid>& historyItemID) override;
     void dismiss() override;
-    void fitShownReplacing(qint64 budget) override;
+    void fitShown(qint64 budget, bool replacing) override;
 
     // The panel's frame, y-up: `inset` points in from the bottom-right of the usable area.
     static QRectF panelFrame(const QSizeF& size, const QRectF& visibleFrame);
@@ -82,7 +80,7 @@ public:
     void cancelWork();
     GifJob* runningJob() const { return m_job.get(); }
 
-    static constexpr std::chrono::milliseconds noticeInterval{6000};
+    static constexpr std::chrono::milliseconds noticeInterval{4000};
 
 private:
     void resetAutoDismissTimer();

@@ -57,7 +57,7 @@ public:
         shown.push_back({gifPath, historyItemId});
     }
     void dismiss() override { ++dismissed; }
-    void fitShownReplacing(qint64 budget) override { fitted.append(budget); }
+    void fitShown(qint64 budget, bool replacing) override { fitted.append(replacing ? budget : -budget); }
     std::vector<Shown> shown;
     int dismissed = 0;
     QList<qint64> fitted;
@@ -67,6 +67,7 @@ class FakeHistoryWindow final : public HistoryWindowPresenter
 {
 public:
     void show() override {}
+    void reload() override {}
 };
 
 // The menu as a user reads it: titles, shortcuts, disabled lines, separators as "--".

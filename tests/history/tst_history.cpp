@@ -3,17 +3,26 @@
 #include "../fakes/PanelFakes.h"
 #include "history/GifHistoryStore.h"
 #include "history/HistoryPanel.h"
+#include "history/TrimWindow.h"
 #include "recording/GifWriter.h"
+#include "support/GifReaders.h"
 
+#include "recording/GifRecoder.h"
 #include <QApplication>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QProcess>
 #include <QScrollBar>
 #include <QTemporaryDir>
+
+#include <QComboBox>
+#include <QMenu>
+#include <QPushButton>
+#include <QSlider>
 #include <QTest>
 
 #include <ctime>
+#include <numeric>
 
 using namespace vantalo;
 using namespace vantalo::test;
@@ -316,6 +325,132 @@ private Q_SLOTS:
         m_controller->show();
         QVERIFY(m_controller->window() != first);
         QCOMPARE(m_controller->viewModel()->items().size(), 1);
+
+        // Told that the history changed, the open window reads it again.
+        keep(1);
+        m_controller->reload();
+        QCOMPARE(m_controller->viewModel()->items().size(), 2);
+
+        // Each cell's menu acts on its own GIF: the sizes to fit under, the trim window, copy,
+        // and delete.
+        const QList<GifHistoryItem> items = m_controller->viewModel()->items();
+        QStringList asked;
+        m_controller->onFitItem = [&](const GifHistoryItem& item, qint64 budget) {
+            asked << QStringLiteral("fit %1 %2").arg(item.filename).arg(budget);
+        };
+        m_controller->onTrimItem = [&](const GifHistoryItem& item) {
+            asked << QStringLiteral("trim ") + item.filename;
+        };
+        m_controller->onCopyItem = [&](const GifHistoryItem& item) {
+            asked << QStringLiteral("copy ") + item.filename;
+        };
+        QMenu* menu = view()->grid()->makeContextMenu(1);
+        QStringList titles;
+        for (QAction* action : menu->actions()) {
+            titles << (action->isSeparator() ? QStringLiteral("--") : action->text());
+        }
+        QCOMPARE(titles, (QStringList{QStringLiteral("Fit"), QStringLiteral("Trim and more\u2026"),
+                                      QStringLiteral("--"), QStringLiteral("Open"), QStringLiteral("Copy"),
+                                      QStringLiteral("--"), QStringLiteral("Delete")}));
+        QCOMPARE(menu->actions()[0]->menu()->actions().size(), fitPresets().size());
+        menu->actions()[0]->menu()->actions()[3]->trigger();
+        menu->actions()[1]->trigger();
+        menu->actions()[4]->trigger();
+        QCOMPARE(asked, (QStringList{QStringLiteral("fit %1 1000000").arg(items[1].filename),
+                                     QStringLiteral("trim ") + items[1].filename,
+                                     QStringLiteral("copy ") + items[1].filename}));
+        menu->actions()[6]->trigger();
+        QCOMPARE(m_history->store.loadItems(), QList<GifHistoryItem>{items[0]});
+        QCOMPARE(m_controller->viewModel()->items(), QList<GifHistoryItem>{items[0]});
+    }
+
+    // The trim window: opens on the suggested span (a still start and end left out), plays it,
+    // moves the handles by key and by drag, estimates the result, and saves exactly the kept
+    // frames with their delays, at the size asked for.
+    void theTrimWindow()
+    {
+        // 10 still frames, 10 that change, 10 still again; a GIF of pixel doubles.
+        QList<EncodedFrame> encoded;
+        for (int f = 0; f < 30; ++f) {
+            const int shade = std::clamp(f - 9, 0, 10);
+            const std::vector<quint8> indices(size_t(40 * 30), 1);
+            encoded.append(EncodedFrame{QRect(0, 0, 40, 30),
+                                        {qRgb(0, 0, 0), qRgb(20 * shade, 90, 200)},
+                                        -1,
+                                        2,
+                                        lzwCompress(indices, 2)});
+        }
+        const QList<int> delays = gifDelays(30, 1.0 / 15);
+        const QString source = writeFile(m_history->dir.filePath(QStringLiteral("trim.gif")),
+                                         assembleGif(QSize(40, 30), encoded, delays));
+        TrimWindow window(source, QStringLiteral("today"));
+        QStringList saved;
+        window.onSaved = [&](const QString& path) { saved << path; };
+        window.show();
+        QCOMPARE(window.windowTitle(), QStringLiteral("Trim \u2014 today"));
+        QTRY_VERIFY(window.isLoaded());
+        QCOMPARE(window.span(), (FrameSpan{9, 20}));
+        QVERIFY(window.isPlaying());
+        const auto at = [&](int frame) { return TrimWindow::timeLabel(window.timeline()->startOf(frame)); };
+        QCOMPARE(window.timesText(), QStringLiteral("Start %1   End %2   Length 0.73 s").arg(at(9), at(20)));
+        QTRY_VERIFY(window.estimateText().startsWith(QStringLiteral("About ")));
+
+        QTest::keyClick(&window, Qt::Key_Space);
+        QVERIFY(!window.isPlaying());
+        QTest::keyClick(&window, Qt::Key_Right);
+        QTest::keyClick(&window, Qt::Key_Right, Qt::ShiftModifier);
+        QCOMPARE(window.span(), (FrameSpan{10, 21}));
+        QCOMPARE(window.shownFrame(), 20); // the end handle's last kept frame, as it moved
+        QTest::keyClick(&window, Qt::Key_Left);
+        QCOMPARE(window.span(), (FrameSpan{9, 21}));
+
+        // Drags reach the ends, and no further.
+        TrimTimelineView* strip = window.timelineView();
+        const int y = strip->height() / 2;
+        QTest::mousePress(strip, Qt::LeftButton, {},
+                          QPoint(strip->handleX(TrimTimelineView::Handle::end) + 4, y));
+        QTest::mouseMove(strip, QPoint(strip->width() + 50, y));
+        QTest::mouseRelease(strip, Qt::LeftButton, {}, QPoint(strip->width() + 50, y));
+        QTest::mousePress(strip, Qt::LeftButton, {},
+                          QPoint(strip->handleX(TrimTimelineView::Handle::start) - 4, y));
+        QTest::mouseMove(strip, QPoint(strip->handleX(TrimTimelineView::Handle::start) - 4 - 40, y));
+        QTest::mouseMove(strip, QPoint(-50, y));
+        QTest::mouseRelease(strip, Qt::LeftButton, {}, QPoint(-50, y));
+        QCOMPARE(window.span(), (FrameSpan{0, 30}));
+
+        // A change of the output estimates again; Save writes the kept frames.
+        window.setSpan({5, 25});
+        window.lossySlider()->setValue(40);
+        QCOMPARE(window.estimateText(), QStringLiteral("Estimating\u2026"));
+        QTRY_VERIFY(window.estimateText().startsWith(QStringLiteral("About ")));
+        window.lossySlider()->setValue(0);
+        window.sizeBox()->setCurrentIndex(window.sizeBox()->findData(1));
+        QTest::keyClick(&window, Qt::Key_Return);
+        QVERIFY(window.savingJob() && !window.saveButton()->isEnabled());
+        QTRY_COMPARE(saved.size(), 1);
+        QVERIFY(!window.isVisible());
+        QFile made(saved[0]);
+        QVERIFY(made.open(QIODevice::ReadOnly));
+        const auto read = testing::readWithEveryReader(made.readAll());
+        QVERIFY(read);
+        // Shown as the source showed it: a frame that changes nothing adds its time to the one
+        // before (frames 5–9 are one still picture, 20–24 the same as 19).
+        const auto sum = [&](int from, int to) {
+            return std::accumulate(delays.begin() + from, delays.begin() + to, 0);
+        };
+        QList<int> shown{sum(5, 10)};
+        for (int f = 10; f < 19; ++f) {
+            shown << delays[f];
+        }
+        shown << sum(19, 25);
+        QCOMPARE(read->delays, shown);
+        QCOMPARE(read->frames.first().size(), QSize(20, 15));
+
+        // A file that is not a GIF says so, and nothing can be saved.
+        TrimWindow broken(writeFile(m_history->dir.filePath(QStringLiteral("broken.gif")), "nope"),
+                          QString());
+        QTRY_VERIFY(broken.statusText().contains(QStringLiteral("is not a GIF")));
+        QVERIFY(!broken.saveButton()->isEnabled());
     }
 
     void onlyCellsInViewDecode()

@@ -1,0 +1,571 @@
+#include "TrimWindow.h"
+
+#include "common/Formatting.h"
+
+#include <QComboBox>
+#include <QFormLayout>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QPainter>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QSlider>
+#include <QVBoxLayout>
+
+namespace vantalo {
+
+namespace {
+
+const QColor kHandle(255, 204, 0);
+
+} // namespace
+
+// ---- TrimTimelineView
+
+TrimTimelineView::TrimTimelineView(QWidget* parent) : QWidget(parent)
+{
+    setMinimumHeight(56);
+    setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    setCursor(Qt::SizeHorCursor);
+}
+
+void TrimTimelineView::setTimeline(const GifTimeline* timeline)
+{
+    m_timeline = timeline;
+    m_starts.clear();
+    if (timeline) {
+        qint64 start = 0;
+        for (const int delay : timeline->delays) {
+            m_starts.append(start);
+            start += delay;
+        }
+        m_starts.append(start);
+        m_span = {0, timeline->frameCount()};
+    }
+    m_cells.clear();
+    update();
+}
+
+void TrimTimelineView::setSpan(FrameSpan span)
+{
+    m_span = span;
+    update();
+}
+
+void TrimTimelineView::setPlayhead(int frame)
+{
+    m_playhead = frame;
+    update();
+}
+
+QRectF TrimTimelineView::stripRect() const
+{
+    return QRectF(rect()).adjusted(handleWidth, 4, -handleWidth, -4);
+}
+
+double TrimTimelineView::xOfTime(qint64 time) const
+{
+    const QRectF strip = stripRect();
+    const qint64 total = m_starts.isEmpty() ? 0 : m_starts.last();
+    return total > 0 ? strip.left() + strip.width() * double(time) / double(total) : strip.left();
+}
+
+int TrimTimelineView::handleX(Handle handle) const
+{
+    if (m_starts.isEmpty()) {
+        return 0;
+    }
+    return int(std::lround(xOfTime(m_starts[handle == Handle::start ? m_span.first : m_span.end])));
+}
+
+int TrimTimelineView::boundaryAt(double x) const
+{
+    int best = 0;
+    for (int k = 1; k < m_starts.size(); ++k) {
+        if (std::abs(xOfTime(m_starts[k]) - x) < std::abs(xOfTime(m_starts[best]) - x)) {
+            best = k;
+        }
+    }
+    return best;
+}
+
+void TrimTimelineView::resizeEvent(QResizeEvent*)
+{
+    m_cells.clear();
+}
+
+void TrimTimelineView::paintEvent(QPaintEvent*)
+{
+    QPainter p(this);
+    p.setRenderHint(QPainter::Antialiasing);
+    const QRectF strip = stripRect();
+    p.fillRect(strip, palette().color(QPalette::Dark));
+    if (!m_timeline || m_timeline->frameCount() == 0) {
+        return;
+    }
+    // The strip's pictures: one a cell as wide as the strip is high, each the frame shown there.
+    const double cellWidth =
+        std::max(16.0, strip.height() * m_timeline->size.width() / std::max(1, m_timeline->size.height()));
+    const int cells = std::max(1, int(std::ceil(strip.width() / cellWidth)));
+    if (m_cells.size() != cells) {
+        m_cells.clear();
+        for (int c = 0; c < cells; ++c) {
+            const double x = strip.left() + (c + 0.5) * strip.width() / cells;
+            const int frame = std::clamp(boundaryAt(x), 0, m_timeline->frameCount() - 1);
+            m_cells.append(QPixmap::fromImage(m_timeline->preview(frame).scaled(
+                QSize(int(std::ceil(strip.width() / cells)), int(strip.height())),
+                Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation)));
+        }
+    }
+    p.save();
+    p.setClipRect(strip);
+    for (int c = 0; c < cells; ++c) {
+        const QRectF cell(strip.left() + c * strip.width() / cells, strip.top(), strip.width() / cells + 1,
+                          strip.height());
+        p.drawPixmap(cell, m_cells[c], QRectF(QPointF(), QSizeF(m_cells[c].size()).boundedTo(cell.size())));
+    }
+    // What is left out is dimmed.
+    const double startX = handleX(Handle::start);
+    const double endX = handleX(Handle::end);
+    p.fillRect(QRectF(strip.left(), strip.top(), startX - strip.left(), strip.height()),
+               QColor(0, 0, 0, 160));
+    p.fillRect(QRectF(endX, strip.top(), strip.right() - endX, strip.height()), QColor(0, 0, 0, 160));
+    p.restore();
+
+    // The kept part framed, with a handle at each end.
+    p.setPen(QPen(kHandle, 2));
+    p.setBrush(Qt::NoBrush);
+    p.drawRect(QRectF(startX, strip.top() - 1, endX - startX, strip.height() + 2));
+    p.setPen(Qt::NoPen);
+    p.setBrush(kHandle);
+    for (const double x : {startX - handleWidth, endX}) {
+        p.drawRoundedRect(QRectF(x, strip.top() - 3, handleWidth, strip.height() + 6), 3, 3);
+    }
+    p.setBrush(QColor(80, 60, 0));
+    for (const double x : {startX - handleWidth / 2.0, endX + handleWidth / 2.0}) {
+        p.drawRect(QRectF(x - 0.75, strip.center().y() - 7, 1.5, 14));
+    }
+    if (m_playhead >= 0 && m_playhead < m_timeline->frameCount()) {
+        const double x = xOfTime(m_starts[m_playhead]);
+        p.setBrush(Qt::white);
+        p.drawRect(QRectF(x - 1, strip.top(), 2, strip.height()));
+    }
+}
+
+void TrimTimelineView::mousePressEvent(QMouseEvent* event)
+{
+    if (!m_timeline || event->button() != Qt::LeftButton) {
+        return;
+    }
+    // The nearer handle follows the pointer.
+    const double x = event->position().x();
+    const double toStart = std::abs(x - (handleX(Handle::start) - handleWidth / 2.0));
+    const double toEnd = std::abs(x - (handleX(Handle::end) + handleWidth / 2.0));
+    m_dragging = toStart <= toEnd ? Handle::start : Handle::end;
+    mouseMoveEvent(event);
+}
+
+void TrimTimelineView::mouseMoveEvent(QMouseEvent* event)
+{
+    if (!m_dragging || !m_timeline) {
+        return;
+    }
+    const int boundary = boundaryAt(event->position().x());
+    FrameSpan span = m_span;
+    if (*m_dragging == Handle::start) {
+        span.first = std::clamp(boundary, 0, span.end - 1);
+    } else {
+        span.end = std::clamp(boundary, span.first + 1, m_timeline->frameCount());
+    }
+    if (span != m_span) {
+        m_span = span;
+        update();
+        if (onHandleMoved) {
+            onHandleMoved(*m_dragging);
+        }
+    }
+}
+
+void TrimTimelineView::mouseReleaseEvent(QMouseEvent*)
+{
+    m_dragging.reset();
+}
+
+// ---- TrimWindow
+
+TrimWindow::TrimWindow(const QString& gifPath, const QString& when, QWidget* parent)
+    : QWidget(parent), m_path(gifPath)
+{
+    setWindowTitle(QStringLiteral("Trim \u2014 ") + when);
+    auto* layout = new QVBoxLayout(this);
+
+    m_picture = new QLabel(this);
+    m_picture->setAlignment(Qt::AlignCenter);
+    m_picture->setFixedSize(previewBox);
+    m_picture->setText(QStringLiteral("Reading\u2026"));
+    layout->addWidget(m_picture, 0, Qt::AlignHCenter);
+
+    m_strip = new TrimTimelineView(this);
+    m_strip->onHandleMoved = [this](TrimTimelineView::Handle handle) { spanChanged(handle); };
+    layout->addWidget(m_strip);
+    m_times = new QLabel(this);
+    m_times->setAlignment(Qt::AlignCenter);
+    layout->addWidget(m_times);
+
+    auto* form = new QFormLayout;
+    m_size = new QComboBox(this);
+    m_size->addItem(QStringLiteral("Retina (2\u00d7)"), 2);
+    m_size->addItem(QStringLiteral("Actual size (1\u00d7)"), 1);
+    m_rate = new QComboBox(this);
+    m_rate->addItem(QStringLiteral("Every frame"), 100);
+    for (const int rate : {15, 10, 5}) {
+        m_rate->addItem(QStringLiteral("%1 fps").arg(rate), rate);
+    }
+    auto* lossyRow = new QHBoxLayout;
+    m_lossy = new QSlider(Qt::Horizontal, this);
+    m_lossy->setRange(0, 100);
+    m_lossy->setSingleStep(10);
+    m_lossy->setPageStep(20);
+    m_lossy->setTickInterval(20);
+    m_lossy->setTickPosition(QSlider::TicksBelow);
+    m_lossyValue = new QLabel(this);
+    m_lossyValue->setMinimumWidth(72);
+    lossyRow->addWidget(m_lossy, 1);
+    lossyRow->addWidget(m_lossyValue);
+    m_fit = new QComboBox(this);
+    m_fit->addItem(QStringLiteral("No limit"), qint64(0));
+    for (const FitPreset& preset : fitPresets()) {
+        m_fit->addItem(preset.label, preset.bytes);
+    }
+    form->addRow(QStringLiteral("Size"), m_size);
+    form->addRow(QStringLiteral("Frame Rate"), m_rate);
+    form->addRow(QStringLiteral("Quality"), lossyRow);
+    form->addRow(QStringLiteral("Fit Under"), m_fit);
+    m_estimate = new QLabel(this);
+    form->addRow(QStringLiteral("Result"), m_estimate);
+    layout->addLayout(form);
+
+    auto* buttons = new QHBoxLayout;
+    m_status = new QLabel(this);
+    m_progress = new QProgressBar(this);
+    m_progress->setRange(0, 100);
+    m_progress->setVisible(false);
+    m_close = new QPushButton(QStringLiteral("Close"), this);
+    m_save = new QPushButton(QStringLiteral("Save"), this);
+    m_save->setDefault(true);
+    m_save->setEnabled(false);
+    buttons->addWidget(m_status, 1);
+    buttons->addWidget(m_progress, 1);
+    buttons->addWidget(m_close);
+    buttons->addWidget(m_save);
+    layout->addLayout(buttons);
+
+    connect(m_save, &QPushButton::clicked, this, &TrimWindow::save);
+    connect(m_close, &QPushButton::clicked, this, [this] {
+        if (m_job) {
+            m_job->cancel();
+        } else {
+            close();
+        }
+    });
+    for (QComboBox* box : {m_size, m_rate, m_fit}) {
+        connect(box, &QComboBox::currentIndexChanged, this, &TrimWindow::outputChanged);
+        box->setFocusPolicy(Qt::ClickFocus);
+    }
+    connect(m_lossy, &QSlider::valueChanged, this, &TrimWindow::outputChanged);
+    m_lossy->setFocusPolicy(Qt::ClickFocus);
+    m_save->setFocusPolicy(Qt::ClickFocus);
+    m_close->setFocusPolicy(Qt::ClickFocus);
+    setFocusPolicy(Qt::StrongFocus);
+
+    // A pause in the changes, then one estimate.
+    m_estimateDelay.setSingleShot(true);
+    m_estimateDelay.setInterval(250);
+    connect(&m_estimateDelay, &QTimer::timeout, this, &TrimWindow::estimate);
+    m_playing.setSingleShot(true);
+    connect(&m_playing, &QTimer::timeout, this, &TrimWindow::playNext);
+
+    outputChanged();
+    m_reading = std::jthread([this, path = gifPath](std::stop_token stop) {
+        auto timeline = readGifTimeline(path, previewBox, stop);
+        if (stop.stop_requested()) {
+            return;
+        }
+        QMetaObject::invokeMethod(
+            this, [this, timeline = std::move(timeline)]() mutable { loaded(std::move(timeline)); },
+            Qt::QueuedConnection);
+    });
+}
+
+TrimWindow::~TrimWindow()
+{
+    // The threads post to this window: they end before it does.
+    m_reading.request_stop();
+    m_estimating.request_stop();
+    if (m_reading.joinable()) {
+        m_reading.join();
+    }
+    if (m_estimating.joinable()) {
+        m_estimating.join();
+    }
+    m_job.reset();
+}
+
+QString TrimWindow::timeLabel(qint64 hundredths)
+{
+    return QStringLiteral("%1:%2.%3")
+        .arg(hundredths / 6000)
+        .arg(hundredths / 100 % 60, 2, 10, QLatin1Char('0'))
+        .arg(hundredths % 100, 2, 10, QLatin1Char('0'));
+}
+
+void TrimWindow::loaded(std::expected<GifTimeline, Failure> timeline)
+{
+    if (!timeline) {
+        m_picture->setText(QStringLiteral("This GIF cannot be read"));
+        m_status->setText(timeline.error().description);
+        return;
+    }
+    m_timeline = std::move(*timeline);
+    m_strip->setTimeline(&*m_timeline);
+    m_save->setEnabled(true);
+    setSpan(m_timeline->suggestedSpan());
+    togglePlaying();
+}
+
+FrameSpan TrimWindow::span() const
+{
+    return m_strip->span();
+}
+
+void TrimWindow::setSpan(FrameSpan span)
+{
+    if (!m_timeline) {
+        return;
+    }
+    const int count = m_timeline->frameCount();
+    span.end = std::clamp(span.end < 0 ? count : span.end, 1, count);
+    span.first = std::clamp(span.first, 0, span.end - 1);
+    m_strip->setSpan(span);
+    spanChanged(m_active);
+}
+
+void TrimWindow::spanChanged(TrimTimelineView::Handle moved)
+{
+    const FrameSpan kept = span();
+    m_active = moved;
+    m_times->setText(timesText());
+    // The frame at the handle that moved, still.
+    m_playing.stop();
+    showFrame(moved == TrimTimelineView::Handle::start ? kept.first : kept.end - 1);
+    outputChanged();
+}
+
+QString TrimWindow::timesText() const
+{
+    if (!m_timeline) {
+        return {};
+    }
+    const FrameSpan kept = span();
+    const qint64 start = m_timeline->startOf(kept.first);
+    const qint64 end = m_timeline->startOf(kept.end);
+    return QStringLiteral("Start %1   End %2   Length %3 s")
+        .arg(timeLabel(start), timeLabel(end), QString::number(double(end - start) / 100.0, 'f', 2));
+}
+
+void TrimWindow::showFrame(int frame)
+{
+    if (!m_timeline || frame < 0 || frame >= m_timeline->frameCount()) {
+        return;
+    }
+    m_shown = frame;
+    m_picture->setPixmap(QPixmap::fromImage(m_timeline->preview(frame)));
+    m_strip->setPlayhead(frame);
+}
+
+void TrimWindow::togglePlaying()
+{
+    if (!m_timeline) {
+        return;
+    }
+    if (m_playing.isActive()) {
+        m_playing.stop();
+        return;
+    }
+    const FrameSpan kept = span();
+    if (m_shown < kept.first || m_shown >= kept.end) {
+        showFrame(kept.first);
+    }
+    m_playing.start(std::max(20, m_timeline->delays[m_shown] * 10));
+}
+
+void TrimWindow::playNext()
+{
+    const FrameSpan kept = span();
+    showFrame(m_shown + 1 < kept.end && m_shown >= kept.first ? m_shown + 1 : kept.first);
+    m_playing.start(std::max(20, m_timeline->delays[m_shown] * 10));
+}
+
+void TrimWindow::moveHandle(TrimTimelineView::Handle handle, int step)
+{
+    if (!m_timeline) {
+        return;
+    }
+    FrameSpan kept = span();
+    if (handle == TrimTimelineView::Handle::start) {
+        kept.first = std::clamp(kept.first + step, 0, kept.end - 1);
+    } else {
+        kept.end = std::clamp(kept.end + step, kept.first + 1, m_timeline->frameCount());
+    }
+    m_strip->setSpan(kept);
+    spanChanged(handle);
+}
+
+void TrimWindow::keyPressEvent(QKeyEvent* event)
+{
+    using Handle = TrimTimelineView::Handle;
+    switch (event->key()) {
+    case Qt::Key_Space:
+        togglePlaying();
+        return;
+    case Qt::Key_Left:
+    case Qt::Key_Right: {
+        const int step = event->key() == Qt::Key_Left ? -1 : 1;
+        const Handle other = m_active == Handle::start ? Handle::end : Handle::start;
+        const Handle active = m_active;
+        moveHandle(event->modifiers() & Qt::ShiftModifier ? other : active, step);
+        m_active = active; // the other handle moves, this one stays the one the arrows move
+        return;
+    }
+    case Qt::Key_Escape:
+        close();
+        return;
+    case Qt::Key_Return:
+    case Qt::Key_Enter:
+        save();
+        return;
+    default:
+        QWidget::keyPressEvent(event);
+    }
+}
+
+OutputSettings TrimWindow::outputSettings() const
+{
+    return {m_size->currentData().toInt(), m_rate->currentData().toInt(), m_lossy->value()};
+}
+
+void TrimWindow::outputChanged()
+{
+    const bool fitting = m_fit->currentData().toLongLong() > 0;
+    for (QWidget* lever : std::initializer_list<QWidget*>{m_size, m_rate, m_lossy}) {
+        lever->setEnabled(!fitting && !m_job);
+    }
+    m_lossyValue->setText(m_lossy->value() == 0 ? QStringLiteral("Lossless")
+                                                : QStringLiteral("Lossy %1").arg(m_lossy->value()));
+    ++m_estimateGeneration;
+    if (fitting) {
+        m_estimateText = QStringLiteral("At most %1").arg(budgetLabel(m_fit->currentData().toLongLong()));
+        m_estimate->setText(m_estimateText);
+        m_estimateDelay.stop();
+        return;
+    }
+    m_estimateText = QStringLiteral("Estimating\u2026");
+    m_estimate->setText(m_estimateText);
+    if (m_timeline) {
+        m_estimateDelay.start();
+    }
+}
+
+void TrimWindow::estimate()
+{
+    m_estimating.request_stop();
+    if (m_estimating.joinable()) {
+        m_estimating.join();
+    }
+    const int generation = m_estimateGeneration;
+    m_estimating = std::jthread([this, generation, path = m_path, settings = outputSettings(),
+                                 kept = span()](std::stop_token stop) {
+        const auto estimated = estimateGifBytes(path, settings, kept, estimateTime, stop);
+        if (stop.stop_requested()) {
+            return;
+        }
+        QMetaObject::invokeMethod(
+            this,
+            [this, generation, estimated] {
+                if (generation != m_estimateGeneration) {
+                    return; // something changed since: a newer estimate is coming
+                }
+                m_estimateText = estimated ? QStringLiteral("About %1").arg(fileSizeLabel(estimated->bytes))
+                                           : QStringLiteral("Cannot be estimated");
+                m_estimate->setText(m_estimateText);
+            },
+            Qt::QueuedConnection);
+    });
+}
+
+QString TrimWindow::estimateText() const
+{
+    return m_estimateText;
+}
+
+QString TrimWindow::statusText() const
+{
+    return m_status->text();
+}
+
+void TrimWindow::setWorking(bool working)
+{
+    m_progress->setVisible(working);
+    m_progress->setValue(0);
+    m_status->setVisible(!working);
+    m_save->setEnabled(!working && m_timeline);
+    m_close->setText(working ? QStringLiteral("Cancel") : QStringLiteral("Close"));
+    m_fit->setEnabled(!working);
+    m_strip->setEnabled(!working);
+    outputChanged();
+}
+
+void TrimWindow::save()
+{
+    if (!m_timeline || m_job) {
+        return;
+    }
+    m_playing.stop();
+    const qint64 budget = m_fit->currentData().toLongLong();
+    m_job =
+        budget > 0 ? GifJob::fit(m_path, budget, span()) : GifJob::recode(m_path, outputSettings(), span());
+    connect(m_job.get(), &GifJob::progressed, this,
+            [this](double fraction) { m_progress->setValue(int(fraction * 100)); });
+    connect(m_job.get(), &GifJob::finished, this, [this](const GifJobOutcome& outcome) {
+        m_job.release()->deleteLater();
+        setWorking(false);
+        switch (outcome.kind) {
+        case GifJobOutcome::Kind::made:
+            m_status->setText(QStringLiteral("Saved: %1").arg(fileSizeLabel(outcome.bytes)));
+            if (onSaved) {
+                onSaved(outcome.path);
+            }
+            close();
+            return;
+        case GifJobOutcome::Kind::cancelled:
+            m_status->setText(QStringLiteral("Cancelled"));
+            return;
+        default:
+            m_status->setText(outcome.message);
+            return;
+        }
+    });
+    setWorking(true);
+}
+
+void TrimWindow::closeEvent(QCloseEvent* event)
+{
+    m_playing.stop();
+    if (m_job) {
+        m_job->cancel();
+    }
+    QWidget::closeEvent(event);
+}
+
+} // namespace vantalo

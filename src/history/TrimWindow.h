@@ -1,0 +1,154 @@
+#pragma once
+
+#include "history/GifJob.h"
+#include "recording/GifTimeline.h"
+
+#include <QPointer>
+#include <QTimer>
+#include <QWidget>
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <thread>
+
+class QComboBox;
+class QLabel;
+class QProgressBar;
+class QPushButton;
+class QSlider;
+
+namespace vantalo {
+
+// The strip under the picture: the frames side by side (each as wide as it lasts), the part kept
+// bright between a start and an end handle, and where the playing frame is.
+class TrimTimelineView : public QWidget
+{
+    Q_OBJECT
+public:
+    enum class Handle
+    {
+        start,
+        end,
+    };
+    static constexpr int handleWidth = 10;
+
+    explicit TrimTimelineView(QWidget* parent = nullptr);
+    void setTimeline(const GifTimeline* timeline);
+    void setSpan(FrameSpan span);
+    FrameSpan span() const { return m_span; }
+    void setPlayhead(int frame);
+    // The x of a handle, in the view's coordinates.
+    int handleX(Handle handle) const;
+    QSize sizeHint() const override { return {560, 64}; }
+
+    // A handle was dragged; the span is already changed.
+    std::function<void(Handle handle)> onHandleMoved;
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+    void resizeEvent(QResizeEvent* event) override;
+    void mousePressEvent(QMouseEvent* event) override;
+    void mouseMoveEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
+
+private:
+    QRectF stripRect() const;
+    double xOfTime(qint64 time) const;
+    // The frame boundary nearest to `x`: 0 (the start) to the frame count (the end).
+    int boundaryAt(double x) const;
+
+    const GifTimeline* m_timeline = nullptr;
+    QList<qint64> m_starts; // each frame's start, and the end after the last
+    FrameSpan m_span;
+    int m_playhead = -1;
+    std::optional<Handle> m_dragging;
+    QList<QPixmap> m_cells; // the strip's pictures, made for the current width
+};
+
+// "Trim and more…": the GIF playing over a strip with a start and an end handle, the output
+// choices (size, frame rate, lossy compression, or a size to fit under) with an estimate of the
+// result, and Save, which writes the kept frames as a new GIF.
+class TrimWindow : public QWidget
+{
+    Q_OBJECT
+public:
+    static constexpr QSize previewBox{480, 300};
+    // How long an estimate may encode before it scales what it has.
+    static constexpr std::chrono::milliseconds estimateTime{700};
+
+    // `when` names the recording in the title ("Trim — 24/11/2026, 10:32").
+    TrimWindow(const QString& gifPath, const QString& when, QWidget* parent = nullptr);
+    ~TrimWindow() override;
+
+    QString gifPath() const { return m_path; }
+    // Told the new GIF once it is written; the window then closes.
+    std::function<void(const QString& path)> onSaved;
+
+    bool isLoaded() const { return m_timeline.has_value(); }
+    const GifTimeline* timeline() const { return m_timeline ? &*m_timeline : nullptr; }
+    FrameSpan span() const;
+    void setSpan(FrameSpan span);
+    bool isPlaying() const { return m_playing.isActive(); }
+    int shownFrame() const { return m_shown; }
+    // "Start 0:01.20   End 0:08.40   Length 7.20 s"
+    QString timesText() const;
+    QString estimateText() const;
+    QString statusText() const;
+    TrimTimelineView* timelineView() const { return m_strip; }
+    QComboBox* sizeBox() const { return m_size; }
+    QComboBox* frameRateBox() const { return m_rate; }
+    QSlider* lossySlider() const { return m_lossy; }
+    QComboBox* fitBox() const { return m_fit; }
+    QPushButton* saveButton() const { return m_save; }
+    QPushButton* closeButton() const { return m_close; }
+    GifJob* savingJob() const { return m_job.get(); }
+    // The settings the output choices make (the fit's size aside).
+    OutputSettings outputSettings() const;
+
+    void save();
+    void togglePlaying();
+
+    static QString timeLabel(qint64 hundredths); // "0:01.20"
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void loaded(std::expected<GifTimeline, Failure> timeline);
+    void spanChanged(TrimTimelineView::Handle moved);
+    void showFrame(int frame);
+    void playNext();
+    void outputChanged();
+    void estimate();
+    void moveHandle(TrimTimelineView::Handle handle, int step);
+    void setWorking(bool working);
+
+    QString m_path;
+    std::optional<GifTimeline> m_timeline;
+    std::jthread m_reading;
+    QLabel* m_picture;
+    TrimTimelineView* m_strip;
+    QLabel* m_times;
+    QComboBox* m_size;
+    QComboBox* m_rate;
+    QSlider* m_lossy;
+    QLabel* m_lossyValue;
+    QComboBox* m_fit;
+    QLabel* m_estimate;
+    QLabel* m_status;
+    QProgressBar* m_progress;
+    QPushButton* m_save;
+    QPushButton* m_close;
+    TrimTimelineView::Handle m_active = TrimTimelineView::Handle::start;
+    int m_shown = -1;
+    QTimer m_playing;
+    QTimer m_estimateDelay;
+    std::jthread m_estimating;
+    int m_estimateGeneration = 0;
+    QString m_estimateText;
+    std::unique_ptr<GifJob> m_job;
+};
+
+} // namespace vantalo
