@@ -86,16 +86,7 @@ class Flow:
         raise AssertionError(f"timed out waiting for {what}")
 
     def window(self, title):
-        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", f"^{re.escape(title)}$"],
-                               capture_output=True, text=True).stdout.split()
-        if not found:
-            return None
-        # The window may close between the search and this question.
-        shell = subprocess.run(["xdotool", "getwindowgeometry", "--shell", found[-1]], capture_output=True, text=True)
-        if shell.returncode != 0:
-            return None
-        values = dict(line.split("=", 1) for line in shell.stdout.split())
-        return int(values["X"]), int(values["Y"]), int(values["WIDTH"]), int(values["HEIGHT"])
+        return self.window_named(f"^{re.escape(title)}$")
 
     def lock(self, name, on):
         """Turns "Caps Lock" or "Num Lock" on or off, as its key does, and waits until the server says so."""
@@ -136,6 +127,9 @@ class Flow:
             draw.rectangle([x, 120, x + 60, 180], fill=(255, 196, 0))
             draw.rectangle([20, 20, 20 + i * 13, 44], fill=(80, 200, 120))
             draw.text((20, 290), f"frame {i:02d}", fill=(255, 255, 255))
+            if self.args.app_checks:
+                # A patch of noise, so the GIF is larger than the smallest size it is fitted under.
+                frame.paste(Image.effect_noise((180, 80), 90).convert("RGB"), (220, 190))
             frames.append(frame)
         path = self.scratch / "scene.gif"
         frames[0].save(path, save_all=True, append_images=frames[1:], duration=70, loop=0)
@@ -191,6 +185,8 @@ class Flow:
             self.animated_window()
         if self.args.output != "2x15":
             self.write_settings(f"outputScale={self.out_scale}\noutputFrameRate={self.out_rate}\n")
+        if self.args.fit_under:
+            self.write_settings(f"fitUnderBytes={self.args.fit_under}\n")
 
         env = dict(os.environ, QT_LOGGING_RULES="vantalo.*.debug=true")
         if self.args.compositor:
@@ -250,6 +246,14 @@ class Flow:
             # The tray icon turns red while recording, and back after.
             assert self.red_in_tray_icon(recording_shot) > 100, "the tray icon does not show the recording"
             assert self.red_in_tray_icon(preview_shot) == 0, "the tray icon still shows a recording"
+        if self.args.fit_under:
+            # Fitted right after the stop: only what fits is kept (this recording fits as it is,
+            # and the panel says so for a while).
+            self.wait_for("the fit after the stop", lambda: "fit ended: 1 Already under 1 MB: " in self.app_log())
+            self.shot("fitted-after-stop")
+            items = [item for item in self.history() if item["id"] not in kept_before]
+            assert len(items) == 1 and items[0]["fileSize"] <= self.args.fit_under, items
+            time.sleep(4.0)
         gif = self.data / "gifs" / items[0]["filename"]
         self.check_gif(gif)
         self.check_history_file(items[0], gif)
@@ -257,7 +261,7 @@ class Flow:
         assert (px + pw, py + ph) == (self.screen[0] - 24, self.screen[1] - 24), f"panel at {panel}"
         assert pw == 280, f"panel {pw} wide"
         row_y = py + ph - 27
-        copy_x, upload_x, delete_x = px + 140, px + 50, px + 230
+        upload_x, copy_x, delete_x = px + 40, px + 107, px + 240
 
         self.click(copy_x, row_y)
         copied = self.wait_for("the GIF on the clipboard", lambda: self.clipboard("image/gif"))
@@ -322,6 +326,7 @@ class Flow:
             self.preferences()
             self.click(history[0] + 16 + 100, history[1] + 16 + 58)  # the GIF's panel again
             self.wait_for("the panel again", lambda: self.window("Vantalo Preview") == panel)
+            gif, items[0] = self.trim_and_fit(panel, gif, items[0])
         if self.args.compositor:
             # The panel closed with its button, a click on the history cell shows the GIF there again.
             self.click(px + pw - 21, py + 21)
@@ -334,6 +339,87 @@ class Flow:
         self.quit_from_tray_menu()
         self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
                  f"screenshots in {self.artifacts}")
+
+    def trim_and_fit(self, panel, gif, item):
+        """Trim and more… from the panel's Fit menu: both handles dragged inwards, Return saves a
+        new entry holding a run of the GIF's frames, shown in the panel; that GIF fitted under 1 MB
+        from the panel is another entry, under 1 MB. Answers the fitted GIF and its entry."""
+        px, py, pw, ph = panel
+        fit_x, row_y = px + 174, py + ph - 27
+        kept = {entry["id"] for entry in self.history()}
+        self.click(fit_x, row_y)
+        time.sleep(0.6)
+        self.shot("fit-menu")
+        self.xdotool("key", "Up", "Return")  # the last choice: Trim and more…
+        trim = self.wait_for("the trim window", lambda: self.window_named("^Trim — "))
+        # The handles are drawn once the GIF is read: a yellow bar at each end of the strip.
+        def handles():
+            shot = Image.open(self.shot("trim")).convert("RGB")
+            x0, y0, w, h = trim
+            columns = {}
+            for i, pixel in enumerate(shot.crop((x0, y0, x0 + w, y0 + h)).getdata()):
+                if pixel == (255, 204, 0):
+                    columns.setdefault(x0 + i % w, []).append(y0 + i // w)
+            bars = sorted(x for x, ys in columns.items() if len(ys) > 40)
+            return (bars[0], bars[-1], sum(columns[bars[0]]) // len(columns[bars[0]])) if bars else None
+        left, right, y = self.wait_for("the trim handles", handles)
+        self.drag((left + 4, y), (left + 4 + 90, y))
+        self.drag((right - 4, y), (right - 4 - 90, y))
+        time.sleep(1.5)  # the estimate follows
+        self.shot("trimmed")
+        self.xdotool("key", "Return")
+        trimmed = self.wait_for("the trimmed GIF", lambda: [e for e in self.history() if e["id"] not in kept])[0]
+        self.wait_for("the trim window to close", lambda: self.window_named("^Trim — ") is None)
+        source, out = self.frames_and_delays(gif), self.frames_and_delays(self.data / "gifs" / trimmed["filename"])
+        # The trimmed GIF starts on one of the source's frames (the nearest picture) and lasts
+        # exactly as long as a run of them from there: the selection, to the hundredth.
+        def difference(a, b):
+            return sum(abs(p - q) for p, q in zip(a.tobytes()[::97], b.tobytes()[::97]))
+        first = min(range(len(source[0])), key=lambda k: difference(source[0][k], out[0][0]))
+        assert difference(source[0][first], out[0][0]) == 0, "the trimmed GIF starts on no frame of the source"
+        runs = [sum(source[1][first:end]) for end in range(first + 1, len(source[1]) + 1)]
+        assert sum(out[1]) in runs, f"the trimmed GIF lasts {sum(out[1])} ms, no run from frame {first}: {runs}"
+        assert first > 0 and sum(out[1]) < sum(source[1]) - sum(source[1][:first]), "the handles cut nothing"
+        assert out[0][0].size == source[0][0].size
+        self.log(f"trimmed: from frame {first}, {len(out[0])} frames, {sum(out[1])} ms of {sum(source[1])} ms")
+        trimmed_panel = self.wait_for("the trimmed GIF's panel", lambda: self.window("Vantalo Preview"))
+
+        # Fit under 1 MB: the fourth size.
+        assert trimmed["fileSize"] > 1_000_000, f"the trimmed GIF is {trimmed['fileSize']} bytes already"
+        kept.add(trimmed["id"])
+        self.click(fit_x, row_y)
+        time.sleep(0.6)
+        self.xdotool("key", "Down", "Down", "Down", "Down", "Return")
+        time.sleep(0.3)
+        self.shot("fitting")
+        fitted = self.wait_for("the fitted GIF", lambda: [e for e in self.history() if e["id"] not in kept],
+                               seconds=60)[0]
+        path = self.data / "gifs" / fitted["filename"]
+        assert fitted["fileSize"] == path.stat().st_size <= 1_000_000, fitted
+        assert [e["id"] for e in self.history()][:3] == [fitted["id"], trimmed["id"], item["id"]], self.history()
+        time.sleep(0.8)
+        self.shot("fitted")
+        self.log(f"fitted under 1 MB: {fitted['fileSize']} bytes, {Image.open(path).size}")
+        assert self.window("Vantalo Preview") == trimmed_panel
+        return path, fitted
+
+    @staticmethod
+    def frames_and_delays(path):
+        frames = [frame.convert("RGB") for frame in ImageSequence.Iterator(Image.open(path))]
+        delays = [frame.info.get("duration", 0) for frame in ImageSequence.Iterator(Image.open(path))]
+        return frames, delays
+
+    def window_named(self, pattern):
+        found = subprocess.run(["xdotool", "search", "--onlyvisible", "--name", pattern],
+                               capture_output=True, text=True).stdout.split()
+        if not found:
+            return None
+        # The window may close between the search and this question.
+        shell = subprocess.run(["xdotool", "getwindowgeometry", "--shell", found[-1]], capture_output=True, text=True)
+        if shell.returncode != 0:
+            return None
+        values = dict(line.split("=", 1) for line in shell.stdout.split())
+        return int(values["X"]), int(values["Y"]), int(values["WIDTH"]), int(values["HEIGHT"])
 
     def drag_region_and_start(self):
         """Drags the region on the selection overlay, presses Start; answers when Start was pressed."""
@@ -558,8 +644,8 @@ class Flow:
         window = self.open_preferences(times=2)
         self.click(window[0] + window[2] - 62, window[1] + 50)  # the shortcut button
         self.xdotool("key", "ctrl+shift+r")
-        # Past the two output choices to the credentials.
-        for tabs, field in ((3, "AKIDEXAMPLE"), (1, "a secret")):
+        # Past the three output choices to the credentials.
+        for tabs, field in ((4, "AKIDEXAMPLE"), (1, "a secret")):
             self.xdotool("key", *["Tab"] * tabs)
             self.xdotool("type", field)
         self.xdotool("key", "Return")
@@ -690,6 +776,7 @@ def main():
     parser.add_argument("--compositor", action="store_true", help="run a compositing manager, start with --toggle")
     parser.add_argument("--wayland", action="store_true", help="on the Wayland desktop of tests/wayland/"
                         "with-mutter.sh: record its native client through the screen-cast portal")
+    parser.add_argument("--fit-under", type=int, default=0, help="fitUnderBytes stored before the start")
     parser.add_argument("--output", default="2x15", help="SCALExRATE: the output settings stored before the start")
     parser.add_argument("--app-checks", action="store_true", help="also check the command line, the single "
                         "instance, --toggle, a tray host that starts late and the preferences window")
