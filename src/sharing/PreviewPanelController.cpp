@@ -159,6 +159,9 @@ void PreviewPanelController::cancelAutoDismissTimer()
 void PreviewPanelController::resetAutoDismissTimer()
 {
     cancelAutoDismissTimer();
+    if (m_job) {
+        return; // the minute starts when the fit ends
+    }
     const QPointer<PreviewPanelController> self(this);
     m_autoDismissTimer = m_services.scheduler->schedule(autoDismissInterval, [self] {
         if (self) {

@@ -424,7 +424,8 @@ private Q_SLOTS:
         QCOMPARE(window.estimateText(), QStringLiteral("Estimating\u2026"));
         QTRY_VERIFY(window.estimateText().startsWith(QStringLiteral("About ")));
         window.lossySlider()->setValue(0);
-        window.sizeBox()->setCurrentIndex(window.sizeBox()->findData(1));
+        QCOMPARE(window.sizeBox()->itemText(1), QStringLiteral("Half size (20 \u00d7 15)"));
+        window.sizeBox()->setCurrentIndex(1);
         QTest::keyClick(&window, Qt::Key_Return);
         QVERIFY(window.savingJob() && !window.saveButton()->isEnabled());
         QTRY_COMPARE(saved.size(), 1);
