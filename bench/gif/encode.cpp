@@ -3,6 +3,7 @@
 // With --stream the frames are fed to an encoding session at the frame rate, as a recording
 // would, and the time from the last frame to the finished file is reported too.
 #include "recording/GifEncoder.h"
+#include "recording/GifRecoder.h"
 
 #include "../common/ProcessStats.h"
 
@@ -20,29 +21,6 @@
 using namespace vantalo;
 using vantalo::bench::cpuSeconds;
 using vantalo::bench::peakRssMb;
-
-namespace {
-
-// A frame as the recorder keeps it: an exact 2 × 2 doubling is stored at its captured size.
-Frame asRecorded(const QImage& loaded)
-{
-    const QImage image = loaded.convertToFormat(QImage::Format_RGB32);
-    if (image.width() % 2 || image.height() % 2) {
-        return Frame{image, 1};
-    }
-    for (int y = 0; y < image.height(); y += 2) {
-        const auto* a = reinterpret_cast<const QRgb*>(image.constScanLine(y));
-        const auto* b = reinterpret_cast<const QRgb*>(image.constScanLine(y + 1));
-        for (int x = 0; x < image.width(); x += 2) {
-            if (a[x] != a[x + 1] || a[x] != b[x] || a[x] != b[x + 1]) {
-                return Frame{image, 1};
-            }
-        }
-    }
-    return Frame{image.scaled(image.size() / 2, Qt::IgnoreAspectRatio, Qt::FastTransformation), 2};
-}
-
-} // namespace
 
 int main(int argc, char** argv)
 {
@@ -79,7 +57,7 @@ int main(int argc, char** argv)
         settings.dithering = parser.value(ditherOption).toFloat();
     }
     FrameList frames = QtConcurrent::blockingMapped(
-        names, [&](const QString& name) { return asRecorded(QImage(dir.filePath(name))); });
+        names, [&](const QString& name) { return frameAtScale(QImage(dir.filePath(name)), 2); });
 
     QByteArray gif;
     QElapsedTimer wall;

@@ -100,14 +100,20 @@ QImage halvedByAverage(const QImage& picture)
     return out;
 }
 
-Frame outputFrame(const QImage& picture, int scale)
+} // namespace
+
+Frame frameAtScale(const QImage& given, int scale)
 {
+    const QImage picture =
+        given.format() == QImage::Format_RGB32 ? given : given.convertToFormat(QImage::Format_RGB32);
     const bool doubled = isPixelDoubled(picture);
     if (scale >= 2) {
         return doubled ? Frame{halvedExactly(picture), 2} : Frame{picture.copy(), 1};
     }
     return Frame{doubled ? halvedExactly(picture) : halvedByAverage(picture), 1};
 }
+
+namespace {
 
 struct Picked
 {
@@ -151,7 +157,7 @@ public:
                 ++m_sample;
             }
             if (index == m_span.first || (m_reader->changed() && sampleTime(m_sample) < m_time)) {
-                return Picked{outputFrame(m_reader->picture(), m_settings.scale), start - m_spanStart,
+                return Picked{frameAtScale(m_reader->picture(), m_settings.scale), start - m_spanStart,
                               progress(index)};
             }
         }

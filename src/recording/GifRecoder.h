@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Frame.h"
 #include "common/Failure.h"
 
 #include <QIODevice>
@@ -23,6 +24,10 @@ struct OutputSettings
     QString label() const; // "1×, 10 fps, lossy 40"
     friend bool operator==(const OutputSettings&, const OutputSettings&) = default;
 };
+
+// A picture as a GIF of `scale` holds it: at 2, as it is, kept at half its size and doubled where
+// it is made of pixel doubles (as the recorder keeps a frame from a 1× screen); at 1, halved.
+Frame frameAtScale(const QImage& picture, int scale);
 
 // Fraction done, 0 to 1.
 using RecodeProgress = std::function<void(double)>;
