@@ -70,6 +70,7 @@ struct Indexed
     QList<QRgb> palette;
     int transparentIndex = -1;
     std::vector<quint8> indices; // at captured size
+    bool quantised = false;      // more than 256 colours, brought down to a palette
 };
 
 // The colours of the area (transparent pixels as kTransparentKey), if there are at most 256.
@@ -232,6 +233,25 @@ Indexed quantize(const std::vector<QRgb>& pixels, int width, int height, bool ha
 }
 
 // Each pixel's index becomes scale × scale of them.
+// The area's pixels (transparent ones as kTransparentKey) as indices into a palette: their own
+// colours where there are at most 256, else a quantised palette; never fewer than the two entries
+// a GIF table needs.
+Indexed indexArea(const std::vector<QRgb>& pixels, QSize area, bool hasTransparency,
+                  const QuantizerSettings& settings)
+{
+    Indexed indexed;
+    if (auto exact = exactPalette(pixels)) {
+        indexed = std::move(*exact);
+    } else {
+        indexed = quantize(pixels, area.width(), area.height(), hasTransparency, settings);
+        indexed.quantised = true;
+    }
+    if (indexed.palette.size() < 2) {
+        indexed.palette.append(qRgb(0, 0, 0));
+    }
+    return indexed;
+}
+
 std::vector<quint8> scaledIndices(const std::vector<quint8>& indices, int width, int height, int scale)
 {
     const size_t outWidth = size_t(width) * size_t(scale);
@@ -322,17 +342,8 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
             }
         }
     }
-    Indexed indexed;
-    auto fewColours = exactPalette(pixels);
-    m_quantised = !fewColours;
-    if (fewColours) {
-        indexed = std::move(*fewColours);
-    } else {
-        indexed = quantize(pixels, area.width(), area.height(), hasTransparency, m_settings);
-    }
-    if (indexed.palette.size() < 2) {
-        indexed.palette.append(qRgb(0, 0, 0));
-    }
+    const Indexed indexed = indexArea(pixels, area.size(), hasTransparency, m_settings);
+    m_quantised = indexed.quantised;
 
     // Each pixel: the index it would take losslessly, the colour that stands for, and whether what
     // is shown there now is close enough to keep.
@@ -453,17 +464,9 @@ EncodedFrame encodeFrame(const Frame& current, const Frame* previous, const Quan
     }
 
     mark(&EncodeStageTimes::differencingNs);
-    Indexed indexed;
-    if (auto exact = exactPalette(pixels)) {
-        indexed = std::move(*exact);
-    } else {
-        indexed = quantize(pixels, area.width(), area.height(), hasTransparency, settings);
-        if (times) {
-            ++times->reducedFrames;
-        }
-    }
-    if (indexed.palette.size() < 2) {
-        indexed.palette.append(qRgb(0, 0, 0)); // GIF tables have at least two entries
+    const Indexed indexed = indexArea(pixels, area.size(), hasTransparency, settings);
+    if (times && indexed.quantised) {
+        ++times->reducedFrames;
     }
 
     mark(&EncodeStageTimes::quantisingNs);
