@@ -1,6 +1,6 @@
 #pragma once
 
-#include "history/GifJob.h"
+#include "recording/GifJob.h"
 #include "recording/GifTimeline.h"
 
 #include <QPointer>

@@ -6,8 +6,8 @@
 #include "Uploader.h"
 #include "common/Console.h"
 #include "common/Scheduler.h"
-#include "history/GifJob.h"
 #include "history/HistoryStore.h"
+#include "recording/GifJob.h"
 
 #include <QObject>
 #include <QPointer>

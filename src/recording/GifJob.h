@@ -1,6 +1,6 @@
 #pragma once
 
-#include "recording/GifRecoder.h"
+#include "GifRecoder.h"
 
 #include <QList>
 #include <QObject>
