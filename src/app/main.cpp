@@ -1,5 +1,4 @@
 #include "app/AppDelegate.h"
-#include "app/DesktopSession.h"
 #include "app/GifTool.h"
 #include "app/SingleInstance.h"
 #include "app/StatusIcon.h"
@@ -11,6 +10,7 @@
 #include "hotkey/ShortcutLabel.h"
 #include "overlays/RegionPreviewOverlay.h"
 #include "overlays/RegionSelectionWindowController.h"
+#include "platform/DesktopSession.h"
 #include "platform/Platform.h"
 #include "recording/GifEncoder.h"
 #include "settings/HotkeySettingsNotifier.h"

@@ -1,9 +1,9 @@
 #include "CaptureCoordinator.h"
 
 #include "RecordingToolbarState.h"
+#include "common/RegionGeometry.h"
 #include "hotkey/HotkeyRegistrar.h"
 #include "hotkey/ShortcutLabel.h"
-#include "overlays/RegionGeometry.h"
 #include "settings/OutputPreferences.h"
 #include "settings/ShortcutSettings.h"
 

@@ -2,7 +2,7 @@
 
 #include "common/FloatingWindow.h"
 #include "common/Geometry.h"
-#include "overlays/RegionGeometry.h"
+#include "common/RegionGeometry.h"
 
 #include <QFontDatabase>
 #include <QGuiApplication>

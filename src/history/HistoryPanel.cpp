@@ -1,12 +1,12 @@
 #include "HistoryPanel.h"
 
-#include "sharing/GifDrag.h"
+#include "common/GifTransfer.h"
 
 #include "GifHistoryStore.h"
 #include "common/Formatting.h"
 #include "common/GifMovie.h"
+#include "common/Symbols.h"
 #include "recording/GifRecoder.h"
-#include "sharing/Symbols.h"
 
 #include <QContextMenuEvent>
 #include <QDesktopServices>

@@ -1,6 +1,6 @@
 #include "OverlayWindow.h"
 
-#include "RegionGeometry.h"
+#include "common/RegionGeometry.h"
 
 #include <QFontDatabase>
 #include <QGuiApplication>

@@ -1,8 +1,8 @@
 #pragma once
 
 #include "OverlayWindow.h"
-#include "RegionGeometry.h"
 #include "capture/CaptureCollaborators.h"
+#include "common/RegionGeometry.h"
 
 #include <QPointer>
 

@@ -1,8 +1,8 @@
 // The one place that knows which platform implementations this build has.
 #include "Platform.h"
 
-#include "app/DesktopSession.h"
 #include "null/NullPlatform.h"
+#include "platform/DesktopSession.h"
 
 #include <QGuiApplication>
 

@@ -1,22 +1,12 @@
 #include "ClipboardManager.h"
 
+#include "common/GifTransfer.h"
+
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QMimeData>
 
 namespace vantalo {
-
-QMimeData* ClipboardManager::gifMimeData(const QByteArray& data, const std::optional<QString>& filePath)
-{
-    auto* mime = new QMimeData;
-    mime->setData(gifMimeType, data);
-    if (filePath) {
-        const QUrl file = QUrl::fromLocalFile(*filePath);
-        mime->setUrls({file});
-        mime->setData(gnomeFilesMimeType, QByteArrayLiteral("copy\n") + file.toEncoded());
-    }
-    return mime;
-}
 
 void ClipboardManager::copyGIF(const QByteArray& data, const std::optional<QString>& filePath)
 {

@@ -1,6 +1,6 @@
 #include "PreviewPanelView.h"
 
-#include "GifDrag.h"
+#include "common/GifTransfer.h"
 
 #include "common/FloatingWindow.h"
 #include "common/GifMovie.h"

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "PreviewPanelState.h"
-#include "Symbols.h"
+#include "common/Symbols.h"
 
 #include <QAbstractButton>
 #include <QMovie>

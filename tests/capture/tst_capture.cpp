@@ -3,10 +3,10 @@
 // history and the preview it hands GIFs to, the preferences, the shortcut's refusal).
 #include "../fakes/CaptureFakes.h"
 
+#include "../fakes/MemorySecretStore.h"
 #include "app/AppDelegate.h"
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/KeychainStore.h"
-#include "settings/MemorySecretStore.h"
 #include "settings/SettingsKeys.h"
 #include "settings/ShortcutSettings.h"
 #include "settings/UserDefaults.h"

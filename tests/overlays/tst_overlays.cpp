@@ -4,7 +4,7 @@
 // a display's sides, negative origins.
 #include "../support/RecorderSteps.h"
 #include "capture/RecordingToolbarWindowController.h"
-#include "overlays/RegionGeometry.h"
+#include "common/RegionGeometry.h"
 #include "overlays/RegionPreviewOverlay.h"
 #include "overlays/RegionSelectionWindowController.h"
 #include "platform/Platform.h"

@@ -2,7 +2,7 @@
 // exactly what is on screen, doubled, with the pointer painted in. And for a Wayland desktop: which
 // session Vantalo is in, and where the region lies in a screen-cast buffer whatever the scaling.
 #include "../support/RecorderSteps.h"
-#include "app/DesktopSession.h"
+#include "platform/DesktopSession.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "platform/x11/X11Platform.h"
 #include "recording/CapturePlan.h"

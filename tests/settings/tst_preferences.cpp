@@ -1,12 +1,12 @@
 // The settings as stored and read back (hand edits included), the credentials in a real
 // gnome-keyring (in a private D-Bus session, started by tests/with-keyring.sh) and where no keyring
 // answers, the shortcut recorder and the preferences window, offscreen.
+#include "../fakes/MemorySecretStore.h"
 #include "hotkey/HotkeyMatcher.h"
 #include "hotkey/HotkeyRecorderButton.h"
 #include "hotkey/ShortcutLabel.h"
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/KeychainStore.h"
-#include "settings/MemorySecretStore.h"
 #include "settings/OutputPreferences.h"
 #include "settings/PreferencesWindow.h"
 #include "settings/QtKeychainSecretStore.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "capture/NullCollaborators.h"
+#include "platform/NullCollaborators.h"
 #include "platform/Platform.h"
 
 namespace vantalo {

@@ -1,13 +1,25 @@
-#include "GifDrag.h"
-
-#include "ClipboardManager.h"
+#include "GifTransfer.h"
 
 #include <QCoreApplication>
 #include <QDrag>
 #include <QFile>
+#include <QMimeData>
 #include <QPointer>
+#include <QUrl>
 
 namespace vantalo {
+
+QMimeData* gifMimeData(const QByteArray& data, const std::optional<QString>& filePath)
+{
+    auto* mime = new QMimeData;
+    mime->setData(gifMimeType, data);
+    if (filePath) {
+        const QUrl file = QUrl::fromLocalFile(*filePath);
+        mime->setUrls({file});
+        mime->setData(gnomeFilesMimeType, QByteArrayLiteral("copy\n") + file.toEncoded());
+    }
+    return mime;
+}
 
 void dragGifFile(const QString& path, const QPixmap& picture)
 {
@@ -22,7 +34,7 @@ void dragGifFile(const QString& path, const QPixmap& picture)
     delete last.data();
     auto* drag = new QDrag(QCoreApplication::instance());
     last = drag;
-    drag->setMimeData(ClipboardManager::gifMimeData(file.readAll(), path));
+    drag->setMimeData(gifMimeData(file.readAll(), path));
     if (!picture.isNull()) {
         const QPixmap thumbnail = picture.scaled(96, 96, Qt::KeepAspectRatio, Qt::SmoothTransformation);
         drag->setPixmap(thumbnail);

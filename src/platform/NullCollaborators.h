@@ -1,6 +1,6 @@
 #pragma once
 
-#include "CaptureCollaborators.h"
+#include "capture/CaptureCollaborators.h"
 #include "common/Console.h"
 #include "hotkey/HotkeyRegistrar.h"
 #include "recording/FrameRecorder.h"
