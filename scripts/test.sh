@@ -4,7 +4,9 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+# The quick checks first: formatting, and no folder of src/ including one that includes it back.
 bash scripts/check-format.sh
+python3 scripts/check-layers.py
 
 # The uploads are tested against a real S3-compatible server that checks SigV4 signatures.
 tools="$PWD/build-tools/s3rver"
