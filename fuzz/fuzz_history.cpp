@@ -3,6 +3,7 @@
 // back the same; no entry names a file outside the GIF directory.
 #include "Check.h"
 #include "history/GifHistoryStore.h"
+#include "history/HistoryFile.h"
 
 #include <QJsonDocument>
 
@@ -23,19 +24,19 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     tzset();
     const QByteArray json(reinterpret_cast<const char*>(data + 1), qsizetype(size - 1));
 
-    const auto decoded = GifHistoryStore::decode(json);
+    const auto decoded = decodeHistory(json);
     if (!decoded) {
         return 0;
     }
     for (const GifHistoryItem& item : decoded->items) {
-        FUZZ_CHECK(GifHistoryStore::isPlainFilename(item.filename));
+        FUZZ_CHECK(isPlainFilename(item.filename));
         FUZZ_CHECK(item.createdAt.isValid() && item.createdAt.time().msec() == 0);
     }
-    const QByteArray written = GifHistoryStore::encode(decoded->items);
+    const QByteArray written = encodeHistory(decoded->items);
     FUZZ_CHECK(QJsonDocument::fromJson(written).isArray());
-    const auto again = GifHistoryStore::decode(written);
+    const auto again = decodeHistory(written);
     FUZZ_CHECK(again && again->ignored == 0);
     FUZZ_CHECK(again->items == decoded->items);
-    FUZZ_CHECK(GifHistoryStore::encode(again->items) == written);
+    FUZZ_CHECK(encodeHistory(again->items) == written);
     return 0;
 }

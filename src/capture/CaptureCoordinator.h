@@ -85,9 +85,6 @@ public:
     // A recording the user asked for ended without a GIF; the line says why (it is printed too).
     std::function<void(const QString& line)> onRecordingFailed;
 
-    // Writes "vantalo_<seconds>.gif" into `directory`, readable by the user alone.
-    static std::expected<QString, Failure> writeGifFile(const QByteArray& gif, const QString& directory);
-
 private:
     void handleRegionSelected(const QRectF& region, const DisplayInfo& display);
     void handleRegionChanged(const QRectF& region);

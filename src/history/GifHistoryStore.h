@@ -40,18 +40,6 @@ public:
     // directory, or still in `temporaryDirectory`), each in its place by time.
     void recover(const QString& temporaryDirectory);
 
-    // The file format, both ways (exposed for tests and tools).
-    struct Decoded
-    {
-        QList<GifHistoryItem> items;
-        int ignored = 0; // entries left out
-    };
-    static QByteArray encode(const QList<GifHistoryItem>& items);
-    static std::optional<Decoded> decode(const QByteArray& json);
-    static QString uuidText(const QUuid& id);
-    // A stored file name must be one path component, kept exactly when written as UTF-8.
-    static bool isPlainFilename(const QString& name);
-
 private:
     enum class FileState
     {

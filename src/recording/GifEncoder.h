@@ -1,7 +1,7 @@
 #pragma once
 
 #include "FrameEncoder.h"
-#include "FrameQuantizer.h"
+#include "FrameEncoding.h"
 
 #include <QFuture>
 

@@ -1,6 +1,6 @@
 #include "GifRecoder.h"
 
-#include "FrameQuantizer.h"
+#include "FrameEncoding.h"
 #include "GifReader.h"
 #include "GifWriter.h"
 #include "common/Formatting.h"

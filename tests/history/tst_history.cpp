@@ -2,6 +2,7 @@
 // files, what it recovers after an interruption) and the window that shows it, on a real X server.
 #include "../fakes/PanelFakes.h"
 #include "history/GifHistoryStore.h"
+#include "history/HistoryFile.h"
 #include "history/HistoryPanel.h"
 #include "history/TrimWindow.h"
 #include "recording/GifWriter.h"
@@ -168,7 +169,7 @@ private Q_SLOTS:
             const QList<GifHistoryItem> items = m_store->loadItems();
             QVERIFY2(items.size() == row.count, row.json.constData());
             // What is read is written back exactly, and reads back the same.
-            const auto again = GifHistoryStore::decode(GifHistoryStore::encode(items));
+            const auto again = decodeHistory(encodeHistory(items));
             QVERIFY(again);
             QCOMPARE(again->ignored, 0);
             QVERIFY(again->items == items);

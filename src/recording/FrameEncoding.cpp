@@ -1,4 +1,4 @@
-#include "FrameQuantizer.h"
+#include "FrameEncoding.h"
 
 #include <QElapsedTimer>
 #include <QHash>
