@@ -1,5 +1,27 @@
 #pragma once
 
+// The route of a frame, from the screen to the panel:
+//
+//   CaptureBackend            grabs the region: XShm on X11 (platform/x11), a PipeWire stream
+//        |                    from the desktop portal on Wayland (platform/portal)
+//        v
+//   ScreenRecorder            a capture thread, one slot every 1/rate s; a late slot repeats
+//        |  frameSink         the picture before
+//        v
+//   GifEncodingSession        encodes each frame as it comes (encodeFrame: differences against
+//        |  finish()          the frame before, quantises, doubles, compresses; FrameEncoding.h)
+//        v                    and assembles the GIF at the stop (GifWriter.h)
+//   writeGifFile              "vantalo_<seconds>.gif" in the temporary directory (GifFile.h)
+//        |  CaptureCoordinator::onGifCreated
+//        v
+//   GifHistoryStore::addGif   moves it into the history (history/)
+//        |
+//        v
+//   PreviewPanelController    shows it, with Upload, Copy, Fit and Delete (sharing/)
+//
+// The coordinator (capture/CaptureCoordinator) drives the states and wires the stages together;
+// a GIF made again from a finished one (fit, trim) goes through GifRecoder instead.
+
 #include "CaptureBackend.h"
 #include "FrameRecorder.h"
 #include "common/Console.h"
