@@ -3,7 +3,8 @@
 // The peer is the straightforward window: a grid of labels, each playing its own QMovie.
 #include "../common/ProcessStats.h"
 #include "history/GifHistoryStore.h"
-#include "history/HistoryPanel.h"
+#include "history/HistoryGridView.h"
+#include "history/HistoryPanelController.h"
 #include "recording/GifWriter.h"
 
 #include <QApplication>

@@ -1,10 +1,11 @@
 #pragma once
 
+#include "FeedbackMessageWindow.h"
+#include "GifImageView.h"
+#include "PanelActionButton.h"
+#include "PanelCloseButton.h"
 #include "PreviewPanelState.h"
-#include "common/Symbols.h"
 
-#include <QAbstractButton>
-#include <QMovie>
 #include <QPointer>
 #include <QStackedWidget>
 #include <QWidget>
@@ -13,84 +14,8 @@
 #include <memory>
 
 class QMenu;
-class QVariantAnimation;
 
 namespace vantalo {
-
-// Plays a GIF file scaled to fit, keeping its aspect ratio; stays empty when the file cannot be
-// read. Only animates while visible.
-class GifImageView : public QWidget
-{
-    Q_OBJECT
-public:
-    GifImageView(const QString& path, QSize maximumSize, QWidget* parent = nullptr);
-
-    // The picture's size once fitted into the maximum (up or down); empty for an unreadable file.
-    QSize fittedSize() const { return m_fitted; }
-    bool isPlaying() const { return m_movie && m_movie->state() == QMovie::Running; }
-    // The text in the badge at the bottom-right corner (none when empty).
-    void setBadge(const QString& text);
-    QString badge() const { return m_badge; }
-
-    std::function<void()> onClick;
-    // A press and drag takes the file out (a drag and drop); told when it starts and ends.
-    std::function<void(bool dragging)> onDragging;
-
-protected:
-    void paintEvent(QPaintEvent* event) override;
-    void showEvent(QShowEvent* event) override;
-    void hideEvent(QHideEvent* event) override;
-    void mousePressEvent(QMouseEvent* event) override;
-    void mouseMoveEvent(QMouseEvent* event) override;
-    void mouseReleaseEvent(QMouseEvent* event) override;
-
-private:
-    QString m_path;
-    std::unique_ptr<QMovie> m_movie;
-    QSize m_fitted;
-    QString m_badge;
-    QPoint m_pressGlobal;
-    bool m_pressed = false;
-};
-
-// The round close button at the panel's top-right corner; brightens while hovered.
-class PanelCloseButton : public QAbstractButton
-{
-    Q_OBJECT
-public:
-    explicit PanelCloseButton(QWidget* parent = nullptr);
-    QSize sizeHint() const override { return {22, 22}; }
-    double hoverProgress() const { return m_hover; }
-
-protected:
-    void paintEvent(QPaintEvent* event) override;
-    void enterEvent(QEnterEvent* event) override;
-    void leaveEvent(QEvent* event) override;
-
-private:
-    double m_hover = 0.0;
-    QPointer<QVariantAnimation> m_animation;
-};
-
-// One of the three action buttons: a symbol above a short label, both in the button's tint.
-class PanelActionButton : public QAbstractButton
-{
-    Q_OBJECT
-public:
-    PanelActionButton(Symbol symbol, const QString& label, QColor tint, QWidget* parent = nullptr);
-    void setLook(Symbol symbol, const QString& label, QColor tint);
-    QColor tint() const { return m_tint; }
-    QSize sizeHint() const override;
-
-protected:
-    void paintEvent(QPaintEvent* event) override;
-
-private:
-    Symbol m_symbol;
-    QColor m_tint;
-    double m_pressed = 0.0;
-    QPointer<QVariantAnimation> m_animation;
-};
 
 // The panel shown when a GIF is ready: the playing preview with its size, a close button, and a
 // row of actions (Upload or Copy URL, Copy, Fit, Delete) that turns into an indicator while an
@@ -103,7 +28,6 @@ public:
     static constexpr int panelWidth = 280;
     static constexpr int previewMaxHeight = 220;
     static constexpr int actionRowHeight = 54;
-    static constexpr int cornerRadius = 14;
 
     PreviewPanelView(const QString& gifPath, const QString& fileSize,
                      std::shared_ptr<PreviewPanelState> state, bool compositing);
@@ -158,29 +82,5 @@ private:
     PreviewPanelState::Row m_shownRow = PreviewPanelState::Row::ready;
     QPoint m_dragOffset;
 };
-
-// A short message ("Copied!") over the panel: fades in, stays 1.2 s, fades out and goes.
-class FeedbackMessageWindow : public QWidget
-{
-    Q_OBJECT
-public:
-    static constexpr int minimumMessageWidth = 80;
-    static constexpr int messageHeight = 32;
-
-    FeedbackMessageWindow(const QString& message, bool compositing);
-    QString message() const { return m_message; }
-    // Centres the window on a point (Qt's global space).
-    void showCentredOn(const QPoint& centre);
-
-protected:
-    void paintEvent(QPaintEvent* event) override;
-
-private:
-    QString m_message;
-    bool m_compositing;
-};
-
-// The flags of a floating panel that never takes the keyboard focus from the application in front.
-void makeFloatingPanel(QWidget* window, bool clickThrough);
 
 } // namespace vantalo

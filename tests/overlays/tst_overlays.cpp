@@ -3,6 +3,7 @@
 // screen does not reach: resizing past the opposite edge, hit testing at the edges, the labels near
 // a display's sides, negative origins.
 #include "../support/RecorderSteps.h"
+#include "capture/RecordingBorderOverlay.h"
 #include "capture/RecordingToolbarWindowController.h"
 #include "common/RegionGeometry.h"
 #include "overlays/RegionPreviewOverlay.h"

@@ -1,26 +1,21 @@
-#include "HistoryPanel.h"
-
-#include "common/GifTransfer.h"
+#include "HistoryGridView.h"
 
 #include "GifHistoryStore.h"
+#include "HistoryStyle.h"
 #include "common/Formatting.h"
 #include "common/GifMovie.h"
+#include "common/GifTransfer.h"
 #include "common/Symbols.h"
 #include "recording/GifRecoder.h"
 
 #include <QContextMenuEvent>
-#include <QDesktopServices>
-#include <QGuiApplication>
-#include <QLabel>
 #include <QMenu>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QScreen>
+#include <QPointer>
 #include <QScrollBar>
 #include <QSet>
-#include <QStackedLayout>
-#include <QVBoxLayout>
 
 namespace vantalo {
 
@@ -31,72 +26,15 @@ constexpr double kThumbnailHeight = 100;
 constexpr double kStackSpacing = 4;
 constexpr double kDeleteButtonSide = 24; // a 16-point symbol padded by 4
 
-QFont captionFont()
-{
-    QFont f;
-    f.setPixelSize(11);
-    return f;
-}
-
-QColor secondary(const QPalette& palette, double opacity = 1.0)
-{
-    QColor c = palette.color(QPalette::WindowText);
-    c.setAlphaF(float(0.55 * opacity));
-    return c;
-}
-
 QRectF thumbnailFrame(const QRectF& cell)
 {
     return {cell.x() + kCellPadding, cell.y() + kCellPadding, cell.width() - 2 * kCellPadding,
             kThumbnailHeight};
 }
 
-class SymbolView : public QWidget
-{
-public:
-    SymbolView(Symbol symbol, int side, QWidget* parent) : QWidget(parent), m_symbol(symbol)
-    {
-        setFixedSize(side + 8, side + 8);
-    }
-
-protected:
-    void paintEvent(QPaintEvent*) override
-    {
-        QPainter p(this);
-        paintSymbol(p, m_symbol, QRectF(rect()).adjusted(4, 4, -4, -4), secondary(palette()), 1.6);
-    }
-
-private:
-    Symbol m_symbol;
-};
-
 } // namespace
 
-// ---- HistoryViewModel
-
-HistoryViewModel::HistoryViewModel(GifHistoryStore& store) : m_items(store.loadItems()), m_store(store) {}
-
-void HistoryViewModel::select(const GifHistoryItem& item)
-{
-    if (onSelect) {
-        onSelect(item);
-    }
-}
-
-void HistoryViewModel::reload()
-{
-    m_items = m_store.loadItems();
-    Q_EMIT itemsChanged();
-}
-
-void HistoryViewModel::deleteItem(const GifHistoryItem& item)
-{
-    m_store.deleteItem(item);
-    m_items.removeIf([&item](const GifHistoryItem& kept) { return kept.id == item.id; });
-    Q_EMIT itemsChanged();
-}
-
-// ---- HistoryGridView
+using namespace history;
 
 HistoryGridView::HistoryGridView(HistoryViewModel& model, QWidget* parent)
     : QAbstractScrollArea(parent), m_model(model)
@@ -384,130 +322,6 @@ void HistoryGridView::contextMenuEvent(QContextMenuEvent* event)
     if (index >= 0) {
         makeContextMenu(index)->popup(event->globalPos());
     }
-}
-
-// ---- HistoryPanelView
-
-HistoryPanelView::HistoryPanelView(HistoryViewModel& model, const QString& shortcutLabel, QWidget* parent)
-    : QWidget(parent), m_model(model)
-{
-    m_stack = new QStackedLayout(this);
-    m_grid = new HistoryGridView(model, this);
-    m_stack->addWidget(m_grid);
-
-    m_empty = new QWidget(this);
-    auto* column = new QVBoxLayout(m_empty);
-    column->setSpacing(12);
-    column->addStretch();
-    auto* symbol = new SymbolView(Symbol::photoStack, 40, m_empty);
-    column->addWidget(symbol, 0, Qt::AlignHCenter);
-    auto* title = new QLabel(QStringLiteral("No GIFs yet"), m_empty);
-    QFont titleFont = title->font();
-    titleFont.setPixelSize(20);
-    title->setFont(titleFont);
-    title->setForegroundRole(QPalette::PlaceholderText);
-    column->addWidget(title, 0, Qt::AlignHCenter);
-    m_hint = new QLabel(QStringLiteral("Record a GIF with ") + shortcutLabel, m_empty);
-    QFont hintFont = m_hint->font();
-    hintFont.setPixelSize(12);
-    m_hint->setFont(hintFont);
-    QPalette hintPalette = m_hint->palette();
-    hintPalette.setColor(QPalette::WindowText, secondary(hintPalette, 0.7));
-    m_hint->setPalette(hintPalette);
-    column->addWidget(m_hint, 0, Qt::AlignHCenter);
-    column->addStretch();
-    m_stack->addWidget(m_empty);
-
-    setMinimumSize(320, 300);
-    connect(&m_model, &HistoryViewModel::itemsChanged, this, &HistoryPanelView::refresh);
-    refresh();
-}
-
-bool HistoryPanelView::showsEmptyState() const
-{
-    return m_stack->currentWidget() == m_empty;
-}
-
-QString HistoryPanelView::emptyHint() const
-{
-    return m_hint->text();
-}
-
-void HistoryPanelView::refresh()
-{
-    m_stack->setCurrentWidget(m_model.items().isEmpty() ? m_empty : static_cast<QWidget*>(m_grid));
-}
-
-// ---- HistoryPanelController
-
-HistoryPanelController::HistoryPanelController(GifHistoryStore& store, std::function<QString()> shortcutLabel)
-    : m_store(store), m_shortcutLabel(std::move(shortcutLabel))
-{
-}
-
-HistoryPanelController::~HistoryPanelController()
-{
-    delete m_window.data();
-}
-
-void HistoryPanelController::reload()
-{
-    if (m_viewModel) {
-        m_viewModel->reload();
-    }
-}
-
-void HistoryPanelController::show()
-{
-    if (m_window && m_window->isVisible()) {
-        m_window->raise();
-        m_window->activateWindow();
-        return;
-    }
-    delete m_window.data();
-
-    auto* window = new QWidget;
-    window->setWindowTitle(QStringLiteral("GIF History"));
-    auto* model = new HistoryViewModel(m_store);
-    model->setParent(window);
-    model->onSelect = [this](const GifHistoryItem& item) {
-        if (onSelectItem) {
-            onSelectItem(item);
-        }
-    };
-    model->onFit = [this](const GifHistoryItem& item, qint64 budget) {
-        if (onFitItem) {
-            onFitItem(item, budget);
-        }
-    };
-    model->onTrim = [this](const GifHistoryItem& item) {
-        if (onTrimItem) {
-            onTrimItem(item);
-        }
-    };
-    model->onCopy = [this](const GifHistoryItem& item) {
-        if (onCopyItem) {
-            onCopyItem(item);
-        }
-    };
-    model->onOpen = [this](const GifHistoryItem& item) {
-        QDesktopServices::openUrl(QUrl::fromLocalFile(m_store.filePath(item)));
-    };
-    auto* layout = new QVBoxLayout(window);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(new HistoryPanelView(*model, m_shortcutLabel ? m_shortcutLabel() : QString(), window));
-    window->setMinimumSize(320, 300);
-    window->resize(480, 400);
-    if (const QScreen* screen = QGuiApplication::primaryScreen()) {
-        QRect frame(QPoint(), window->size());
-        frame.moveCenter(screen->availableGeometry().center());
-        window->move(frame.topLeft());
-    }
-    window->show();
-    window->raise();
-    window->activateWindow();
-    m_window = window;
-    m_viewModel = model;
 }
 
 } // namespace vantalo

@@ -1,0 +1,29 @@
+#include "HistoryViewModel.h"
+
+#include "GifHistoryStore.h"
+
+namespace vantalo {
+
+HistoryViewModel::HistoryViewModel(GifHistoryStore& store) : m_items(store.loadItems()), m_store(store) {}
+
+void HistoryViewModel::select(const GifHistoryItem& item)
+{
+    if (onSelect) {
+        onSelect(item);
+    }
+}
+
+void HistoryViewModel::reload()
+{
+    m_items = m_store.loadItems();
+    Q_EMIT itemsChanged();
+}
+
+void HistoryViewModel::deleteItem(const GifHistoryItem& item)
+{
+    m_store.deleteItem(item);
+    m_items.removeIf([&item](const GifHistoryItem& kept) { return kept.id == item.id; });
+    Q_EMIT itemsChanged();
+}
+
+} // namespace vantalo
