@@ -1,13 +1,10 @@
 #include "AppDelegate.h"
 
-#include "common/Formatting.h"
-#include "history/TrimWindow.h"
 #include "hotkey/ShortcutLabel.h"
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/OutputPreferences.h"
 #include "settings/PreferencesWindow.h"
 #include "settings/ShortcutSettings.h"
-#include "sharing/ClipboardManager.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -30,9 +27,11 @@ constexpr int kTrayGraceMs = 3000;
 
 AppDelegate::AppDelegate(AppServices services, std::unique_ptr<CaptureCoordinator> coordinator,
                          std::unique_ptr<PreviewPresenter> previewPanel,
-                         std::unique_ptr<HistoryWindowPresenter> historyPanel, QObject* parent)
+                         std::unique_ptr<HistoryWindowPresenter> historyPanel,
+                         std::unique_ptr<TrimPresenter> trimWindow, QObject* parent)
     : QObject(parent), m_services(services), m_captureCoordinator(std::move(coordinator)),
-      m_previewPanelController(std::move(previewPanel)), m_historyPanelController(std::move(historyPanel))
+      m_previewPanelController(std::move(previewPanel)), m_historyPanelController(std::move(historyPanel)),
+      m_trimPresenter(std::move(trimWindow))
 {
     // The defaults come first: the first menu already names the shortcut, even for a tray host
     // that shows it without asking for it again.
@@ -47,7 +46,6 @@ AppDelegate::~AppDelegate()
     delete m_preferencesWindow.data();
     delete m_shortcutAlert.data();
     delete m_aboutBox.data();
-    delete m_trimWindow.data();
 }
 
 void AppDelegate::setupApplication()
@@ -71,26 +69,27 @@ void AppDelegate::setupApplication()
             self->m_previewPanelController->fitShown(budget, false);
         }
     };
+    // Copied from the panel, which says so.
     m_historyPanelController->onCopyItem = [self](const GifHistoryItem& item) {
-        if (!self) {
-            return;
+        if (self) {
+            self->m_previewPanelController->show(self->m_services.historyStore.filePath(item), item.id);
+            self->m_previewPanelController->copyShown();
         }
-        const QString path = self->m_services.historyStore.filePath(item);
-        QFile file(path);
-        if (!file.open(QIODevice::ReadOnly)) {
-            self->m_services.print(QStringLiteral("Copy error: ") + file.errorString());
-            return;
-        }
-        ClipboardManager().copyGIF(file.readAll(), path);
     };
     m_historyPanelController->onTrimItem = [self](const GifHistoryItem& item) {
         if (self) {
-            self->openTrimWindow(self->m_services.historyStore.filePath(item));
+            self->m_trimPresenter->open(self->m_services.historyStore.filePath(item));
         }
     };
     m_previewPanelController->onTrim = [self](const QString& path, const std::optional<QUuid>&) {
         if (self) {
-            self->openTrimWindow(path);
+            self->m_trimPresenter->open(path);
+        }
+    };
+    m_trimPresenter->onSaved = [self](const QString& path) {
+        if (self) {
+            self->keepAndShow(path);
+            self->m_historyPanelController->reload();
         }
     };
     m_previewPanelController->onHistoryChanged = [self] {
@@ -221,36 +220,6 @@ void AppDelegate::stopRecording()
 void AppDelegate::toggleCapture()
 {
     m_captureCoordinator->handleHotkeyPress();
-}
-
-void AppDelegate::openTrimWindow(const QString& gifPath)
-{
-    if (m_trimWindow && m_trimWindow->gifPath() == gifPath) {
-        m_trimWindow->show();
-        m_trimWindow->raise();
-        m_trimWindow->activateWindow();
-        return;
-    }
-    delete m_trimWindow.data();
-    // Named by when the GIF was made: a kept GIF's file is written as it enters the history.
-    m_trimWindow = new TrimWindow(gifPath, dateTimeLabel(QFileInfo(gifPath).lastModified()));
-    m_trimWindow->setAttribute(Qt::WA_DeleteOnClose);
-    m_trimWindow->setWindowIcon(applicationIcon());
-    QPointer self(this);
-    m_trimWindow->onSaved = [self](const QString& path) {
-        if (self) {
-            self->keepAndShow(path);
-            self->m_historyPanelController->reload();
-        }
-    };
-    if (QScreen* screen = QGuiApplication::primaryScreen()) {
-        QRect frame(QPoint(), m_trimWindow->sizeHint());
-        frame.moveCenter(screen->availableGeometry().center());
-        m_trimWindow->move(frame.topLeft());
-    }
-    m_trimWindow->show();
-    m_trimWindow->raise();
-    m_trimWindow->activateWindow();
 }
 
 void AppDelegate::showHistory()

@@ -1,10 +1,12 @@
 #pragma once
 
+#include "HistoryStore.h"
+#include "HistoryWindowPresenter.h"
+#include "PreviewPresenter.h"
 #include "StatusIcon.h"
+#include "TrimPresenter.h"
 #include "capture/CaptureCoordinator.h"
 #include "common/Console.h"
-#include "history/HistoryStore.h"
-#include "history/TrimWindow.h"
 #include "settings/PreferencesWindow.h"
 
 #include <QMenu>
@@ -41,7 +43,8 @@ class AppDelegate : public QObject
 public:
     AppDelegate(AppServices services, std::unique_ptr<CaptureCoordinator> coordinator,
                 std::unique_ptr<PreviewPresenter> previewPanel,
-                std::unique_ptr<HistoryWindowPresenter> historyPanel, QObject* parent = nullptr);
+                std::unique_ptr<HistoryWindowPresenter> historyPanel,
+                std::unique_ptr<TrimPresenter> trimWindow, QObject* parent = nullptr);
     ~AppDelegate() override;
 
     // Runs once the event loop has started.
@@ -53,8 +56,6 @@ public:
     void startRecording();
     void stopRecording();
     void showHistory();
-    // The trim window for a GIF; a second request brings it forward.
-    void openTrimWindow(const QString& gifPath);
     void openPreferences();
     void showAbout();
 
@@ -75,7 +76,6 @@ public:
     QMessageBox* shortcutAlert() const { return m_shortcutAlert; }
     QMessageBox* recordingFailedAlert() const { return m_recordingFailedAlert; }
     QMessageBox* aboutBox() const { return m_aboutBox; }
-    TrimWindow* trimWindow() const { return m_trimWindow; }
     CaptureCoordinator& captureCoordinator() { return *m_captureCoordinator; }
 
 private:
@@ -90,11 +90,11 @@ private:
     std::unique_ptr<CaptureCoordinator> m_captureCoordinator;
     std::unique_ptr<PreviewPresenter> m_previewPanelController;
     std::unique_ptr<HistoryWindowPresenter> m_historyPanelController;
+    std::unique_ptr<TrimPresenter> m_trimPresenter;
     QPointer<PreferencesWindow> m_preferencesWindow;
     QPointer<QMessageBox> m_shortcutAlert;
     QPointer<QMessageBox> m_recordingFailedAlert;
     QPointer<QMessageBox> m_aboutBox;
-    QPointer<TrimWindow> m_trimWindow;
     QMenu m_menu;
     StatusIconLook m_look = StatusIconLook::idle;
 };

@@ -7,6 +7,7 @@
 #include "capture/RecordingToolbarWindowController.h"
 #include "history/GifHistoryStore.h"
 #include "history/HistoryPanelController.h"
+#include "history/TrimWindowController.h"
 #include "hotkey/HotkeyRegistrar.h"
 #include "hotkey/ShortcutLabel.h"
 #include "overlays/RegionPreviewOverlay.h"
@@ -194,7 +195,8 @@ int main(int argc, char** argv)
         historyStore, [coordinator = coordinator.get()] { return coordinator->shortcutLabel(); });
     AppDelegate delegate(AppServices{defaults, keychain, hotkeySettings, platform->screenCapturePermission(),
                                      historyStore, print},
-                         std::move(coordinator), std::move(previewPanel), std::move(historyPanel));
+                         std::move(coordinator), std::move(previewPanel), std::move(historyPanel),
+                         std::make_unique<TrimWindowController>());
 
     QObject::connect(&instance, &SingleInstance::messageReceived, &delegate,
                      [&delegate](const QByteArray& message) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "HistoryStore.h"
+#include "app/HistoryStore.h"
 #include "common/Console.h"
 
 #include <QDir>

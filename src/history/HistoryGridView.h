@@ -1,8 +1,8 @@
 #pragma once
 
-#include "GifHistoryItem.h"
 #include "HistoryGridLayout.h"
 #include "HistoryViewModel.h"
+#include "common/GifHistoryItem.h"
 
 #include <QAbstractScrollArea>
 #include <QMovie>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "HistoryStore.h"
 #include "HistoryViewModel.h"
+#include "app/HistoryWindowPresenter.h"
 
 #include <QPointer>
 #include <QWidget>

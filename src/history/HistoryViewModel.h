@@ -1,6 +1,6 @@
 #pragma once
 
-#include "GifHistoryItem.h"
+#include "common/GifHistoryItem.h"
 
 #include <QList>
 #include <QObject>

@@ -278,6 +278,13 @@ void PreviewPanelController::fitShown(qint64 budget, bool replacing)
     }
 }
 
+void PreviewPanelController::copyShown()
+{
+    if (m_panel) {
+        copyGIFToClipboard(m_currentPath);
+    }
+}
+
 void PreviewPanelController::fitUnder(const QString& gifPath, qint64 budget, bool replacing)
 {
     if (m_job) {

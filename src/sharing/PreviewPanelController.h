@@ -4,9 +4,9 @@
 #include "PreviewPanelState.h"
 #include "PreviewPanelView.h"
 #include "Uploader.h"
+#include "app/PreviewPresenter.h"
 #include "common/Console.h"
 #include "common/Scheduler.h"
-#include "history/HistoryStore.h"
 #include "recording/GifJob.h"
 
 #include <QObject>
@@ -57,6 +57,7 @@ public:
     void show(const QString& gifPath, const std::optional<QUuid>& historyItemID) override;
     void dismiss() override;
     void fitShown(qint64 budget, bool replacing) override;
+    void copyShown() override;
 
     // The panel's frame, y-up: `inset` points in from the bottom-right of the usable area.
     static QRectF panelFrame(const QSizeF& size, const QRectF& visibleFrame);

@@ -58,7 +58,9 @@ public:
     }
     void dismiss() override { ++dismissed; }
     void fitShown(qint64 budget, bool replacing) override { fitted.append(replacing ? budget : -budget); }
+    void copyShown() override { ++copied; }
     std::vector<Shown> shown;
+    int copied = 0;
     int dismissed = 0;
     QList<qint64> fitted;
 };
@@ -68,6 +70,13 @@ class FakeHistoryWindow final : public HistoryWindowPresenter
 public:
     void show() override {}
     void reload() override {}
+};
+
+class FakeTrim final : public TrimPresenter
+{
+public:
+    void open(const QString& path) override { opened << path; }
+    QStringList opened;
 };
 
 // The menu as a user reads it: titles, shortcuts, disabled lines, separators as "--".
@@ -124,6 +133,8 @@ class TestCapture : public QObject
     KeychainStore m_keychain{m_secrets};
     FakeHistory m_history;
     FakePreview* m_preview = nullptr;
+    FakeHistoryWindow* m_historyWindow = nullptr;
+    FakeTrim* m_trim = nullptr;
     QStringList m_printed;
     std::unique_ptr<AppDelegate> m_delegate;
 
@@ -131,10 +142,14 @@ class TestCapture : public QObject
     {
         auto preview = std::make_unique<FakePreview>();
         m_preview = preview.get();
+        auto historyWindow = std::make_unique<FakeHistoryWindow>();
+        m_historyWindow = historyWindow.get();
+        auto trim = std::make_unique<FakeTrim>();
+        m_trim = trim.get();
         m_delegate = std::make_unique<AppDelegate>(
             AppServices{*m_defaults, m_keychain, m_notifier, m_rig->permission, m_history,
                         [this](const QString& line) { m_printed << line; }},
-            std::move(m_c), std::move(preview), std::make_unique<FakeHistoryWindow>());
+            std::move(m_c), std::move(preview), std::move(historyWindow), std::move(trim));
         m_delegate->setupApplication();
     }
     CaptureCoordinator& coordinator() { return m_delegate ? m_delegate->captureCoordinator() : *m_c; }
@@ -486,6 +501,23 @@ private Q_SLOTS:
         m_defaults->setInteger(SettingsKey::fitUnderBytes, 1'000'000);
         m_delegate->handleGifCreated(QStringLiteral("/tmp/vantalo_3.gif"));
         QCOMPARE(m_preview->fitted, QList<qint64>{1'000'000});
+
+        // The history window's Fit and Copy act in the panel, on the item shown there; its Trim
+        // and the panel's open the trim window, whose result is kept and shown.
+        const GifHistoryItem item{QUuid::createUuid(), QStringLiteral("a.gif"), {}, 10, {}};
+        m_historyWindow->onFitItem(item, 5'000'000);
+        QCOMPARE(m_preview->shown.back().path, QStringLiteral("/history/a.gif"));
+        QCOMPARE(m_preview->fitted.last(), -5'000'000); // a new entry beside the original
+        m_historyWindow->onCopyItem(item);
+        QCOMPARE(m_preview->copied, 1);
+        m_historyWindow->onTrimItem(item);
+        m_preview->onTrim(QStringLiteral("/elsewhere/b.gif"), std::nullopt);
+        QCOMPARE(m_trim->opened,
+                 (QStringList{QStringLiteral("/history/a.gif"), QStringLiteral("/elsewhere/b.gif")}));
+        m_history.failure.reset();
+        m_trim->onSaved(QStringLiteral("/tmp/trimmed.gif"));
+        QCOMPARE(m_history.added.last(), QStringLiteral("/tmp/trimmed.gif"));
+        QCOMPARE(m_preview->shown.back().path, QStringLiteral("/history/kept.gif"));
     }
 
     // A new capture first takes the earlier GIF's panel away (it could stand in the region); a

@@ -3,10 +3,12 @@
 // Recording stand-ins for the capture flow's collaborators. Each writes what it is asked to do
 // into one shared journal, so a test can check what happened and in which order.
 
+#include "app/HistoryStore.h"
+#include "app/HistoryWindowPresenter.h"
+#include "app/PreviewPresenter.h"
 #include "capture/CaptureCollaborators.h"
 #include "capture/CaptureCoordinator.h"
 #include "capture/RecordingToolbarState.h"
-#include "history/HistoryStore.h"
 #include "hotkey/HotkeyRegistrar.h"
 #include "recording/FrameEncoder.h"
 #include "recording/FrameRecorder.h"
