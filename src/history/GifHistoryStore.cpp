@@ -31,7 +31,7 @@ QString GifHistoryStore::defaultBaseDirectory()
 }
 
 GifHistoryStore::GifHistoryStore(QString baseDirectory, LinePrinter print)
-    : m_base(std::move(baseDirectory)), m_print(std::move(print))
+    : m_base(baseDirectory), m_print(std::move(print))
 {
     // Failing here is not fatal: adding a GIF reports the file system's error later.
     if (m_base.mkpath(gifDirectoryName)) {

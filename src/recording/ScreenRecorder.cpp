@@ -24,7 +24,7 @@ double threadCpuMs()
 {
     timespec ts{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
-    return ts.tv_sec * 1e3 + ts.tv_nsec / 1e6;
+    return double(ts.tv_sec) * 1e3 + double(ts.tv_nsec) / 1e6;
 }
 } // namespace
 
@@ -267,7 +267,7 @@ void ScreenRecorder::checkDuration()
     if (!m_startTime) {
         return;
     }
-    if (m_startTime->elapsed() / 1000.0 >= m_timerMaxDuration) {
+    if (double(m_startTime->elapsed()) / 1000.0 >= m_timerMaxDuration) {
         m_durationTimer.stop();
         if (onMaxDurationReached) {
             onMaxDurationReached();

@@ -53,7 +53,7 @@ QtKeychainSecretStore::run(QKeychain::Job* job, const std::function<void(QKeycha
         loop.exec(QEventLoop::ExcludeUserInputEvents);
     }
     if (outcome == Outcome::timedOut) {
-        reportUnavailable(QStringLiteral("no answer within %1 s").arg(m_timeLimit.count() / 1000.0));
+        reportUnavailable(QStringLiteral("no answer within %1 s").arg(double(m_timeLimit.count()) / 1000.0));
     }
     return outcome;
 }

@@ -153,23 +153,23 @@ private:
         xcb_connection_t* c = m_connection.get();
         auto image = xcbReply(xcb_shm_get_image_reply(
             c,
-            xcb_shm_get_image(c, m_root, m_grabbed.x(), m_grabbed.y(), m_grabbed.width(), m_grabbed.height(),
-                              ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment, 0),
+            xcb_shm_get_image(c, m_root, int16_t(m_grabbed.x()), int16_t(m_grabbed.y()), m_grabbed.width(),
+                              m_grabbed.height(), ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment, 0),
             nullptr));
         if (!image) {
             return std::nullopt;
         }
-        return imageFrom(m_shmAddress, image->size, image->depth);
+        return imageFrom(m_shmAddress, int(image->size), image->depth);
     }
 
     std::optional<QImage> grabPlain()
     {
         xcb_connection_t* c = m_connection.get();
-        auto image = xcbReply(
-            xcb_get_image_reply(c,
-                                xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_root, m_grabbed.x(),
-                                              m_grabbed.y(), m_grabbed.width(), m_grabbed.height(), ~0u),
-                                nullptr));
+        auto image = xcbReply(xcb_get_image_reply(
+            c,
+            xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, m_root, int16_t(m_grabbed.x()),
+                          int16_t(m_grabbed.y()), m_grabbed.width(), m_grabbed.height(), ~0u),
+            nullptr));
         if (!image) {
             return std::nullopt;
         }
