@@ -3,7 +3,7 @@
 set -euo pipefail
 
 packages=(
-  build-essential cmake ninja-build pkg-config clang-format clang-16 libclang-rt-16-dev
+  build-essential cmake ninja-build pkg-config clang-format clang-16 clang-tidy-16 libclang-rt-16-dev
   qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libqt6svg6 qtkeychain-qt6-dev qt6-httpserver-dev qt6-websockets-dev
   libgl-dev libxkbcommon-dev
   libxcb1-dev libxcb-shm0-dev libxcb-xfixes0-dev libxcb-keysyms1-dev libxcb-randr0-dev libxcb-shape0-dev

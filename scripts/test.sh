@@ -26,6 +26,9 @@ run_suite() {
 }
 
 if [ "${VANTALO_SANITIZE:-0}" != 1 ]; then
+  bash scripts/build.sh build -DCMAKE_BUILD_TYPE=RelWithDebInfo
+  # clang-tidy's checks (.clang-tidy) over every source file, with this build's compile commands.
+  bash scripts/check-tidy.sh build
   run_suite build -DCMAKE_BUILD_TYPE=RelWithDebInfo
 fi
 if [ "${CI:-}" = true ] || [ "${VANTALO_SANITIZE:-0}" = 1 ]; then
