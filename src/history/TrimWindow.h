@@ -1,5 +1,6 @@
 #pragma once
 
+#include "TrimTimelineView.h"
 #include "recording/GifJob.h"
 #include "recording/GifTimeline.h"
 
@@ -19,52 +20,6 @@ class QPushButton;
 class QSlider;
 
 namespace vantalo {
-
-// The strip under the picture: the frames side by side (each as wide as it lasts), the part kept
-// bright between a start and an end handle, and where the playing frame is.
-class TrimTimelineView : public QWidget
-{
-    Q_OBJECT
-public:
-    enum class Handle
-    {
-        start,
-        end,
-    };
-    static constexpr int handleWidth = 10;
-
-    explicit TrimTimelineView(QWidget* parent = nullptr);
-    void setTimeline(const GifTimeline* timeline);
-    void setSpan(FrameSpan span);
-    FrameSpan span() const { return m_span; }
-    void setPlayhead(int frame);
-    // The x of a handle, in the view's coordinates.
-    int handleX(Handle handle) const;
-    QSize sizeHint() const override { return {560, 64}; }
-
-    // A handle was dragged; the span is already changed.
-    std::function<void(Handle handle)> onHandleMoved;
-
-protected:
-    void paintEvent(QPaintEvent* event) override;
-    void resizeEvent(QResizeEvent* event) override;
-    void mousePressEvent(QMouseEvent* event) override;
-    void mouseMoveEvent(QMouseEvent* event) override;
-    void mouseReleaseEvent(QMouseEvent* event) override;
-
-private:
-    QRectF stripRect() const;
-    double xOfTime(qint64 time) const;
-    // The frame boundary nearest to `x`: 0 (the start) to the frame count (the end).
-    int boundaryAt(double x) const;
-
-    const GifTimeline* m_timeline = nullptr;
-    QList<qint64> m_starts; // each frame's start, and the end after the last
-    FrameSpan m_span;
-    int m_playhead = -1;
-    std::optional<Handle> m_dragging;
-    QList<QPixmap> m_cells; // the strip's pictures, made for the current width
-};
 
 // "Trim and more…": the GIF playing over a strip with a start and an end handle, the output
 // choices (size, frame rate, lossy compression, or a size to fit under) with an estimate of the
