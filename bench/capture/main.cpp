@@ -145,12 +145,14 @@ int main(int argc, char** argv)
     ScreenRecorder recorder(std::move(capture), [](const QString&) { return 1.0; });
     double cpuAtStart = 0;
     std::shared_ptr<GifEncodingSession> session;
+    FrameList frames; // without the encoder: filled on the capture thread, read once the stop has joined it
     if (parser.isSet(encode)) {
         session = std::make_shared<GifEncodingSession>();
         recorder.frameSink = [session](const Frame& frame) { session->addFrame(frame); };
         recorder.frameSinkIsBehind = [session] { return session->isBehind(); };
+    } else {
+        recorder.frameSink = [&frames](const Frame& frame) { frames.append(frame); };
     }
-    FrameList frames;
     bool stopped = false;
     QElapsedTimer stopRequested; // Stop → GIF is timed from here
     recorder.startRecording(
@@ -163,8 +165,7 @@ int main(int argc, char** argv)
             cpuAtStart = cpuSeconds();
             QTimer::singleShot(int(durationSeconds * 1000), Qt::PreciseTimer, &app, [&] {
                 stopRequested.start();
-                recorder.stopRecording([&](std::expected<FrameList, Failure> result) {
-                    frames = result.value_or(FrameList{});
+                recorder.stopRecording([&](std::expected<void, Failure>) {
                     stopped = true;
                     QCoreApplication::quit();
                 });

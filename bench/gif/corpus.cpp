@@ -207,7 +207,8 @@ int main(int argc, char** argv)
         tick.start();
 
         ScreenRecorder recorder(std::make_unique<X11CaptureBackend>(), [](const QString&) { return 1.0; });
-        FrameList frames;
+        FrameList frames; // filled on the capture thread, read once the stop has joined it
+        recorder.frameSink = [&frames](const Frame& frame) { frames.append(frame); };
         QEventLoop loop;
         recorder.startRecording(
             QRectF(100, 100, 800, 600), QString(), 15, 60, [&](std::expected<void, Failure> ok) {
@@ -217,8 +218,8 @@ int main(int argc, char** argv)
                     return;
                 }
                 QTimer::singleShot(kFrames * 1000 / 15 + 300, Qt::PreciseTimer, &loop, [&] {
-                    recorder.stopRecording([&](std::expected<FrameList, Failure> stopped) {
-                        frames = stopped.value_or(FrameList{}).mid(0, kFrames);
+                    recorder.stopRecording([&](std::expected<void, Failure>) {
+                        frames = frames.mid(0, kFrames);
                         loop.quit();
                     });
                 });

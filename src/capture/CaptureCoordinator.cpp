@@ -248,7 +248,7 @@ void CaptureCoordinator::stopRecording()
     m_c.toolbarController->hide();
 
     QPointer self(this);
-    m_c.screenRecorder->stopRecording([self](std::expected<FrameList, Failure> stopped) {
+    m_c.screenRecorder->stopRecording([self](std::expected<void, Failure> stopped) {
         if (!self) {
             return;
         }

@@ -12,7 +12,7 @@ void UnavailableRecorder::startRecording(const QRectF&, const QString&, int, dou
 
 void UnavailableRecorder::stopRecording(StopDone done)
 {
-    QTimer::singleShot(0, [done = std::move(done)] { done(FrameList{}); });
+    QTimer::singleShot(0, [done = std::move(done)] { done({}); });
 }
 
 void UnavailableHotkeyRegistrar::registerHotkey(const Shortcut&, std::function<void()>)

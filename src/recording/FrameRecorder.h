@@ -16,7 +16,7 @@ class FrameRecorder
 {
 public:
     using StartDone = std::function<void(std::expected<void, Failure>)>;
-    using StopDone = std::function<void(std::expected<FrameList, Failure>)>;
+    using StopDone = std::function<void(std::expected<void, Failure>)>;
 
     virtual ~FrameRecorder() = default;
 
@@ -25,7 +25,7 @@ public:
     // (and completes successfully).
     virtual void startRecording(const QRectF& region, const QString& displayName, int frameRate,
                                 double maxDurationSeconds, StartDone done) = 0;
-    // The frames so far, oldest first; empty when nothing is being recorded.
+    // Ends the recording once every frame so far has been handed to the sink.
     virtual void stopRecording(StopDone done) = 0;
 
     // Output pixels a point of the region, read at each start: 2 (frames of twice its points) or
@@ -34,9 +34,9 @@ public:
     int outputScale = 2;
     // Called on the GUI thread, once a recording, when the maximum duration has passed.
     std::function<void()> onMaxDurationReached;
-    // When set at the start, every frame is handed to it (on the capture thread) instead of being
-    // kept, and the stop returns an empty list. A slot that repeats the frame before hands over
-    // the same image again (its pixels shared, so `cacheKey()` is equal).
+    // Where every frame goes, oldest first, on the capture thread; read at each start, which fails
+    // without one. A slot that repeats the frame before hands over the same image again (its pixels
+    // shared, so `cacheKey()` is equal).
     std::function<void(const Frame& frame)> frameSink;
     // Asked on the capture thread before each picture: while it answers true the sink is behind,
     // and slots repeat the frame before instead of taking new pictures.

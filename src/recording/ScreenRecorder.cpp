@@ -40,7 +40,6 @@ struct ScreenRecorder::Job
     Clock::time_point start;
     Clock::time_point stoppedAt; // when the stop was asked for; the timeline ends there
 
-    FrameList frames;
     std::function<void(const Frame&)> sink;
     std::function<bool()> sinkIsBehind;
     CaptureStats stats;
@@ -90,9 +89,15 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
         QTimer::singleShot(0, this, [done = std::move(done)] { done({}); });
         return;
     }
+    if (!frameSink) {
+        QTimer::singleShot(0, this, [done = std::move(done)] {
+            done(std::unexpected(Failure{QStringLiteral("No frame sink: nothing would keep the frames")}));
+        });
+        return;
+    }
     m_frameRate = frameRate;
     m_maxDurationSeconds = maxDurationSeconds;
-    // A recording that ended on a stream error still has its thread and frames: let them go.
+    // A recording that ended on a stream error still has its thread: let it go.
     finishJob();
 
     m_starting = true;
@@ -188,11 +193,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
                 return;
             }
             for (; written < upTo; ++written) {
-                if (job->sink) {
-                    job->sink(*last);
-                } else {
-                    job->frames.append(*last);
-                }
+                job->sink(*last);
             }
         };
         for (;;) {
@@ -278,7 +279,7 @@ void ScreenRecorder::checkDuration()
 void ScreenRecorder::stopRecording(StopDone done)
 {
     if (!m_isRecording || !m_job) {
-        QTimer::singleShot(0, this, [done = std::move(done)] { done(FrameList{}); });
+        QTimer::singleShot(0, this, [done = std::move(done)] { done({}); });
         return;
     }
     m_durationTimer.stop();
@@ -286,13 +287,11 @@ void ScreenRecorder::stopRecording(StopDone done)
     // The capture thread wakes at once; at most a grab in progress is waited for.
     m_job->requestStop();
     m_job->join();
-    FrameList frames = std::move(m_job->frames);
     m_lastStats = m_job->stats;
     m_job.reset();
     m_isRecording = false;
     m_startTime.reset();
-    QTimer::singleShot(
-        0, this, [done = std::move(done), frames = std::move(frames)]() mutable { done(std::move(frames)); });
+    QTimer::singleShot(0, this, [done = std::move(done)] { done({}); });
 }
 
 void ScreenRecorder::handleStreamError(const std::shared_ptr<Job>& job, const QString& description)

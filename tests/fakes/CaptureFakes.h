@@ -101,7 +101,7 @@ public:
     void stopRecording(StopDone done) override
     {
         m_j.add(QStringLiteral("recorder.stop"));
-        std::expected<FrameList, Failure> result = FrameList{};
+        std::expected<void, Failure> result;
         if (recording && stopFailure) {
             result = std::unexpected(*stopFailure);
         } else if (recording && frameSink) {

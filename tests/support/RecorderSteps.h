@@ -7,13 +7,37 @@
 #include <QTest>
 
 #include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
 #include <optional>
 
 namespace vantalo::testing {
 
+// The frames a recorder hands over, kept for the test; the start below gives a recorder without a
+// sink of the test's own one of these.
+struct CollectedFrames
+{
+    std::mutex mutex;
+    FrameList frames;
+};
+inline std::map<const FrameRecorder*, std::shared_ptr<CollectedFrames>>& collectors()
+{
+    static std::map<const FrameRecorder*, std::shared_ptr<CollectedFrames>> map;
+    return map;
+}
+
 inline std::optional<Failure> startRecording(FrameRecorder& recorder, const QRectF& region,
                                              const QString& displayName = {}, double maxSeconds = 30)
 {
+    if (!recorder.frameSink) {
+        auto collected = std::make_shared<CollectedFrames>();
+        collectors()[&recorder] = collected;
+        recorder.frameSink = [collected](const Frame& frame) {
+            const std::lock_guard lock(collected->mutex);
+            collected->frames.append(frame);
+        };
+    }
     std::optional<std::expected<void, Failure>> started;
     recorder.startRecording(region, displayName, 15, maxSeconds,
                             [&](std::expected<void, Failure> result) { started = result; });
@@ -23,15 +47,23 @@ inline std::optional<Failure> startRecording(FrameRecorder& recorder, const QRec
     return *started ? std::nullopt : std::optional(started->error());
 }
 
+// The frames collected since the start (none when the test's own sink took them).
 inline FrameList stopRecording(FrameRecorder& recorder)
 {
-    std::optional<FrameList> frames;
-    recorder.stopRecording(
-        [&](std::expected<FrameList, Failure> stopped) { frames = stopped.value_or(FrameList{}); });
-    if (!QTest::qWaitFor([&] { return frames.has_value(); }, 30000)) {
+    bool stopped = false;
+    recorder.stopRecording([&](std::expected<void, Failure>) { stopped = true; });
+    if (!QTest::qWaitFor([&] { return stopped; }, 30000)) {
         qWarning("stop never completed");
     }
-    return frames.value_or(FrameList{});
+    const auto collected = collectors().find(&recorder);
+    if (collected == collectors().end()) {
+        return {};
+    }
+    const std::shared_ptr<CollectedFrames> frames = collected->second;
+    collectors().erase(collected);
+    recorder.frameSink = nullptr;
+    const std::lock_guard lock(frames->mutex);
+    return std::move(frames->frames);
 }
 
 inline FrameList record(FrameRecorder& recorder, const QRectF& region, std::chrono::milliseconds length,
