@@ -23,14 +23,7 @@ TrimTimelineView::TrimTimelineView(QWidget* parent) : QWidget(parent)
 void TrimTimelineView::setTimeline(const GifTimeline* timeline)
 {
     m_timeline = timeline;
-    m_starts.clear();
     if (timeline) {
-        qint64 start = 0;
-        for (const int delay : timeline->delays) {
-            m_starts.append(start);
-            start += delay;
-        }
-        m_starts.append(start);
         m_span = {0, timeline->frameCount()};
     }
     m_cells.clear();
@@ -57,23 +50,23 @@ QRectF TrimTimelineView::stripRect() const
 double TrimTimelineView::xOfTime(qint64 time) const
 {
     const QRectF strip = stripRect();
-    const qint64 total = m_starts.isEmpty() ? 0 : m_starts.last();
+    const qint64 total = starts().isEmpty() ? 0 : starts().last();
     return total > 0 ? strip.left() + strip.width() * double(time) / double(total) : strip.left();
 }
 
 int TrimTimelineView::handleX(Handle handle) const
 {
-    if (m_starts.isEmpty()) {
+    if (starts().isEmpty()) {
         return 0;
     }
-    return int(std::lround(xOfTime(m_starts[handle == Handle::start ? m_span.first : m_span.end])));
+    return int(std::lround(xOfTime(starts()[handle == Handle::start ? m_span.first : m_span.end])));
 }
 
 int TrimTimelineView::boundaryAt(double x) const
 {
     int best = 0;
-    for (int k = 1; k < m_starts.size(); ++k) {
-        if (std::abs(xOfTime(m_starts[k]) - x) < std::abs(xOfTime(m_starts[best]) - x)) {
+    for (int k = 1; k < starts().size(); ++k) {
+        if (std::abs(xOfTime(starts()[k]) - x) < std::abs(xOfTime(starts()[best]) - x)) {
             best = k;
         }
     }
@@ -137,7 +130,7 @@ void TrimTimelineView::paintEvent(QPaintEvent*)
         p.drawRect(QRectF(x - 0.75, strip.center().y() - 7, 1.5, 14));
     }
     if (m_playhead >= 0 && m_playhead < m_timeline->frameCount()) {
-        const double x = xOfTime(m_starts[m_playhead]);
+        const double x = xOfTime(starts()[m_playhead]);
         p.setBrush(Qt::white);
         p.drawRect(QRectF(x - 1, strip.top(), 2, strip.height()));
     }

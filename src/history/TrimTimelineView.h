@@ -45,12 +45,16 @@ protected:
 
 private:
     QRectF stripRect() const;
+    const QList<qint64>& starts() const
+    {
+        static const QList<qint64> none;
+        return m_timeline ? m_timeline->starts : none;
+    }
     double xOfTime(qint64 time) const;
     // The frame boundary nearest to `x`: 0 (the start) to the frame count (the end).
     int boundaryAt(double x) const;
 
     const GifTimeline* m_timeline = nullptr;
-    QList<qint64> m_starts; // each frame's start, and the end after the last
     FrameSpan m_span;
     int m_playhead = -1;
     std::optional<Handle> m_dragging;

@@ -7,15 +7,6 @@
 
 namespace vantalo {
 
-qint64 GifTimeline::startOf(int index) const
-{
-    qint64 start = 0;
-    for (int k = 0; k < std::min(index, frameCount()); ++k) {
-        start += delays[k];
-    }
-    return start;
-}
-
 QImage GifTimeline::preview(int index) const
 {
     if (index < 0 || index >= previews.size()) {
@@ -74,6 +65,8 @@ std::expected<GifTimeline, Failure> readGifTimeline(const QString& path, QSize p
         if (!*read) {
             break;
         }
+        timeline.starts.append(timeline.starts.isEmpty() ? 0
+                                                         : timeline.starts.last() + timeline.delays.last());
         timeline.delays.append((*reader)->delay());
         timeline.changed.append(timeline.delays.size() == 1 || (*reader)->changed());
         QByteArray jpeg;
@@ -84,6 +77,9 @@ std::expected<GifTimeline, Failure> readGifTimeline(const QString& path, QSize p
             .scaled(fitted, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
             .save(&buffer, "JPG", 88);
         timeline.previews.append(std::move(jpeg));
+    }
+    if (!timeline.delays.isEmpty()) {
+        timeline.starts.append(timeline.starts.last() + timeline.delays.last());
     }
     if (timeline.delays.isEmpty()) {
         return std::unexpected(Failure{QStringLiteral("%1 has no frames").arg(path)});

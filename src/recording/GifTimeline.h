@@ -8,6 +8,7 @@
 #include <QList>
 #include <QSize>
 
+#include <algorithm>
 #include <chrono>
 #include <expected>
 #include <stop_token>
@@ -18,14 +19,15 @@ namespace vantalo {
 // picture, and a small picture of it (JPEG, so a long GIF stays a few megabytes).
 struct GifTimeline
 {
-    QSize size;          // the GIF's own
-    QList<int> delays;   // hundredths of a second
-    QList<bool> changed; // whether the frame changed any pixel of the one before
+    QSize size;           // the GIF's own
+    QList<int> delays;    // hundredths of a second
+    QList<qint64> starts; // when each frame starts, from the first, and the end after the last
+    QList<bool> changed;  // whether the frame changed any pixel of the one before
     QList<QByteArray> previews;
 
     int frameCount() const { return int(delays.size()); }
     // When frame `index` starts, in hundredths from the first; `frameCount()` gives the total.
-    qint64 startOf(int index) const;
+    qint64 startOf(int index) const { return starts.value(std::clamp(index, 0, frameCount()), 0); }
     QImage preview(int index) const;
 
     // The frames worth keeping: a still start and a still end (the same picture for longer than
