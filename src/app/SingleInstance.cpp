@@ -1,5 +1,6 @@
 #include "SingleInstance.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QLocalServer>
 #include <QLocalSocket>
@@ -27,31 +28,46 @@ QString SingleInstance::defaultSocketPath()
     return QDir(dir).filePath(QStringLiteral("vantalo.socket"));
 }
 
-bool SingleInstance::sendToRunningInstance(const QString& socketPath, const QByteArray& message)
+SingleInstance::Handover SingleInstance::sendToRunningInstance(const QString& socketPath,
+                                                               const QByteArray& message,
+                                                               std::chrono::milliseconds answerWithin)
 {
+    // The system accepts the connection for a listening instance however busy it is, so a
+    // connection refused (or no socket) means nobody runs.
     QLocalSocket socket;
     socket.connectToServer(socketPath);
     if (!socket.waitForConnected(kConnectTimeoutMs)) {
-        return false;
+        return Handover::noInstance;
     }
     socket.write(message + '\n');
     if (!socket.waitForBytesWritten(kConnectTimeoutMs)) {
-        return false;
+        return Handover::noAnswer;
     }
-    // The running instance answers once it has taken the request.
-    return socket.waitForReadyRead(kConnectTimeoutMs) && socket.readLine().trimmed() == "ok";
+    // The running instance answers once its event loop has taken the request.
+    QDeadlineTimer deadline(answerWithin);
+    while (!socket.canReadLine()) {
+        if (deadline.hasExpired() || !socket.waitForReadyRead(static_cast<int>(deadline.remainingTime()))) {
+            return Handover::noAnswer;
+        }
+    }
+    return socket.readLine().trimmed() == "ok" ? Handover::delivered : Handover::noAnswer;
 }
 
 bool SingleInstance::listen()
 {
+    // Asked for the user's access alone, the server makes its socket aside and renames it into
+    // place, which would replace a live instance's socket as readily as one left behind: so a
+    // socket is asked first whether anybody still listens on it.
+    QLocalSocket probe;
+    probe.connectToServer(m_socketPath);
+    if (probe.waitForConnected(kConnectTimeoutMs)) {
+        return false;
+    }
+    QLocalServer::removeServer(m_socketPath);
     m_server = new QLocalServer(this);
     m_server->setSocketOptions(QLocalServer::UserAccessOption);
     if (!m_server->listen(m_socketPath)) {
-        // Nobody answered on it, so the socket is one left behind.
-        QLocalServer::removeServer(m_socketPath);
-        if (!m_server->listen(m_socketPath)) {
-            return false;
-        }
+        return false;
     }
     connect(m_server, &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket* socket = m_server->nextPendingConnection()) {

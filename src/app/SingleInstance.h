@@ -4,6 +4,8 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
+
 class QLocalServer;
 
 namespace vantalo {
@@ -23,10 +25,20 @@ public:
     // The socket in the user's runtime directory (readable by the user alone).
     static QString defaultSocketPath();
 
-    // Delivers `message` to a running instance; false when none answers.
-    static bool sendToRunningInstance(const QString& socketPath, const QByteArray& message);
+    enum class Handover
+    {
+        delivered,  // the running instance took the request
+        noInstance, // nobody listens: this process is the one to run
+        noAnswer,   // an instance listens but did not take the request in time
+    };
 
-    // Starts listening; a socket left behind by an instance that died is replaced.
+    // Delivers `message` to a running instance. One that is busy (encoding, or on a loaded
+    // machine) may take a while to answer, so it is given `answerWithin` before giving up.
+    static Handover sendToRunningInstance(const QString& socketPath, const QByteArray& message,
+                                          std::chrono::milliseconds answerWithin = std::chrono::seconds(10));
+
+    // Starts listening; a socket left behind by an instance that died is replaced, one that an
+    // instance still listens on is not (false).
     bool listen();
 
 Q_SIGNALS:

@@ -105,12 +105,20 @@ int main(int argc, char** argv)
         return *request.exitCode;
     }
     const QString socketPath = SingleInstance::defaultSocketPath();
-    if (SingleInstance::sendToRunningInstance(socketPath, request.toggle ? SingleInstance::toggleMessage
-                                                                         : SingleInstance::activateMessage)) {
+    const QByteArray handedOver =
+        request.toggle ? SingleInstance::toggleMessage : SingleInstance::activateMessage;
+    switch (SingleInstance::sendToRunningInstance(socketPath, handedOver)) {
+    case SingleInstance::Handover::delivered:
         if (!request.toggle) {
             printLineToStdout(QStringLiteral("Vantalo is already running"));
         }
         return 0;
+    case SingleInstance::Handover::noAnswer:
+        // Starting a second Vantalo beside a busy one would take its socket and its shortcut.
+        printLineToStdout(QStringLiteral("Vantalo is running but did not answer: try again in a moment"));
+        return 1;
+    case SingleInstance::Handover::noInstance:
+        break;
     }
 
     // On a Wayland desktop the windows are XWayland's: only X11 lets Vantalo place its overlays,
@@ -138,7 +146,10 @@ int main(int argc, char** argv)
     QApplication::setWindowIcon(applicationIcon());
 
     SingleInstance instance(socketPath);
-    instance.listen();
+    if (!instance.listen() && SingleInstance::sendToRunningInstance(socketPath, handedOver) ==
+                                  SingleInstance::Handover::delivered) {
+        return 0; // another Vantalo started at the same moment and took the socket first
+    }
 
     const LinePrinter print = stdoutPrinter();
     UserDefaults defaults;

@@ -5,6 +5,7 @@
 
 #include "../fakes/MemorySecretStore.h"
 #include "app/AppDelegate.h"
+#include "app/SingleInstance.h"
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/KeychainStore.h"
 #include "settings/SettingsKeys.h"
@@ -14,9 +15,15 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QFileInfo>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThread>
 #include <QThreadPool>
+
+#include <semaphore>
 
 using namespace vantalo;
 using namespace vantalo::testing;
@@ -562,6 +569,64 @@ private Q_SLOTS:
 
         alert->buttons().constFirst()->click();
         QTRY_VERIFY(m_delegate->preferencesWindow());
+    }
+
+    // A second start hands its request to the running instance, however long that one takes to
+    // answer; it runs itself only where nobody listens, and never takes a live instance's socket.
+    void aSecondStartHandsOverOrRunsAlone()
+    {
+        using Handover = SingleInstance::Handover;
+        QTemporaryDir dir;
+        const QString path = dir.filePath(QStringLiteral("vantalo.socket"));
+        QCOMPARE(SingleInstance::sendToRunningInstance(path, SingleInstance::toggleMessage),
+                 Handover::noInstance);
+
+        // An instance busy for 1.5 s before its event loop takes the request, and one that never does.
+        for (const bool answers : {true, false}) {
+            std::binary_semaphore listening(0);
+            QByteArray received;
+            std::unique_ptr<QThread> running(QThread::create([&] {
+                QLocalServer server;
+                QVERIFY(server.listen(path));
+                listening.release();
+                QVERIFY(server.waitForNewConnection(5000));
+                QLocalSocket* socket = server.nextPendingConnection();
+                QVERIFY(socket->waitForReadyRead(5000));
+                received = socket->readLine();
+                if (answers) {
+                    QThread::msleep(1500);
+                    socket->write("ok\n");
+                    socket->waitForBytesWritten(5000);
+                }
+                socket->waitForDisconnected(5000);
+            }));
+            running->start();
+            listening.acquire();
+            QCOMPARE(SingleInstance::sendToRunningInstance(path, SingleInstance::toggleMessage,
+                                                           std::chrono::milliseconds(answers ? 10000 : 300)),
+                     answers ? Handover::delivered : Handover::noAnswer);
+            QVERIFY(running->wait(10000));
+            QCOMPARE(received, QByteArray("toggle\n"));
+        }
+
+        // A socket left behind is taken over; a live one is not.
+        QFile leftBehind(path);
+        QVERIFY(leftBehind.open(QIODevice::WriteOnly));
+        leftBehind.close();
+        SingleInstance first(path);
+        QVERIFY(first.listen());
+        QSignalSpy messages(&first, &SingleInstance::messageReceived);
+        SingleInstance second(path);
+        QVERIFY(!second.listen());
+        std::optional<Handover> handedOver;
+        std::unique_ptr<QThread> handOver(QThread::create([&] {
+            handedOver = SingleInstance::sendToRunningInstance(path, SingleInstance::activateMessage);
+        }));
+        handOver->start();
+        QTRY_COMPARE(messages.size(), 1);
+        QVERIFY(handOver->wait(10000));
+        QCOMPARE(handedOver, Handover::delivered);
+        QCOMPARE(messages.constFirst().constFirst().toByteArray(), SingleInstance::activateMessage);
     }
 };
 
