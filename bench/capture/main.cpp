@@ -1,10 +1,9 @@
 // Records a region of the current X display while a window animates inside it, and reports what
-// the recorder achieved next to Qt's own screen grab on the same region. With --backend portal it
-// records a Wayland desktop through its screen-cast portal instead (run inside
-// tests/wayland/with-mutter.sh), the animation then being a native Wayland window of its own
-// process, full screen.
-#include "platform/portal/PortalCaptureBackend.h"
-#include "platform/x11/X11CaptureBackend.h"
+// the recorder achieved next to Qt's own screen grab on the same region. The capture is the one
+// the application would pick; with VANTALO_CAPTURE=portal it records a Wayland desktop through
+// its screen-cast portal (run inside tests/wayland/with-mutter.sh), the animation then being a
+// native Wayland window of its own process, full screen.
+#include "platform/Platform.h"
 #include "recording/GifEncoder.h"
 #include "recording/ScreenRecorder.h"
 
@@ -84,18 +83,22 @@ int main(int argc, char** argv)
     const QCommandLineOption encode(
         QStringLiteral("encode"),
         QStringLiteral("Hand frames to a GIF session as they come, as the application does."));
-    const QCommandLineOption backend(QStringLiteral("backend"), QStringLiteral("x11 or portal."),
-                                     QStringLiteral("name"), QStringLiteral("x11"));
     const QCommandLineOption animateOnly(QStringLiteral("animate-full-screen"),
                                          QStringLiteral("Only show the animation, full screen."));
-    parser.addOptions({seconds, size, still, encode, backend, animateOnly});
+    parser.addOptions({seconds, size, still, encode, animateOnly});
     parser.process(app);
     if (parser.isSet(animateOnly)) {
         AnimatedWindow window(true);
         window.showFullScreen();
         return QApplication::exec();
     }
-    const bool portal = parser.value(backend) == QLatin1String("portal");
+    Platform platform =
+        loadPlatform({.restoreToken = [] { return qEnvironmentVariable("VANTALO_SCREENCAST_TOKEN"); },
+                      .storeRestoreToken = {}});
+    if (!platform.capture) {
+        qFatal("No screen capture here: %s", qPrintable(platform.choice.noCaptureReason));
+    }
+    const bool portal = platform.choice.capture == CaptureService::portal;
 
     const QRect screen = QGuiApplication::primaryScreen()->geometry();
     QRect region = screen;
@@ -135,14 +138,7 @@ int main(int argc, char** argv)
         qtGrabMs = clock.nsecsElapsed() / 1e6 / kQtGrabs;
     }
 
-    std::unique_ptr<CaptureBackend> capture;
-    if (portal) {
-        capture =
-            std::make_unique<PortalCaptureBackend>(qEnvironmentVariable("VANTALO_SCREENCAST_TOKEN"), nullptr);
-    } else {
-        capture = std::make_unique<X11CaptureBackend>();
-    }
-    ScreenRecorder recorder(std::move(capture), [](const QString&) { return 1.0; });
+    ScreenRecorder recorder(std::move(platform.capture), [](const QString&) { return 1.0; });
     double cpuAtStart = 0;
     std::shared_ptr<GifEncodingSession> session;
     FrameList frames; // without the encoder: filled on the capture thread, read once the stop has joined it

@@ -8,6 +8,7 @@ set -euo pipefail
 build=$1
 binary="$build/bench/vantalo-bench-capture"
 seconds=${BENCH_SECONDS:-30}
+export VANTALO_CAPTURE=xshm # the portal runs below say otherwise
 run() {
   if [ -n "${DISPLAY:-}" ] && [ -z "${BENCH_OWN_XVFB:-}" ]; then
     "$binary" "$@"
@@ -38,7 +39,7 @@ echo "loaded: $((2 * $(nproc))) busy loops"
 loaded run --seconds "$seconds" --size screen --encode
 # Through the portal: a native Wayland window animates full screen in a process of its own.
 portal() {
-  "$(dirname "$0")/../../tests/wayland/with-mutter.sh" "$binary" --backend portal "$@" 2>/dev/null | grep -v "^$"
+  VANTALO_CAPTURE=portal "$(dirname "$0")/../../tests/wayland/with-mutter.sh" "$binary" "$@" 2>/dev/null | grep -v "^$"
 }
 portal --seconds "$seconds" --size 800x600
 portal --seconds "$seconds" --size 800x600 --encode

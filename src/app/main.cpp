@@ -13,8 +13,10 @@
 #include "overlays/RegionPreviewOverlay.h"
 #include "overlays/RegionSelectionWindowController.h"
 #include "platform/DesktopSession.h"
+#include "platform/NullCollaborators.h"
 #include "platform/Platform.h"
 #include "recording/GifEncoder.h"
+#include "recording/ScreenRecorder.h"
 #include "settings/HotkeySettingsNotifier.h"
 #include "settings/KeychainStore.h"
 #include "settings/QtKeychainSecretStore.h"
@@ -153,16 +155,18 @@ int main(int argc, char** argv)
 
     const LinePrinter print = stdoutPrinter();
     UserDefaults defaults;
-    std::unique_ptr<Platform> platform = createPlatform(PlatformStore{
-        .restoreToken =
-            [&defaults] {
-                return defaults.stringForKey(SettingsKey::screenCastRestoreToken).value_or(QString());
-            },
-        .storeRestoreToken =
-            [&defaults](const QString& token) {
-                defaults.setString(SettingsKey::screenCastRestoreToken, token);
-            },
-    });
+    Platform platform = loadPlatform(
+        PlatformStore{
+            .restoreToken =
+                [&defaults] {
+                    return defaults.stringForKey(SettingsKey::screenCastRestoreToken).value_or(QString());
+                },
+            .storeRestoreToken =
+                [&defaults](const QString& token) {
+                    defaults.setString(SettingsKey::screenCastRestoreToken, token);
+                },
+        },
+        print);
     QtKeychainSecretStore secrets(keychainService, print);
     KeychainStore keychain(secrets);
     HotkeySettingsNotifier hotkeySettings;
@@ -170,20 +174,28 @@ int main(int argc, char** argv)
     // A recording finished just before a crash is listed again.
     historyStore.recover(QDir::tempPath());
 
-    const auto compositing = [&platform] { return platform->compositingManagerRunning(); };
+    WindowSystem& windows = *platform.windows;
+    const auto compositing = [&windows] { return windows.compositingManagerRunning(); };
+    std::unique_ptr<FrameRecorder> recorder;
+    if (platform.capture) {
+        recorder =
+            std::make_unique<ScreenRecorder>(std::move(platform.capture), ScreenRecorder::screenPixelRatio);
+    } else {
+        recorder = std::make_unique<UnavailableRecorder>(platform.choice.noCaptureReason);
+    }
     CaptureCollaborators collaborators{
-        platform->createHotkeyManager(print),
-        platform->createScreenRecorder(),
+        std::move(platform.shortcut),
+        std::move(recorder),
         std::make_shared<GifEncoder>(),
         std::make_unique<RegionSelectionWindowController>(compositing),
         std::make_unique<RecordingToolbarWindowController>(
-            compositing, [&platform](QWindow* window,
-                                     const QRegion& region) { platform->setInputRegion(window, region); }),
+            compositing,
+            [&windows](QWindow* window, const QRegion& region) { windows.setInputRegion(window, region); }),
         std::make_unique<RecordingBorderOverlay>(compositing),
         std::make_unique<RegionPreviewOverlay>(compositing),
     };
-    auto coordinator = std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults,
-                                                            platform->screenCapturePermission(), print);
+    auto coordinator =
+        std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults, *platform.permission, print);
     // The uploaders read their settings and credentials once, now; changes apply at the next start.
     CloudUploader::Config s3Config = CloudUploader::Config::load(defaults, keychain);
     auto hostedUploader = HostedUploader::create();
@@ -204,10 +216,10 @@ int main(int argc, char** argv)
     // The coordinator lives as long as the delegate that takes it over.
     auto historyPanel = std::make_unique<HistoryPanelController>(
         historyStore, [coordinator = coordinator.get()] { return coordinator->shortcutLabel(); });
-    AppDelegate delegate(AppServices{defaults, keychain, hotkeySettings, platform->screenCapturePermission(),
-                                     historyStore, print},
-                         std::move(coordinator), std::move(previewPanel), std::move(historyPanel),
-                         std::make_unique<TrimWindowController>());
+    AppDelegate delegate(
+        AppServices{defaults, keychain, hotkeySettings, *platform.permission, historyStore, print},
+        std::move(coordinator), std::move(previewPanel), std::move(historyPanel),
+        std::make_unique<TrimWindowController>());
 
     QObject::connect(&instance, &SingleInstance::messageReceived, &delegate,
                      [&delegate](const QByteArray& message) {

@@ -3,6 +3,7 @@
 #include "capture/CaptureCollaborators.h"
 #include "common/Console.h"
 #include "hotkey/HotkeyRegistrar.h"
+#include "platform/Platform.h"
 #include "recording/FrameRecorder.h"
 
 #include <QString>
@@ -33,6 +34,14 @@ public:
 
 private:
     LinePrinter m_print;
+};
+
+// No window system Vantalo knows: windows are taken as composited and whole to the mouse.
+class NullWindowSystem final : public WindowSystem
+{
+public:
+    bool compositingManagerRunning() const override { return true; }
+    void setInputRegion(QWindow*, const QRegion&) override {}
 };
 
 class GrantedCapturePermission final : public ScreenCapturePermission

@@ -1,7 +1,12 @@
 #pragma once
 
+#include "capture/CaptureCollaborators.h"
 #include "common/Console.h"
+#include "hotkey/HotkeyRegistrar.h"
+#include "platform/DesktopSession.h"
+#include "recording/CaptureBackend.h"
 
+#include <QProcessEnvironment>
 #include <QRegion>
 #include <QString>
 
@@ -12,21 +17,54 @@ class QWindow;
 
 namespace vantalo {
 
-class FrameRecorder;
-class HotkeyRegistrar;
-class ScreenCapturePermission;
+// The services that differ between desktops. Each is picked on its own for the running session
+// (PlatformLoader.cpp), from what this build has:
+//
+//   service    X11 session        Wayland session (XWayland windows)   anything else
+//   capture    xshm               portal (ScreenCast, PipeWire)         none
+//   shortcut   xGrab              portal (GlobalShortcuts)              none
+//   windows    x11                x11                                   none
+//
+// VANTALO_CAPTURE=xshm|portal|none in the environment overrides the capture, for tests and
+// benchmarks.
+enum class CaptureService
+{
+    xshm,
+    portal,
+    none,
+};
+enum class ShortcutService
+{
+    xGrab,
+    portal,
+    none,
+};
+enum class WindowService
+{
+    x11,
+    none,
+};
 
-// The services that differ between desktops: global shortcuts, screen capture and the permission
-// to capture. One factory picks the implementation for the running session.
-class Platform
+struct PlatformChoice
+{
+    CaptureService capture = CaptureService::none;
+    ShortcutService shortcut = ShortcutService::none;
+    WindowService windows = WindowService::none;
+    QString noCaptureReason; // why nothing captures, when capture is none
+    QString problem;         // a line to tell the user (an override not understood), or empty
+
+    friend bool operator==(const PlatformChoice&, const PlatformChoice&) = default;
+};
+
+// What serves a session in which Qt runs on `qpaPlatform` ("xcb", "wayland", "offscreen", …).
+PlatformChoice choosePlatform(const QString& qpaPlatform, DesktopSession session,
+                              const QProcessEnvironment& environment);
+
+// The window system the overlays are shown on.
+class WindowSystem
 {
 public:
-    virtual ~Platform() = default;
-
-    virtual QString name() const = 0;
-    virtual std::unique_ptr<HotkeyRegistrar> createHotkeyManager(LinePrinter print) = 0;
-    virtual std::unique_ptr<FrameRecorder> createScreenRecorder() = 0;
-    virtual ScreenCapturePermission& screenCapturePermission() = 0;
+    virtual ~WindowSystem() = default;
     // Whether translucent windows are composited over what lies below them; without it, an
     // overlay must paint what it covers itself.
     virtual bool compositingManagerRunning() const = 0;
@@ -42,8 +80,18 @@ struct PlatformStore
     std::function<void(const QString&)> storeRestoreToken;
 };
 
-// Picks the platform for the running session; call after the QGuiApplication exists. In a Wayland
-// session the windows are XWayland's and capture goes through the desktop's ScreenCast portal.
-std::unique_ptr<Platform> createPlatform(PlatformStore store = {});
+// The services picked, made. The application builds its recorder on `capture` (no backend when
+// nothing captures: `choice.noCaptureReason` says why).
+struct Platform
+{
+    PlatformChoice choice;
+    std::unique_ptr<CaptureBackend> capture;
+    std::unique_ptr<HotkeyRegistrar> shortcut;
+    std::unique_ptr<WindowSystem> windows;
+    std::unique_ptr<ScreenCapturePermission> permission;
+};
+
+// Picks and makes the services for the running session; call after the QGuiApplication exists.
+Platform loadPlatform(PlatformStore store = {}, LinePrinter print = stdoutPrinter());
 
 } // namespace vantalo

@@ -3,9 +3,11 @@
 #include "CapturePlan.h"
 #include "RecorderErrors.h"
 
+#include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QPainter>
 #include <QPointer>
+#include <QScreen>
 
 #include <chrono>
 #include <condition_variable>
@@ -62,6 +64,16 @@ struct ScreenRecorder::Job
         }
     }
 };
+
+double ScreenRecorder::screenPixelRatio(const QString& displayName)
+{
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        if (screen->name() == displayName) {
+            return screen->devicePixelRatio();
+        }
+    }
+    return qGuiApp->devicePixelRatio();
+}
 
 ScreenRecorder::ScreenRecorder(std::unique_ptr<CaptureBackend> backend, PixelRatio devicePixelRatio,
                                LinePrinter print)

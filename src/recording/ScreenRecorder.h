@@ -67,6 +67,8 @@ class ScreenRecorder final : public QObject, public FrameRecorder
 public:
     // Device pixels a point on the named display (as the windows see it).
     using PixelRatio = std::function<double(const QString& displayName)>;
+    // Each screen's own, as the windows see it: a laptop at 2× beside a monitor at 1×.
+    static double screenPixelRatio(const QString& displayName);
     ScreenRecorder(std::unique_ptr<CaptureBackend> backend, PixelRatio devicePixelRatio,
                    LinePrinter print = stdoutPrinter());
     ~ScreenRecorder() override;

@@ -9,6 +9,7 @@
 #include "overlays/RegionPreviewOverlay.h"
 #include "overlays/RegionSelectionWindowController.h"
 #include "platform/Platform.h"
+#include "recording/ScreenRecorder.h"
 
 #include <QApplication>
 #include <QMouseEvent>
@@ -72,7 +73,7 @@ class TestOverlays : public QObject
     Q_OBJECT
 
     std::unique_ptr<Backdrop> m_backdrop;
-    std::unique_ptr<Platform> m_platform = createPlatform();
+    Platform m_platform = loadPlatform();
     QProcess m_compositor;
     bool m_compositing = false;
 
@@ -81,7 +82,9 @@ class TestOverlays : public QObject
     {
         return std::make_unique<RecordingToolbarWindowController>(
             [this] { return m_compositing; },
-            [this](QWindow* window, const QRegion& region) { m_platform->setInputRegion(window, region); });
+            [this](QWindow* window, const QRegion& region) {
+                m_platform.windows->setInputRegion(window, region);
+            });
     }
 
     void setCompositing(bool on)
@@ -266,7 +269,10 @@ private Q_SLOTS:
         // the border reaches the recorded pixels: the frames are the backdrop, edge to edge.
         xdotool(QStringLiteral("mousemove 1800 1000"));
         QTest::qWait(300);
-        auto recorder = m_platform->createScreenRecorder();
+        Platform platform = loadPlatform();
+        QVERIFY(platform.capture);
+        auto recorder =
+            std::make_unique<ScreenRecorder>(std::move(platform.capture), ScreenRecorder::screenPixelRatio);
         const FrameList frames =
             testing::record(*recorder, QRectF(300, 250, 500, 400), std::chrono::milliseconds(300),
                             QGuiApplication::primaryScreen()->name());

@@ -3,8 +3,8 @@
 // session Vantalo is in, and where the region lies in a screen-cast buffer whatever the scaling.
 #include "../support/RecorderSteps.h"
 #include "platform/DesktopSession.h"
+#include "platform/Platform.h"
 #include "platform/x11/X11CaptureBackend.h"
-#include "platform/x11/X11Platform.h"
 #include "recording/CapturePlan.h"
 #include "recording/GifEncoder.h"
 #include "recording/ScreenRecorder.h"
@@ -344,7 +344,8 @@ private Q_SLOTS:
             QSKIP("needs the two monitors of tests/with-monitors.sh");
         }
         movePointer(QPoint(3100, 1300));
-        auto recorder = X11Platform().createScreenRecorder();
+        auto recorder = std::make_unique<ScreenRecorder>(std::make_unique<X11CaptureBackend>(),
+                                                         ScreenRecorder::screenPixelRatio);
         PatternWindow window;
         for (const QScreen* screen : screens) {
             window.setGeometry(QRect(screen->geometry().topLeft() + QPoint(100, 100), QSize(200, 120)));
@@ -481,6 +482,70 @@ private Q_SLOTS:
         environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":0"));
         environment.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("wayland"));
         QCOMPARE(desktopSession(environment), DesktopSession::waylandWithXWayland);
+    }
+
+    // Capture, shortcut and window services, each picked for the session; VANTALO_CAPTURE
+    // overrides the capture alone.
+    void eachServicePickedForTheSession()
+    {
+        using C = CaptureService;
+        using S = ShortcutService;
+        using W = WindowService;
+        using D = DesktopSession;
+        const struct
+        {
+            const char* qpa;
+            DesktopSession session;
+            const char* forced;
+            PlatformChoice expected;
+        } rows[] = {
+            {"xcb", D::x11, "", {C::xshm, S::xGrab, W::x11, {}, {}}},
+            {"xcb", D::waylandWithXWayland, "", {C::portal, S::portal, W::x11, {}, {}}},
+            {"xcb", D::x11, "portal", {C::portal, S::xGrab, W::x11, {}, {}}},
+            {"xcb", D::waylandWithXWayland, "xshm", {C::xshm, S::portal, W::x11, {}, {}}},
+            {"xcb",
+             D::x11,
+             "none",
+             {C::none, S::xGrab, W::x11, "Screen capture is off (VANTALO_CAPTURE=none)", {}}},
+            {"xcb",
+             D::x11,
+             "gdi",
+             {C::xshm,
+              S::xGrab,
+              W::x11,
+              {},
+              "VANTALO_CAPTURE=gdi is not a capture this build has (xshm, portal, none): the session picks "
+              "it"}},
+            {"wayland",
+             D::waylandOnly,
+             "",
+             {C::none,
+              S::none,
+              W::none,
+              "Screen capture is not supported in a Wayland session yet; log in to an X11 session",
+              {}}},
+            {"offscreen",
+             D::none,
+             "",
+             {C::none,
+              S::none,
+              W::none,
+              "Screen capture needs an X11 display (this session runs on \"offscreen\")",
+              {}}},
+            {"offscreen", D::none, "portal", {C::portal, S::none, W::none, {}, {}}},
+        };
+        for (const auto& row : rows) {
+            QProcessEnvironment environment;
+            if (*row.forced) {
+                environment.insert(QStringLiteral("VANTALO_CAPTURE"), QString::fromLatin1(row.forced));
+            }
+            const PlatformChoice choice =
+                choosePlatform(QString::fromLatin1(row.qpa), row.session, environment);
+            QVERIFY2(choice == row.expected,
+                     qPrintable(QStringLiteral("%1 %2: %3 / %4")
+                                    .arg(QString::fromLatin1(row.qpa), QString::fromLatin1(row.forced),
+                                         choice.noCaptureReason, choice.problem)));
+        }
     }
 
     void regionInTheBuffer()
