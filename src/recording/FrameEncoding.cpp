@@ -5,9 +5,12 @@
 
 #include <libimagequant.h>
 
+#include <algorithm>
+#include <array>
 #include <cstring>
 #include <limits>
 #include <memory>
+#include <numeric>
 #include <optional>
 #include <vector>
 
@@ -252,6 +255,61 @@ Indexed indexArea(const std::vector<QRgb>& pixels, QSize area, bool hasTranspare
     return indexed;
 }
 
+// Lossy: each colour of the palette stands in for the others within `limit` of it, the most used
+// first, so a frame of anti-aliased shades needs a few entries where it had a hundred (a smaller
+// table, shorter codes and longer runs). Every pixel stays within `limit` of its own colour.
+void mergeCloseColours(Indexed& indexed, int limit)
+{
+    const auto size = indexed.palette.size();
+    std::vector<size_t> uses(static_cast<size_t>(size), 0);
+    for (const quint8 index : indexed.indices) {
+        ++uses[index];
+    }
+    std::vector<int> order(static_cast<size_t>(size));
+    std::iota(order.begin(), order.end(), 0);
+    std::stable_sort(order.begin(), order.end(),
+                     [&uses](int a, int b) { return uses[size_t(a)] > uses[size_t(b)]; });
+    std::array<quint8, 256> into{};
+    QList<QRgb> kept;
+    int transparent = -1;
+    for (const int index : order) {
+        if (uses[size_t(index)] == 0 && index != indexed.transparentIndex) {
+            continue;
+        }
+        const QRgb colour = indexed.palette[index];
+        int nearest = -1;
+        int nearestDistance = limit + 1;
+        if (index != indexed.transparentIndex) {
+            for (qsizetype k = 0; k < kept.size(); ++k) {
+                if (int(k) == transparent) {
+                    continue;
+                }
+                const int distance = perceptualDistanceSquared(kept[k], colour);
+                if (distance < nearestDistance) {
+                    nearest = int(k);
+                    nearestDistance = distance;
+                }
+            }
+        }
+        if (nearest < 0) {
+            nearest = int(kept.size());
+            kept.append(colour);
+            if (index == indexed.transparentIndex) {
+                transparent = nearest;
+            }
+        }
+        into[size_t(index)] = quint8(nearest);
+    }
+    for (quint8& index : indexed.indices) {
+        index = into[index];
+    }
+    while (kept.size() < 2) {
+        kept.append(qRgb(0, 0, 0));
+    }
+    indexed.palette = std::move(kept);
+    indexed.transparentIndex = transparent;
+}
+
 std::vector<quint8> scaledIndices(const std::vector<quint8>& indices, int width, int height, int scale)
 {
     const size_t outWidth = size_t(width) * size_t(scale);
@@ -342,7 +400,7 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
             }
         }
     }
-    const Indexed indexed = indexArea(pixels, area.size(), hasTransparency, m_settings);
+    Indexed indexed = indexArea(pixels, area.size(), hasTransparency, m_settings);
     m_quantised = indexed.quantised;
 
     // Each pixel: the index it would take losslessly, the colour that stands for, and whether what
@@ -364,6 +422,10 @@ EncodedFrame CanvasEncoder::encode(const Frame& frame)
                               perceptualDistanceSquared(shown[x], target[at]) <= m_limit;
             }
         }
+    }
+
+    if (!m_quantised && m_limit > 0) {
+        mergeCloseColours(indexed, m_limit);
     }
 
     EncodedFrame out;

@@ -136,8 +136,9 @@ private Q_SLOTS:
     void initTestCase() { QVERIFY(m_dir.isValid()); }
 
     // Scale, frame rate and lossy level over a GIF of pixel doubles: the duration stays exact to
-    // the hundredth, the frames shown at each time are the source's, bytes fall as the level rises,
-    // and no pixel is ever further from the source than the level allows, frame after frame.
+    // the hundredth, the frames shown at each time are the source's, bytes and colour tables
+    // shrink as the level rises, and no pixel is ever further from the source than the level
+    // allows, frame after frame.
     void theLevers()
     {
         const FrameList scene = movingScene(30, QSize(80, 60), 2);
@@ -154,6 +155,7 @@ private Q_SLOTS:
         for (const auto& [scale, fps, frames] :
              {Case{2, 15, 30}, Case{1, 15, 30}, Case{1, 10, 20}, Case{2, 5, 10}}) {
             qint64 previousBytes = std::numeric_limits<qint64>::max();
+            int losslessTable = 0;
             for (const int level : {0, 40, 100}) {
                 const OutputSettings settings{scale, fps, level};
                 const QString label = settings.label();
@@ -167,6 +169,14 @@ private Q_SLOTS:
                 QCOMPARE(read->frames.size(), frames);
                 QCOMPARE(total(read->delays), 200);
                 QCOMPARE(read->frames.first().size(), QSize(80, 60) * scale);
+                // A lossy level lets one colour stand for those close to it: a smaller table.
+                if (level == 0) {
+                    losslessTable = read->tableSizes.first();
+                } else {
+                    QVERIFY2(
+                        read->tableSizes.first() < losslessTable,
+                        qPrintable(label + QStringLiteral(": %1 colours").arg(read->tableSizes.first())));
+                }
                 // Each frame starts when the source's frame it shows starts.
                 int start = 0;
                 for (qsizetype k = 0; k < read->frames.size(); ++k) {

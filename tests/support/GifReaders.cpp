@@ -243,6 +243,7 @@ std::expected<ReadGif, QString> readStrictly(const QByteArray& gif)
             drawFrame(canvas, QRect(d.Left, d.Top, d.Width, d.Height), indices->data(), palette, transparent);
             out.frames.append(canvas.copy());
             out.delays.append(delay);
+            out.tableSizes.append(int(palette.size()));
             disposal = delay = 0;
             transparent = -1;
         }

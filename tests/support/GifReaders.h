@@ -16,7 +16,8 @@ struct ReadGif
 {
     QList<QImage> frames; // Format_ARGB32, the logical screen's size
     QList<int> delays;
-    int loopCount = -1; // from the NETSCAPE2.0 block (0: for ever), -1 without one: readStrictly
+    int loopCount = -1;    // from the NETSCAPE2.0 block (0: for ever), -1 without one: readStrictly
+    QList<int> tableSizes; // entries of each frame's colour table: readStrictly
 };
 
 std::expected<ReadGif, QString> readWithQt(const QByteArray& gif);
