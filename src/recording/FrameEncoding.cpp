@@ -28,6 +28,8 @@ template<typename T> using LiqPtr = std::unique_ptr<T, LiqDeleter>;
 
 constexpr QRgb kTransparentKey = 0x00000000; // never an opaque colour: those have alpha 0xff
 constexpr size_t kMaxRemappedColours = 20000;
+// Up to this many colours, a frame's palette is refined (see indexArea).
+constexpr size_t kRefinedColours = 4096;
 
 QImage opaquePixels(const QImage& image)
 {
@@ -105,6 +107,32 @@ std::optional<Indexed> exactPalette(const std::vector<QRgb>& pixels)
         out.indices[i] = lastIndex;
     }
     return out;
+}
+
+// Whether the pixels hold fewer than `limit` distinct colours (`limit` well under 65536).
+bool fewerColoursThan(const std::vector<QRgb>& pixels, size_t limit)
+{
+    constexpr size_t kSlots = 1 << 16;
+    std::vector<QRgb> seen(kSlots, kTransparentKey);
+    size_t colours = 0;
+    QRgb last = kTransparentKey;
+    for (const QRgb colour : pixels) {
+        if (colour == last || colour == kTransparentKey) {
+            continue;
+        }
+        last = colour;
+        size_t slot = (colour * 2654435761u) >> 16;
+        while (seen[slot] != kTransparentKey && seen[slot] != colour) {
+            slot = (slot + 1) & (kSlots - 1);
+        }
+        if (seen[slot] == kTransparentKey) {
+            seen[slot] = colour;
+            if (++colours >= limit) {
+                return false;
+            }
+        }
+    }
+    return true;
 }
 
 // Each pixel's nearest opaque palette entry, remembered per colour: screen content repeats a few
@@ -246,7 +274,15 @@ Indexed indexArea(const std::vector<QRgb>& pixels, QSize area, bool hasTranspare
     if (auto exact = exactPalette(pixels)) {
         indexed = std::move(*exact);
     } else {
-        indexed = quantize(pixels, area.width(), area.height(), hasTransparency, settings);
+        // Screen content of a few hundred colours (a page with a picture on it) is mostly a few
+        // flat colours: libimagequant's refinement below speed 8 (k-means) makes those exact, so
+        // the frame comes out almost as it was for 2 % more bytes. A photograph or a video of
+        // thousands of colours gains nothing from it, and would take twice as long.
+        QuantizerSettings tuned = settings;
+        if (tuned.speed >= 8 && fewerColoursThan(pixels, kRefinedColours)) {
+            tuned.speed = 7;
+        }
+        indexed = quantize(pixels, area.width(), area.height(), hasTransparency, tuned);
         indexed.quantised = true;
     }
     if (indexed.palette.size() < 2) {

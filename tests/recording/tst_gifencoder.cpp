@@ -98,7 +98,8 @@ class TestGifEncoder : public QObject
 
 private Q_SLOTS:
     // Up to 256 colours a frame come back exactly, differencing and all: moving, doubled,
-    // unchanged, and noise whose sizes fall around code-size changes and full code tables.
+    // unchanged, and noise whose sizes fall around code-size changes and full code tables; and the
+    // flat colours of a frame of a few hundred.
     void fewColoursComeBackExactly()
     {
         const auto noise = [](QSize size, int colours) {
@@ -130,6 +131,28 @@ private Q_SLOTS:
                 QVERIFY2(decoded[k] == frames[k].fullSize(), qPrintable(QStringLiteral("frame %1").arg(k)));
             }
         }
+        // A page of flat colours with a small picture of 300 on it: quantised, yet the flat
+        // colours (nearly all of the frame) come back exactly.
+        QImage page(200, 150, QImage::Format_RGB32);
+        const QRgb flat[] = {qRgb(250, 250, 248), qRgb(33, 37, 41), qRgb(13, 110, 253), qRgb(222, 226, 230)};
+        for (int y = 0; y < page.height(); ++y) {
+            for (int x = 0; x < page.width(); ++x) {
+                page.setPixel(x, y, flat[(y / 10 + x / 50) % 4]);
+            }
+        }
+        for (int k = 0; k < 300; ++k) {
+            page.setPixel(10 + k % 20, 10 + k / 20, qRgb(k % 256, (k * 5) % 256, 128 + k / 3));
+        }
+        const QImage shown = decode(GifEncoder().encode({Frame{page, 1}}, kDelay).value()).constFirst();
+        qsizetype offFlat = 0;
+        for (int y = 0; y < page.height(); ++y) {
+            for (int x = 0; x < page.width(); ++x) {
+                offFlat += std::ranges::find(flat, page.pixel(x, y)) != std::end(flat) &&
+                           shown.pixel(x, y) != page.pixel(x, y);
+            }
+        }
+        QCOMPARE(offFlat, 0);
+
         // Unchanged frames stay frames of their own, at a few bytes each.
         const auto single = GifEncoder().encode(still.mid(0, 1), kDelay);
         QVERIFY(GifEncoder().encode(still, kDelay)->size() < single->size() + 9 * 40);
