@@ -83,7 +83,7 @@ PlatformChoice choosePlatform(const QString& qpaPlatform, DesktopSession session
         }
     } else if (qpaPlatform.startsWith(QLatin1String("wayland"))) {
         choice.noCaptureReason = QStringLiteral(
-            "Screen capture is not supported in a Wayland session yet; log in to an X11 session");
+            "Screen capture needs Vantalo's windows on XWayland: start it without QT_QPA_PLATFORM=wayland");
     } else {
         choice.noCaptureReason =
             QStringLiteral("Screen capture needs an X11 display (this session runs on \"%1\")")

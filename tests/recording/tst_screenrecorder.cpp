@@ -522,7 +522,7 @@ private Q_SLOTS:
              {C::none,
               S::none,
               W::none,
-              "Screen capture is not supported in a Wayland session yet; log in to an X11 session",
+              "Screen capture needs Vantalo's windows on XWayland: start it without QT_QPA_PLATFORM=wayland",
               {}}},
             {"offscreen",
              D::none,
