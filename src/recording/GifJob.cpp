@@ -4,7 +4,6 @@
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
 #include <QUuid>
 
 namespace vantalo {
@@ -44,16 +43,16 @@ std::unique_ptr<GifJob> GifJob::fit(const QString& source, qint64 budget, FrameS
     job->start([source, budget, frames, under](const RecodeControl& given) -> GifJobOutcome {
         RecodeControl control = given;
         control.frames = frames;
-        const QFileInfo info(source);
-        if (frames.whole() && info.isFile() && info.size() <= budget) {
-            const qint64 bytes = info.size();
-            return {GifJobOutcome::Kind::alreadyFits,
-                    {},
-                    bytes,
-                    QStringLiteral("Already under %1: %2").arg(under, fileSizeLabel(bytes))};
-        }
         const QString target = newOutputPath();
         const auto fitted = fitGif(source, budget, target, control);
+        if (fitted && fitted->unchanged) {
+            // Read through, so known to be a whole GIF; the copy would only be a duplicate entry.
+            QFile::remove(target);
+            return {GifJobOutcome::Kind::alreadyFits,
+                    {},
+                    fitted->bytes,
+                    QStringLiteral("Already under %1: %2").arg(under, fileSizeLabel(fitted->bytes))};
+        }
         if (fitted) {
             return {GifJobOutcome::Kind::made, target, fitted->bytes, {}};
         }

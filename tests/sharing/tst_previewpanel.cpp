@@ -316,6 +316,22 @@ private Q_SLOTS:
                      notice.endsWith(QStringLiteral(" at the smallest")),
                  qPrintable(notice));
 
+        // A GIF cut short is no GIF "already under" the size, however small.
+        QFile whole(path);
+        QVERIFY(whole.open(QIODevice::ReadOnly));
+        const QString cut = m_history->dir.filePath(QStringLiteral("cut.gif"));
+        QFile half(cut);
+        QVERIFY(half.open(QIODevice::WriteOnly) && half.write(whole.read(whole.size() / 2)) > 0);
+        half.close();
+        m_controller->show(cut, std::nullopt);
+        m_controller->fitUnder(cut, 1000000);
+        QTRY_COMPARE(m_controller->panel()->shownRow(), Row::notice);
+        QCOMPARE(m_controller->panel()->rowText(), QStringLiteral("Can't fit this GIF"));
+        QVERIFY2(m_printed.constLast().startsWith(QStringLiteral("Fit error: ")) &&
+                     m_printed.constLast().contains(QStringLiteral("cut short")),
+                 qPrintable(m_printed.constLast()));
+        QCOMPARE(m_history->store.loadItems().size(), 1);
+
         const auto fitsUnder = [&](qint64 budget, bool replacing, GifHistoryItem& made) {
             if (replacing) {
                 m_controller->fitShown(budget, true);
