@@ -280,12 +280,20 @@ OutputSettings TrimWindow::outputSettings() const
     return {m_size->currentData().toInt(), m_rate->currentData().toInt(), m_lossy->value()};
 }
 
-void TrimWindow::outputChanged()
+void TrimWindow::enableLevers()
 {
+    // A size to fit under picks the levers itself.
     const bool fitting = m_fit->currentData().toLongLong() > 0;
     for (QWidget* lever : std::initializer_list<QWidget*>{m_size, m_rate, m_lossy}) {
         lever->setEnabled(!fitting && !m_job);
     }
+    m_fit->setEnabled(!m_job);
+}
+
+void TrimWindow::outputChanged()
+{
+    enableLevers();
+    const bool fitting = m_fit->currentData().toLongLong() > 0;
     m_lossyValue->setText(m_lossy->value() == 0 ? QStringLiteral("Lossless")
                                                 : QStringLiteral("Lossy %1").arg(m_lossy->value()));
     ++m_estimateGeneration;
@@ -295,7 +303,7 @@ void TrimWindow::outputChanged()
         m_estimateDelay.stop();
         return;
     }
-    m_estimateText = QStringLiteral("Estimating\u2026");
+    m_estimateText = estimatingText();
     m_estimate->setText(m_estimateText);
     if (m_timeline) {
         m_estimateDelay.start();
@@ -346,9 +354,11 @@ void TrimWindow::setWorking(bool working)
     m_status->setVisible(!working);
     m_save->setEnabled(!working && m_timeline);
     m_close->setText(working ? QStringLiteral("Cancel") : QStringLiteral("Close"));
-    m_fit->setEnabled(!working);
     m_strip->setEnabled(!working);
-    outputChanged();
+    enableLevers();
+    if (!working && std::exchange(m_estimateStopped, false)) {
+        outputChanged();
+    }
 }
 
 void TrimWindow::save()
@@ -357,6 +367,13 @@ void TrimWindow::save()
         return;
     }
     m_playing.stop();
+    // The save has the processor to itself; an estimate it stops is made again if the save is
+    // cancelled.
+    if (m_estimateText == estimatingText()) {
+        m_estimateDelay.stop();
+        m_estimating.request_stop();
+        m_estimateStopped = true;
+    }
     const qint64 budget = m_fit->currentData().toLongLong();
     m_job =
         budget > 0 ? GifJob::fit(m_path, budget, span()) : GifJob::recode(m_path, outputSettings(), span());

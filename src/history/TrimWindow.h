@@ -75,6 +75,8 @@ private:
     void spanChanged(TrimTimelineView::Handle moved);
     void showFrame(int frame);
     void playNext();
+    static QString estimatingText() { return QStringLiteral("Estimating\u2026"); }
+    void enableLevers();
     void outputChanged();
     void estimate();
     void moveHandle(TrimTimelineView::Handle handle, int step);
@@ -103,6 +105,7 @@ private:
     std::jthread m_estimating;
     int m_estimateGeneration = 0;
     QString m_estimateText;
+    bool m_estimateStopped = false; // by a save, before it came
     std::unique_ptr<GifJob> m_job;
 };
 

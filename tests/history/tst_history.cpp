@@ -429,8 +429,10 @@ private Q_SLOTS:
         window.lossySlider()->setValue(0);
         QCOMPARE(window.sizeBox()->itemText(1), QStringLiteral("Half size (20 \u00d7 15)"));
         window.sizeBox()->setCurrentIndex(1);
+        QTRY_VERIFY(window.estimateText().startsWith(QStringLiteral("About ")));
         QTest::keyClick(&window, Qt::Key_Return);
         QVERIFY(window.savingJob() && !window.saveButton()->isEnabled());
+        QVERIFY(window.estimateText().startsWith(QStringLiteral("About "))); // a save is no new output
         QTRY_COMPARE(saved.size(), 1);
         QVERIFY(!window.isVisible());
         QFile made(saved[0]);
