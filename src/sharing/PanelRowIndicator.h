@@ -7,6 +7,7 @@
 #include <QVariantAnimation>
 #include <QWidget>
 
+#include <algorithm>
 #include <memory>
 
 namespace vantalo {
@@ -52,7 +53,7 @@ protected:
         p.setRenderHint(QPainter::Antialiasing);
         const QFont f = panel::panelFont(11, QFont::Normal);
         p.setFont(f);
-        const QString label = text();
+        QString label = text();
         const PreviewPanelState::Row row = m_state->row();
         if (row == PreviewPanelState::Row::notice) {
             p.setPen(panel::white(0.75));
@@ -65,8 +66,15 @@ protected:
         } else if (const std::optional<int> percent = m_state->progressPercent()) {
             fraction = *percent / 100.0;
         }
-        const QSizeF indicator = fraction ? QSizeF(56, 4) : QSizeF(14, 14);
-        const double textWidth = QFontMetricsF(f).horizontalAdvance(label);
+        // A long text takes from the bar, then loses its middle: the count at its end stays.
+        const QFontMetricsF metrics(f);
+        const double room = width() - 8.0;
+        QSizeF indicator = fraction ? QSizeF(56, 4) : QSizeF(14, 14);
+        if (fraction) {
+            indicator.setWidth(std::clamp(room - 8 - metrics.horizontalAdvance(label), 28.0, 56.0));
+        }
+        label = metrics.elidedText(label, Qt::ElideMiddle, room - indicator.width() - 8);
+        const double textWidth = metrics.horizontalAdvance(label);
         const double total = indicator.width() + 8 + textWidth;
         const double x = std::max(4.0, (width() - total) / 2);
         const QRectF box(QPointF(x, (height() - indicator.height()) / 2), indicator);
