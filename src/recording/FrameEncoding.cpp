@@ -12,6 +12,7 @@
 #include <memory>
 #include <numeric>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace vantalo {
@@ -109,11 +110,40 @@ std::optional<Indexed> exactPalette(const std::vector<QRgb>& pixels)
     return out;
 }
 
+// A value for each distinct colour of a frame, in a fixed open-addressing table of 65,536 slots:
+// screen content holds a few thousand colours, and callers stop well before the table fills.
+template<typename Value> class ColourSlots
+{
+public:
+    // The slot of `colour`'s value, and whether the colour is new (its value then `Value{}`).
+    std::pair<Value*, bool> find(QRgb colour)
+    {
+        size_t slot = (colour * 2654435761u) >> 16;
+        while (m_slots[slot].used && m_slots[slot].colour != colour) {
+            slot = (slot + 1) & (kSlots - 1);
+        }
+        Slot& found = m_slots[slot];
+        const bool added = !found.used;
+        found.used = true;
+        found.colour = colour;
+        return {&found.value, added};
+    }
+
+private:
+    struct Slot
+    {
+        QRgb colour = 0;
+        bool used = false;
+        Value value{};
+    };
+    static constexpr size_t kSlots = 1 << 16;
+    std::vector<Slot> m_slots = std::vector<Slot>(kSlots);
+};
+
 // Whether the pixels hold fewer than `limit` distinct colours (`limit` well under 65536).
 bool fewerColoursThan(const std::vector<QRgb>& pixels, size_t limit)
 {
-    constexpr size_t kSlots = 1 << 16;
-    std::vector<QRgb> seen(kSlots, kTransparentKey);
+    ColourSlots<bool> seen;
     size_t colours = 0;
     QRgb last = kTransparentKey;
     for (const QRgb colour : pixels) {
@@ -121,15 +151,8 @@ bool fewerColoursThan(const std::vector<QRgb>& pixels, size_t limit)
             continue;
         }
         last = colour;
-        size_t slot = (colour * 2654435761u) >> 16;
-        while (seen[slot] != kTransparentKey && seen[slot] != colour) {
-            slot = (slot + 1) & (kSlots - 1);
-        }
-        if (seen[slot] == kTransparentKey) {
-            seen[slot] = colour;
-            if (++colours >= limit) {
-                return false;
-            }
+        if (seen.find(colour).second && ++colours >= limit) {
+            return false;
         }
     }
     return true;
@@ -143,13 +166,7 @@ bool fewerColoursThan(const std::vector<QRgb>& pixels, size_t limit)
 std::optional<std::vector<quint8>> remapByColour(const std::vector<QRgb>& pixels, const liq_palette& palette,
                                                  int transparentIndex, size_t maxColours)
 {
-    struct Entry
-    {
-        QRgb colour;
-        int index; // -1: empty
-    };
-    constexpr size_t kSlots = 1 << 16;
-    std::vector<Entry> cache(kSlots, Entry{0, -1});
+    ColourSlots<quint8> nearest;
     size_t colours = 0;
     std::vector<quint8> indices(pixels.size(), 0);
     QRgb last = kTransparentKey;
@@ -160,11 +177,8 @@ std::optional<std::vector<quint8>> remapByColour(const std::vector<QRgb>& pixels
             continue;
         }
         if (colour != last) {
-            size_t slot = (colour * 2654435761u) >> 16;
-            while (cache[slot].index >= 0 && cache[slot].colour != colour) {
-                slot = (slot + 1) & (kSlots - 1);
-            }
-            if (cache[slot].index < 0) {
+            const auto [index, added] = nearest.find(colour);
+            if (added) {
                 if (++colours > maxColours) {
                     return std::nullopt;
                 }
@@ -184,10 +198,10 @@ std::optional<std::vector<quint8>> remapByColour(const std::vector<QRgb>& pixels
                         best = int(k);
                     }
                 }
-                cache[slot] = Entry{colour, best};
+                *index = quint8(best);
             }
             last = colour;
-            lastIndex = quint8(cache[slot].index);
+            lastIndex = *index;
         }
         indices[i] = lastIndex;
     }
