@@ -192,6 +192,8 @@ public:
     StreamWriter(QIODevice& output, qint64 limit) : m_output(output), m_limit(limit) {}
     bool overLimit() const { return m_limit >= 0 && m_bytes > m_limit; }
     qint64 bytes() const { return m_bytes; }
+    // With the frame that waits for its delay.
+    qint64 encodedBytes() const { return m_bytes + m_pendingBytes; }
 
     std::expected<void, Failure> add(EncodedFrame frame, qint64 start, QSize screen)
     {
@@ -204,6 +206,10 @@ public:
         }
         m_pending = std::move(frame);
         m_pendingStart = start;
+        // The frame waits for its delay; its size is known already (the delay's field has one).
+        QByteArray pending;
+        appendGifFrame(pending, m_pending, 0);
+        m_pendingBytes = pending.size();
         return write(chunk);
     }
     std::expected<void, Failure> finish(qint64 end)
@@ -232,6 +238,7 @@ private:
     bool m_started = false;
     EncodedFrame m_pending;
     qint64 m_pendingStart = 0;
+    qint64 m_pendingBytes = 0;
 };
 
 } // namespace
@@ -279,6 +286,9 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
             return std::unexpected(written.error());
         }
         ++result.frames;
+        if (control.encoded) {
+            control.encoded((*picked)->progress, writer.encodedBytes());
+        }
         // Written bytes grow with the source read: once a quarter is read, an output heading for
         // well over the limit is given up early.
         const double read = (*picked)->progress;
@@ -444,14 +454,15 @@ std::expected<FitResult, FitFailure> fitGif(const QString& source, qint64 budget
             return out;
         }
         const bool last = index == ladder.size() - 1;
-        RecodeControl each{control.frames,
-                           [&](double fraction) {
-                               const std::lock_guard lock(progressMutex);
-                               if (control.progress) {
-                                   control.progress(std::min(1.0, (round + fraction) / 3.0));
-                               }
-                           },
-                           control.stop};
+        RecodeControl each;
+        each.frames = control.frames;
+        each.progress = [&](double fraction) {
+            const std::lock_guard lock(progressMutex);
+            if (control.progress) {
+                control.progress(std::min(1.0, (round + fraction) / 3.0));
+            }
+        };
+        each.stop = control.stop;
         out.result = recodeGif(source, **file, ladder[index], last ? -1 : budget, each);
         out.file = std::move(*file);
         return out;

@@ -48,6 +48,9 @@ struct RecodeControl
 {
     FrameSpan frames;
     RecodeProgress progress;
+    // Each frame as it is encoded: how far through the source (as `progress`), and the bytes of the
+    // output with that frame.
+    std::function<void(double fraction, qint64 bytes)> encoded;
     // Asks the encode to give up: it then fails with `cancelledText`, and writes nothing.
     std::stop_token stop;
 };

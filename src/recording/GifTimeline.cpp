@@ -95,15 +95,26 @@ std::expected<SizeEstimate, Failure> estimateGifBytes(const QString& source, con
     output.open(QIODevice::WriteOnly);
     std::stop_source enough;
     const std::stop_callback forward(stop, [&enough] { enough.request_stop(); });
+    // The time runs from the first kept frame: reading the frames before a span is no encoding.
+    // The first frame (the header, and a whole picture) is counted apart from the frames after
+    // it, which only draw what changed: those are the ones the rest of the span is made of.
     QElapsedTimer clock;
-    clock.start();
-    double done = 0.0;
+    struct Point
+    {
+        double fraction = 0.0;
+        qint64 bytes = 0;
+    };
+    std::optional<Point> first;
+    Point last;
     RecodeControl control;
     control.frames = frames;
     control.stop = enough.get_token();
-    control.progress = [&](double fraction) {
-        done = fraction;
-        if (clock.elapsed() >= time.count()) {
+    control.encoded = [&](double fraction, qint64 bytes) {
+        last = {fraction, bytes};
+        if (!first) {
+            first = last;
+            clock.start();
+        } else if (clock.elapsed() >= time.count()) {
             enough.request_stop();
         }
     };
@@ -111,10 +122,13 @@ std::expected<SizeEstimate, Failure> estimateGifBytes(const QString& source, con
     if (written) {
         return SizeEstimate{written->bytes, true};
     }
-    if (stop.stop_requested() || written.error().description != cancelledText || done <= 0.0) {
+    if (stop.stop_requested() || written.error().description != cancelledText || !first ||
+        last.fraction <= first->fraction) {
         return std::unexpected(written.error());
     }
-    return SizeEstimate{qint64(double(output.size()) / done), false};
+    const double rest =
+        double(last.bytes - first->bytes) * (1.0 - first->fraction) / (last.fraction - first->fraction);
+    return SizeEstimate{first->bytes + qint64(rest) + 1, false}; // and the trailer
 }
 
 } // namespace vantalo

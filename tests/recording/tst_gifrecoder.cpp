@@ -2,6 +2,7 @@
 // Every output is read back by the strict reader and by Qt.
 #include "recording/GifEncoder.h"
 #include "recording/GifRecoder.h"
+#include "recording/GifTimeline.h"
 #include "recording/GifWriter.h"
 #include "support/GifReaders.h"
 
@@ -205,12 +206,22 @@ private Q_SLOTS:
         QVERIFY(lossyDistanceSquared(0) == 0 && lossyDistanceSquared(40) < lossyDistanceSquared(100));
 
         // A span keeps exactly its frames and their delays, the first starting at 0, also when
-        // it starts on a frame the whole GIF's sampling would not begin with.
+        // it starts on a frame the whole GIF's sampling would not begin with. Its size estimated
+        // with time for the whole is exact; with time for two frames, close.
         for (const FrameSpan span : {FrameSpan{5, 20}, FrameSpan{1, 2}, FrameSpan{29, -1}}) {
             RecodeControl control;
             control.frames = span;
             const QString target = m_dir.filePath(QStringLiteral("span.gif"));
-            QVERIFY(recodeGifFile(source, target, OutputSettings{}, control));
+            const auto written = recodeGifFile(source, target, OutputSettings{}, control);
+            QVERIFY(written);
+            const auto exact = estimateGifBytes(source, OutputSettings{}, span, std::chrono::seconds(30));
+            QVERIFY(exact && exact->exact);
+            QCOMPARE(exact->bytes, written->bytes);
+            const auto sampled =
+                estimateGifBytes(source, OutputSettings{}, span, std::chrono::milliseconds(0));
+            QVERIFY(sampled);
+            QVERIFY2(std::abs(double(sampled->bytes) / double(written->bytes) - 1.0) < 0.15,
+                     qPrintable(QStringLiteral("about %1 for %2").arg(sampled->bytes).arg(written->bytes)));
             const auto read = testing::readWithEveryReader(readFile(target));
             QVERIFY(read);
             const int end = span.end < 0 ? 30 : span.end;
