@@ -438,6 +438,7 @@ private Q_SLOTS:
         QFile made(saved[0]);
         QVERIFY(made.open(QIODevice::ReadOnly));
         const auto read = testing::readWithEveryReader(made.readAll());
+        made.remove(); // handed over: the one it is given keeps it, or removes it
         QVERIFY(read);
         // Shown as the source showed it: a frame that changes nothing adds its time to the one
         // before (frames 5–9 are one still picture, 20–24 the same as 19).
