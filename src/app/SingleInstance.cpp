@@ -1,5 +1,6 @@
 #include "SingleInstance.h"
 
+#include <QDateTime>
 #include <QDeadlineTimer>
 #include <QDir>
 #include <QLocalServer>
@@ -10,7 +11,10 @@ namespace vantalo {
 
 namespace {
 constexpr int kConnectTimeoutMs = 1000;
-}
+// A request taken this close to its sender's deadline is dropped: the answer might come too late,
+// and the sender would then have told the user it was not carried out.
+constexpr qint64 kAnswerMarginMs = 1000;
+} // namespace
 
 SingleInstance::SingleInstance(QString socketPath, QObject* parent)
     : QObject(parent), m_socketPath(std::move(socketPath))
@@ -39,7 +43,10 @@ SingleInstance::Handover SingleInstance::sendToRunningInstance(const QString& so
     if (!socket.waitForConnected(kConnectTimeoutMs)) {
         return Handover::noInstance;
     }
-    socket.write(message + '\n');
+    // With the time the sender waits until: a request the running instance only reaches later has
+    // been given up, and is not carried out behind the user's back.
+    const qint64 giveUpAt = QDateTime::currentMSecsSinceEpoch() + answerWithin.count();
+    socket.write(message + ' ' + QByteArray::number(giveUpAt) + '\n');
     if (!socket.waitForBytesWritten(kConnectTimeoutMs)) {
         return Handover::noAnswer;
     }
@@ -76,10 +83,15 @@ bool SingleInstance::listen()
                 if (!socket->canReadLine()) {
                     return;
                 }
-                const QByteArray message = socket->readLine().trimmed();
+                const QList<QByteArray> words = socket->readLine().trimmed().split(' ');
+                bool timed = false;
+                const qint64 giveUpAt = words.value(1).toLongLong(&timed);
+                if (timed && QDateTime::currentMSecsSinceEpoch() > giveUpAt - kAnswerMarginMs) {
+                    return; // given up by its sender
+                }
                 socket->write("ok\n");
                 socket->flush();
-                Q_EMIT messageReceived(message);
+                Q_EMIT messageReceived(words.constFirst());
             });
         }
     });

@@ -33,7 +33,8 @@ public:
     };
 
     // Delivers `message` to a running instance. One that is busy (encoding, or on a loaded
-    // machine) may take a while to answer, so it is given `answerWithin` before giving up.
+    // machine) may take a while to answer, so it is given `answerWithin` before giving up; a
+    // request it reaches only after that is dropped, never carried out late.
     static Handover sendToRunningInstance(const QString& socketPath, const QByteArray& message,
                                           std::chrono::milliseconds answerWithin = std::chrono::seconds(10));
 

@@ -35,6 +35,7 @@
 #include <QTimer>
 
 #include <cstdio>
+#include <optional>
 
 using namespace vantalo;
 
@@ -109,18 +110,25 @@ int main(int argc, char** argv)
     const QString socketPath = SingleInstance::defaultSocketPath();
     const QByteArray handedOver =
         request.toggle ? SingleInstance::toggleMessage : SingleInstance::activateMessage;
-    switch (SingleInstance::sendToRunningInstance(socketPath, handedOver)) {
-    case SingleInstance::Handover::delivered:
-        if (!request.toggle) {
-            printLineToStdout(QStringLiteral("Vantalo is already running"));
+    // The exit code when a running Vantalo took the request, or is there but busy.
+    const auto handOver = [&]() -> std::optional<int> {
+        switch (SingleInstance::sendToRunningInstance(socketPath, handedOver)) {
+        case SingleInstance::Handover::delivered:
+            if (!request.toggle) {
+                printLineToStdout(QStringLiteral("Vantalo is already running"));
+            }
+            return 0;
+        case SingleInstance::Handover::noAnswer:
+            // Starting a second Vantalo beside a busy one would take its socket and its shortcut.
+            printLineToStdout(QStringLiteral("Vantalo is running but did not answer: try again in a moment"));
+            return 1;
+        case SingleInstance::Handover::noInstance:
+            break;
         }
-        return 0;
-    case SingleInstance::Handover::noAnswer:
-        // Starting a second Vantalo beside a busy one would take its socket and its shortcut.
-        printLineToStdout(QStringLiteral("Vantalo is running but did not answer: try again in a moment"));
-        return 1;
-    case SingleInstance::Handover::noInstance:
-        break;
+        return std::nullopt;
+    };
+    if (const std::optional<int> code = handOver()) {
+        return *code;
     }
 
     // On a Wayland desktop the windows are XWayland's: only X11 lets Vantalo place its overlays,
@@ -148,9 +156,14 @@ int main(int argc, char** argv)
     QApplication::setWindowIcon(applicationIcon());
 
     SingleInstance instance(socketPath);
-    if (!instance.listen() && SingleInstance::sendToRunningInstance(socketPath, handedOver) ==
-                                  SingleInstance::Handover::delivered) {
-        return 0; // another Vantalo started at the same moment and took the socket first
+    if (!instance.listen()) {
+        // Another Vantalo started at the same moment and took the socket first.
+        if (const std::optional<int> code = handOver()) {
+            return *code;
+        }
+        printLineToStdout(
+            QStringLiteral("Cannot listen on %1: starting Vantalo again will not reach this one")
+                .arg(QDir::toNativeSeparators(socketPath)));
     }
 
     const LinePrinter print = stdoutPrinter();

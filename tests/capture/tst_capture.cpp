@@ -606,7 +606,7 @@ private Q_SLOTS:
                                                            std::chrono::milliseconds(answers ? 10000 : 300)),
                      answers ? Handover::delivered : Handover::noAnswer);
             QVERIFY(running->wait(10000));
-            QCOMPARE(received, QByteArray("toggle\n"));
+            QVERIFY2(received.startsWith("toggle "), received.constData());
         }
 
         // A socket left behind is taken over; a live one is not.
@@ -627,6 +627,17 @@ private Q_SLOTS:
         QVERIFY(handOver->wait(10000));
         QCOMPARE(handedOver, Handover::delivered);
         QCOMPARE(messages.constFirst().constFirst().toByteArray(), SingleInstance::activateMessage);
+
+        // A request the instance reaches only after its sender gave up is not carried out.
+        std::unique_ptr<QThread> givenUp(QThread::create([&] {
+            handedOver = SingleInstance::sendToRunningInstance(path, SingleInstance::toggleMessage,
+                                                               std::chrono::milliseconds(300));
+        }));
+        givenUp->start();
+        QVERIFY(givenUp->wait(10000)); // this thread, the instance's, is busy meanwhile
+        QCOMPARE(handedOver, Handover::noAnswer);
+        QTest::qWait(300);
+        QCOMPARE(messages.size(), 1);
     }
 };
 
