@@ -2,6 +2,7 @@
 // strict reader and by Qt: both see exactly the pixels and delays written; the file is complete, and any
 // shorter prefix of it is not. The same frames compressed lossily, at a fuzzed level and scale, read
 // back as the indices the coder says it wrote, each within the level's distance of its target.
+// Frames often have the colours of the frames before, so the writer's shared table is read too.
 #include "Check.h"
 #include "recording/GifWriter.h"
 #include "support/GifReaders.h"
@@ -45,8 +46,10 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (int k = 0; k < frameCount; ++k) {
         EncodedFrame frame;
         const int paletteSize = 1 + in.next();
+        // Colours of their own, or those of the frames before (which the writer may then share).
+        const int shade = (in.next() & 1) != 0 ? k * 11 : 0;
         for (int i = 0; i < paletteSize; ++i) {
-            frame.palette.append(qRgb(i, 255 - i, (i * 37 + k * 11) & 0xff));
+            frame.palette.append(qRgb(i, 255 - i, (i * 37 + shade) & 0xff));
         }
         if (k == 0) {
             frame.rect = QRect(0, 0, width, height);

@@ -1,5 +1,8 @@
 #include "GifWriter.h"
 
+#include <QHash>
+#include <QSet>
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -385,14 +388,33 @@ QByteArray lzwCompressLossy(const LossyPixels& pixels, const QList<QRgb>& palett
     return out.finish();
 }
 
-void appendGifHeader(QByteArray& out, QSize screenSize)
+namespace {
+
+void appendColourTable(QByteArray& out, const QList<QRgb>& palette, int bits)
+{
+    for (int i = 0; i < (1 << bits); ++i) {
+        const QRgb colour = i < palette.size() ? palette[i] : 0;
+        out.append(char(qRed(colour)));
+        out.append(char(qGreen(colour)));
+        out.append(char(qBlue(colour)));
+    }
+}
+
+} // namespace
+
+void appendGifHeader(QByteArray& out, QSize screenSize, const QList<QRgb>& globalTable)
 {
     out.append("GIF89a", 6);
     put16(out, screenSize.width());
     put16(out, screenSize.height());
-    out.append(char(0)); // no global colour table
+    const int bits = globalTable.isEmpty() ? 0 : colorTableBits(globalTable.size());
+    // A global colour table (8 bits a primary) of 2^bits entries, or none.
+    out.append(char(bits > 0 ? 0x80 | (7 << 4) | (bits - 1) : 0));
     out.append(char(0)); // background colour index
     out.append(char(0)); // pixel aspect ratio
+    if (bits > 0) {
+        appendColourTable(out, globalTable, bits);
+    }
     // Loop for ever.
     out.append("\x21\xff\x0bNETSCAPE2.0\x03\x01\x00\x00\x00", 19);
 }
@@ -407,21 +429,150 @@ void appendGifFrame(QByteArray& out, const EncodedFrame& frame, int delay)
     out.append(char(transparent ? frame.transparentIndex : 0));
     out.append(char(0));
 
-    const int bits = colorTableBits(frame.palette.size());
     out.append(char(0x2c));
     put16(out, frame.rect.x());
     put16(out, frame.rect.y());
     put16(out, frame.rect.width());
     put16(out, frame.rect.height());
-    out.append(char(0x80 | (bits - 1)));
-    for (int i = 0; i < (1 << bits); ++i) {
-        const QRgb colour = i < frame.palette.size() ? frame.palette[i] : 0;
-        out.append(char(qRed(colour)));
-        out.append(char(qGreen(colour)));
-        out.append(char(qBlue(colour)));
+    if (frame.sharedTable) {
+        out.append(char(0)); // no table of its own
+    } else {
+        const int bits = colorTableBits(frame.palette.size());
+        out.append(char(0x80 | (bits - 1)));
+        appendColourTable(out, frame.palette, bits);
     }
     out.append(char(frame.minCodeSize));
     out.append(frame.compressed);
+}
+
+namespace {
+
+// Changes the index each literal code of an LZW stream names (`to[index]`), in place: codes keep
+// their widths and positions, which follow the table a decoder builds as it reads.
+void renameLiterals(QByteArray& compressed, int minCodeSize, const std::array<quint8, 256>& to)
+{
+    // The code bits without the sub-blocks' length bytes.
+    std::vector<quint8> bits;
+    bits.reserve(size_t(compressed.size()));
+    for (qsizetype at = 0; at < compressed.size() && compressed[at] != 0; at += 1 + quint8(compressed[at])) {
+        const auto* from = reinterpret_cast<const quint8*>(compressed.constData() + at + 1);
+        bits.insert(bits.end(), from, from + quint8(compressed[at]));
+    }
+    const unsigned clearCode = 1u << minCodeSize;
+    const unsigned endCode = clearCode + 1;
+    unsigned nextCode = endCode + 1;
+    int codeSize = minCodeSize + 1;
+    bool first = true;
+    const size_t totalBits = bits.size() * 8;
+    bits.resize(bits.size() + 3); // a code spans at most three bytes: read them as one word
+    size_t position = 0;
+    while (position + size_t(codeSize) <= totalBits) {
+        const size_t byte = position / 8;
+        const unsigned shift = position % 8;
+        const unsigned mask = (1u << codeSize) - 1;
+        quint32 word = bits[byte] | (quint32(bits[byte + 1]) << 8) | (quint32(bits[byte + 2]) << 16);
+        const unsigned code = (word >> shift) & mask;
+        if (code == endCode) {
+            break;
+        }
+        if (code < clearCode) {
+            word = (word & ~(mask << shift)) | (quint32(to[code]) << shift);
+            bits[byte] = quint8(word);
+            bits[byte + 1] = quint8(word >> 8);
+            bits[byte + 2] = quint8(word >> 16);
+        }
+        position += size_t(codeSize);
+        if (code == clearCode) {
+            nextCode = endCode + 1;
+            codeSize = minCodeSize + 1;
+            first = true;
+            continue;
+        }
+        if (!first && nextCode < 4096) {
+            ++nextCode;
+            if (nextCode == (1u << codeSize) && codeSize < 12) {
+                ++codeSize;
+            }
+        }
+        first = false;
+    }
+    // Back into the sub-blocks they came from.
+    size_t taken = 0;
+    for (qsizetype at = 0; at < compressed.size() && compressed[at] != 0; at += 1 + quint8(compressed[at])) {
+        const size_t length = quint8(compressed[at]);
+        std::memcpy(compressed.data() + at + 1, bits.data() + taken, length);
+        taken += length;
+    }
+}
+
+} // namespace
+
+QList<QRgb> shareColourTable(QList<EncodedFrame>& frames)
+{
+    // Each colour counts the table bytes it would save in every frame that has it; the shared
+    // table takes the colours that count most, after its transparent entry.
+    const auto tableBytes = [](const EncodedFrame& frame) {
+        return qint64(3) << colorTableBits(frame.palette.size());
+    };
+    std::vector<QSet<QRgb>> colours(size_t(frames.size()));
+    QHash<QRgb, qint64> worth;
+    for (qsizetype k = 0; k < frames.size(); ++k) {
+        const EncodedFrame& frame = frames[k];
+        for (qsizetype i = 0; i < frame.palette.size(); ++i) {
+            if (i != frame.transparentIndex) {
+                colours[size_t(k)].insert(frame.palette[i]);
+            }
+        }
+        for (const QRgb colour : colours[size_t(k)]) {
+            worth[colour] += tableBytes(frame);
+        }
+    }
+    QList<QRgb> ranked = worth.keys();
+    std::ranges::sort(
+        ranked, [&worth](QRgb a, QRgb b) { return worth[a] != worth[b] ? worth[a] > worth[b] : a < b; });
+    ranked.resize(std::min<qsizetype>(ranked.size(), 255));
+    QHash<QRgb, int> rank;
+    for (qsizetype i = 0; i < ranked.size(); ++i) {
+        rank.insert(ranked[i], int(i) + 1);
+    }
+
+    // The frames drawn with it: every colour in it, and no index past what their codes can name.
+    std::vector<qsizetype> sharing;
+    QSet<QRgb> used;
+    qint64 saved = 0;
+    for (qsizetype k = 0; k < frames.size(); ++k) {
+        const int limit = 1 << frames[k].minCodeSize;
+        if (std::ranges::all_of(colours[size_t(k)],
+                                [&](QRgb colour) { return rank.value(colour, limit) < limit; })) {
+            sharing.push_back(k);
+            saved += tableBytes(frames[k]);
+            used.unite(colours[size_t(k)]);
+        }
+    }
+    // Only the colours those frames use, in the same order: no index grows.
+    QList<QRgb> table{QRgb(0)}; // the transparent entry
+    QHash<QRgb, quint8> index;
+    for (const QRgb colour : ranked) {
+        if (used.contains(colour)) {
+            index.insert(colour, quint8(table.size()));
+            table.append(colour);
+        }
+    }
+    if (saved <= (qint64(3) << colorTableBits(table.size()))) {
+        return {};
+    }
+    for (const qsizetype k : sharing) {
+        EncodedFrame& frame = frames[k];
+        std::array<quint8, 256> to{};
+        for (qsizetype i = 0; i < frame.palette.size(); ++i) {
+            to[size_t(i)] = i == frame.transparentIndex ? 0 : index.value(frame.palette[i]);
+        }
+        renameLiterals(frame.compressed, frame.minCodeSize, to);
+        frame.sharedTable = true;
+        frame.transparentIndex = frame.transparentIndex >= 0 ? 0 : -1;
+        frame.palette.clear();
+    }
+    return table;
 }
 
 QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList<int>& delays)
@@ -432,7 +583,7 @@ QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList
     }
     QByteArray out;
     out.reserve(total);
-    appendGifHeader(out, screenSize);
+    appendGifHeader(out, screenSize, shareColourTable(frames));
     for (qsizetype k = 0; k < frames.size(); ++k) {
         appendGifFrame(out, frames[k], delays.value(k, 0));
         frames[k].compressed = QByteArray();

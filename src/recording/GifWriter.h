@@ -19,7 +19,8 @@ struct EncodedFrame
     QList<QRgb> palette;       // at most 256 colours
     int transparentIndex = -1; // the palette entry that lets the frame below show through
     int minCodeSize = 2;
-    QByteArray compressed; // LZW code stream in sub-blocks, with the terminating empty block
+    QByteArray compressed;    // LZW code stream in sub-blocks, with the terminating empty block
+    bool sharedTable = false; // drawn with the GIF's global colour table, `palette` unused
 };
 
 // Hundredths of a second for each of `count` frames of `delaySeconds`: frame k ends at
@@ -71,13 +72,22 @@ QByteArray lzwCompressLossy(const LossyPixels& pixels, const QList<QRgb>& palett
 
 // A GIF written a piece at a time: the header (with the looping block), each frame with its
 // graphic control extension (drawn over the frame before, its delay), and the trailer.
-void appendGifHeader(QByteArray& out, QSize screenSize);
+void appendGifHeader(QByteArray& out, QSize screenSize, const QList<QRgb>& globalTable = {});
 void appendGifFrame(QByteArray& out, const EncodedFrame& frame, int delay);
 constexpr char gifTrailer = 0x3b;
 
+// A colour table for the whole GIF, and the frames whose colours all belong to it drawn with it
+// instead of their own (`sharedTable`): a screen recording shows the same few hundred colours
+// frame after frame, and each frame's own table takes up to 768 bytes. A frame moves to the
+// shared table only where its codes keep their width, so its compressed data only has the
+// colour each literal code names changed, never grows. Entry 0 is every frame's transparent
+// one. Gives an empty table, and changes nothing, where sharing would not make the GIF smaller.
+QList<QRgb> shareColourTable(QList<EncodedFrame>& frames);
+
 // The whole file: GIF89a, a logical screen of `screenSize`, the looping block (loop count 0),
 // then each frame with its graphic control extension (its delay; drawn over the frame before).
-// Each frame's data is released as soon as it is in the file.
+// Frames share a colour table where that makes the file smaller. Each frame's data is released
+// as soon as it is in the file.
 QByteArray assembleGif(QSize screenSize, QList<EncodedFrame> frames, const QList<int>& delays);
 
 // Whether `bytes` is a whole GIF89a file: every block complete and the trailer its last byte. A

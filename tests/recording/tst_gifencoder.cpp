@@ -1,5 +1,6 @@
 // GIFs read back by decoders that are not the writer's: Qt's and a strict reader that checks every
 // LZW code, which must agree on every pixel and delay.
+#include "recording/FrameEncoding.h"
 #include "recording/GifEncoder.h"
 #include "recording/GifWriter.h"
 #include "support/GifReaders.h"
@@ -167,6 +168,56 @@ private Q_SLOTS:
         QCOMPARE(std::accumulate(delays.cbegin(), delays.cend(), 0), 3000);
         QVERIFY(std::ranges::all_of(delays, [](int d) { return d == 6 || d == 7; }));
         QCOMPARE(gifDelays(3, 0.1), (QList<int>{10, 10, 10}));
+    }
+
+    // Frames whose colours are all in one table for the whole GIF drop their own, and only the
+    // colour each literal code names changes: through code-width changes and full code tables
+    // (a frame of 77,000 pixels of noise), every reader sees the same pixels. A frame whose colours
+    // are not in it keeps its own; a GIF that would not get smaller keeps every table.
+    void framesShareOneTableWhereThatIsSmaller()
+    {
+        QuantizerSettings whole;
+        whole.differencing = false;
+        QList<EncodedFrame> encoded;
+        FrameList frames;
+        for (int k = 0; k < 3; ++k) {
+            QImage noise(301, 257, QImage::Format_RGB32);
+            QRandomGenerator random(k + 1);
+            for (int y = 0; y < noise.height(); ++y) {
+                for (int x = 0; x < noise.width(); ++x) {
+                    const int c = random.bounded(200);
+                    noise.setPixel(x, y, qRgb(c, 255 - c, (c * 7) % 256));
+                }
+            }
+            frames.append(Frame{noise, 1});
+        }
+        QImage two(301, 257, QImage::Format_RGB32);
+        two.fill(qRgb(1, 2, 3));
+        two.setPixel(5, 5, qRgb(4, 5, 6));
+        frames.append(Frame{two, 1});
+        for (const Frame& frame : frames) {
+            encoded.append(encodeFrame(frame, nullptr, whole));
+        }
+        const auto ownTables = [](const QList<EncodedFrame>& list) {
+            QByteArray out;
+            appendGifHeader(out, QSize(301, 257));
+            for (const EncodedFrame& frame : list) {
+                appendGifFrame(out, frame, 7);
+            }
+            out.append(gifTrailer);
+            return out;
+        };
+        const QList<int> delays(encoded.size(), 7);
+        const QByteArray shared = assembleGif(QSize(301, 257), encoded, delays);
+        // Three tables of 256 entries give way to one; the two-colour frame keeps its own.
+        QCOMPARE(shared.size(), ownTables(encoded).size() - 2 * 3 * 256);
+        const QList<QImage> decoded = decode(shared);
+        QCOMPARE(decoded.size(), frames.size());
+        for (qsizetype k = 0; k < frames.size(); ++k) {
+            QVERIFY2(decoded[k] == frames[k].pixels, qPrintable(QStringLiteral("frame %1").arg(k)));
+        }
+        QList<EncodedFrame> alone{encoded.first()};
+        QCOMPARE(assembleGif(QSize(301, 257), alone, {7}), ownTables(alone));
     }
 
     void differencingIsInvisibleBeyondQuantisation()
