@@ -185,57 +185,61 @@ private:
     qint64 m_sample = 0;
 };
 
-// Frames into the device as they come; each is written once the next one's start gives its delay.
-class StreamWriter
+// The encoded frames, each with its delay once the next one's start gives it, written to the
+// device when the last has come: only then can frames share a colour table. Counts the bytes as
+// the file would be with every frame's own table, which sharing only makes smaller.
+class FrameCollector
 {
 public:
-    StreamWriter(QIODevice& output, qint64 limit) : m_output(output), m_limit(limit) {}
+    FrameCollector(QIODevice& output, qint64 limit) : m_output(output), m_limit(limit) {}
     bool overLimit() const { return m_limit >= 0 && m_bytes > m_limit; }
+    // The frames with a delay, and the header.
     qint64 bytes() const { return m_bytes; }
     // With the frame that waits for its delay.
     qint64 encodedBytes() const { return m_bytes + m_pendingBytes; }
 
-    std::expected<void, Failure> add(EncodedFrame frame, qint64 start, QSize screen)
+    void add(EncodedFrame frame, qint64 start, QSize screen)
     {
-        QByteArray chunk;
-        if (!m_started) {
-            appendGifHeader(chunk, screen);
+        if (m_frames.isEmpty() && !m_started) {
+            QByteArray header;
+            appendGifHeader(header, screen);
+            m_bytes = header.size();
+            m_screen = screen;
             m_started = true;
         } else {
-            appendGifFrame(chunk, m_pending, delayUntil(start));
+            m_delays.append(delayUntil(start));
+            m_bytes += m_pendingBytes;
+            m_frames.append(std::move(m_pending));
         }
         m_pending = std::move(frame);
         m_pendingStart = start;
-        // The frame waits for its delay; its size is known already (the delay's field has one).
+        // Its size is known already: the delay's field is there whatever the delay.
         QByteArray pending;
         appendGifFrame(pending, m_pending, 0);
         m_pendingBytes = pending.size();
-        return write(chunk);
     }
-    std::expected<void, Failure> finish(qint64 end)
+    std::expected<qint64, Failure> finish(qint64 end)
     {
-        QByteArray chunk;
-        appendGifFrame(chunk, m_pending, delayUntil(end));
-        chunk.append(gifTrailer);
-        return write(chunk);
+        m_delays.append(delayUntil(end));
+        m_frames.append(std::move(m_pending));
+        const QByteArray gif = assembleGif(m_screen, std::move(m_frames), m_delays);
+        if (m_output.write(gif) != gif.size()) {
+            return std::unexpected(
+                Failure{QStringLiteral("Cannot write the GIF: %1").arg(m_output.errorString())});
+        }
+        return gif.size();
     }
 
 private:
     int delayUntil(qint64 time) const { return int(std::clamp<qint64>(time - m_pendingStart, 0, 0xffff)); }
-    std::expected<void, Failure> write(const QByteArray& chunk)
-    {
-        if (m_output.write(chunk) != chunk.size()) {
-            return std::unexpected(
-                Failure{QStringLiteral("Cannot write the GIF: %1").arg(m_output.errorString())});
-        }
-        m_bytes += chunk.size();
-        return {};
-    }
 
     QIODevice& m_output;
     qint64 m_limit;
     qint64 m_bytes = 0;
     bool m_started = false;
+    QSize m_screen;
+    QList<EncodedFrame> m_frames;
+    QList<int> m_delays;
     EncodedFrame m_pending;
     qint64 m_pendingStart = 0;
     qint64 m_pendingBytes = 0;
@@ -252,7 +256,7 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
         return std::unexpected(reader.error());
     }
     FramePicker picker(std::move(*reader), settings, control.frames);
-    StreamWriter writer(output, byteLimit);
+    FrameCollector writer(output, byteLimit);
     QuantizerSettings quantizer;
     CanvasEncoder lossy(quantizer, settings.lossy);
     std::optional<Frame> previous;
@@ -281,10 +285,7 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
                                    ? lossy.encode(frame)
                                    : encodeFrame(frame, previous ? &*previous : nullptr, quantizer);
         previous = frame;
-        if (auto written = writer.add(std::move(encoded), (*picked)->start, screen); !written) {
-            upcoming.waitForFinished();
-            return std::unexpected(written.error());
-        }
+        writer.add(std::move(encoded), (*picked)->start, screen);
         ++result.frames;
         if (control.encoded) {
             control.encoded((*picked)->progress, writer.encodedBytes());
@@ -312,11 +313,12 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
         return std::unexpected(
             Failure{QStringLiteral("%1 has no frames to keep").arg(QDir::toNativeSeparators(source))});
     }
-    if (auto written = writer.finish(picker.totalTime()); !written) {
+    const auto written = writer.finish(picker.totalTime());
+    if (!written) {
         return std::unexpected(written.error());
     }
-    result.bytes = writer.bytes();
-    result.overLimit = writer.overLimit();
+    result.bytes = *written;
+    result.overLimit = byteLimit >= 0 && *written > byteLimit;
     return result;
 }
 

@@ -60,7 +60,7 @@ struct RecodeResult
 {
     qint64 bytes = 0;
     int frames = 0;
-    bool overLimit = false; // stopped as soon as the output passed the limit
+    bool overLimit = false; // over the limit: stopped as soon as it was, or larger when written
 };
 
 // Reads the GIF at `source` a frame at a time and writes it to `output` with `settings`:
@@ -71,7 +71,9 @@ struct RecodeResult
 //   animation lasts exactly as long as the source;
 // - a lossy level above 0 lets each pixel be shown a little off its colour, the error bounded
 //   per pixel and never carried from frame to frame.
-// With `byteLimit` ≥ 0 the writing stops once the output is larger.
+// The output is written once the last frame is encoded (the compressed frames are held until
+// then), so that frames can share a colour table. With `byteLimit` ≥ 0 the encode stops, writing
+// nothing, once the frames with their own tables come to more.
 std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice& output,
                                                const OutputSettings& settings, qint64 byteLimit = -1,
                                                const RecodeControl& control = {});
