@@ -280,12 +280,16 @@ OutputSettings TrimWindow::outputSettings() const
     return {m_size->currentData().toInt(), m_rate->currentData().toInt(), m_lossy->value()};
 }
 
+qint64 TrimWindow::fitBudget() const
+{
+    return m_fit->currentData().toLongLong();
+}
+
 void TrimWindow::enableLevers()
 {
     // A size to fit under picks the levers itself.
-    const bool fitting = m_fit->currentData().toLongLong() > 0;
     for (QWidget* lever : std::initializer_list<QWidget*>{m_size, m_rate, m_lossy}) {
-        lever->setEnabled(!fitting && !m_job);
+        lever->setEnabled(fitBudget() == 0 && !m_job);
     }
     m_fit->setEnabled(!m_job);
 }
@@ -293,12 +297,12 @@ void TrimWindow::enableLevers()
 void TrimWindow::outputChanged()
 {
     enableLevers();
-    const bool fitting = m_fit->currentData().toLongLong() > 0;
+    const bool fitting = fitBudget() > 0;
     m_lossyValue->setText(m_lossy->value() == 0 ? QStringLiteral("Lossless")
                                                 : QStringLiteral("Lossy %1").arg(m_lossy->value()));
     ++m_estimateGeneration;
     if (fitting) {
-        m_estimateText = QStringLiteral("At most %1").arg(budgetLabel(m_fit->currentData().toLongLong()));
+        m_estimateText = QStringLiteral("At most %1").arg(budgetLabel(fitBudget()));
         m_estimate->setText(m_estimateText);
         m_estimateDelay.stop();
         return;
@@ -356,8 +360,8 @@ void TrimWindow::setWorking(bool working)
     m_close->setText(working ? QStringLiteral("Cancel") : QStringLiteral("Close"));
     m_strip->setEnabled(!working);
     enableLevers();
-    if (!working && std::exchange(m_estimateStopped, false)) {
-        outputChanged();
+    if (!working && m_estimateText == estimatingText()) {
+        outputChanged(); // the estimate the save stopped
     }
 }
 
@@ -369,12 +373,9 @@ void TrimWindow::save()
     m_playing.stop();
     // The save has the processor to itself; an estimate it stops is made again if the save is
     // cancelled.
-    if (m_estimateText == estimatingText()) {
-        m_estimateDelay.stop();
-        m_estimating.request_stop();
-        m_estimateStopped = true;
-    }
-    const qint64 budget = m_fit->currentData().toLongLong();
+    m_estimateDelay.stop();
+    m_estimating.request_stop();
+    const qint64 budget = fitBudget();
     m_job =
         budget > 0 ? GifJob::fit(m_path, budget, span()) : GifJob::recode(m_path, outputSettings(), span());
     connect(m_job.get(), &GifJob::progressed, this,

@@ -76,6 +76,7 @@ private:
     void showFrame(int frame);
     void playNext();
     static QString estimatingText() { return QStringLiteral("Estimating\u2026"); }
+    qint64 fitBudget() const; // 0: no size to fit under
     void enableLevers();
     void outputChanged();
     void estimate();
@@ -105,7 +106,6 @@ private:
     std::jthread m_estimating;
     int m_estimateGeneration = 0;
     QString m_estimateText;
-    bool m_estimateStopped = false; // by a save, before it came
     std::unique_ptr<GifJob> m_job;
 };
 

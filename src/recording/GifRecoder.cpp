@@ -200,12 +200,11 @@ public:
 
     void add(EncodedFrame frame, qint64 start, QSize screen)
     {
-        if (m_frames.isEmpty() && !m_started) {
+        if (!m_screen.isValid()) {
             QByteArray header;
             appendGifHeader(header, screen);
             m_bytes = header.size();
             m_screen = screen;
-            m_started = true;
         } else {
             m_delays.append(delayUntil(start));
             m_bytes += m_pendingBytes;
@@ -236,8 +235,7 @@ private:
     QIODevice& m_output;
     qint64 m_limit;
     qint64 m_bytes = 0;
-    bool m_started = false;
-    QSize m_screen;
+    QSize m_screen; // valid once the first frame has come
     QList<EncodedFrame> m_frames;
     QList<int> m_delays;
     EncodedFrame m_pending;
@@ -256,7 +254,7 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
         return std::unexpected(reader.error());
     }
     FramePicker picker(std::move(*reader), settings, control.frames);
-    FrameCollector writer(output, byteLimit);
+    FrameCollector collector(output, byteLimit);
     QuantizerSettings quantizer;
     CanvasEncoder lossy(quantizer, settings.lossy);
     std::optional<Frame> previous;
@@ -285,23 +283,23 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
                                    ? lossy.encode(frame)
                                    : encodeFrame(frame, previous ? &*previous : nullptr, quantizer);
         previous = frame;
-        writer.add(std::move(encoded), (*picked)->start, screen);
+        collector.add(std::move(encoded), (*picked)->start, screen);
         ++result.frames;
         if (control.encoded) {
-            control.encoded((*picked)->progress, writer.encodedBytes());
+            control.encoded((*picked)->progress, collector.encodedBytes());
         }
         // Written bytes grow with the source read: once a quarter is read, an output heading for
         // well over the limit is given up early.
         const double read = (*picked)->progress;
-        if (byteLimit >= 0 && read > 0.25 && double(writer.bytes()) / read > 1.1 * double(byteLimit)) {
+        if (byteLimit >= 0 && read > 0.25 && double(collector.bytes()) / read > 1.1 * double(byteLimit)) {
             upcoming.waitForFinished();
-            result.bytes = writer.bytes();
+            result.bytes = collector.bytes();
             result.overLimit = true;
             return result;
         }
-        if (writer.overLimit()) {
+        if (collector.overLimit()) {
             upcoming.waitForFinished();
-            result.bytes = writer.bytes();
+            result.bytes = collector.bytes();
             result.overLimit = true;
             return result;
         }
@@ -313,7 +311,7 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
         return std::unexpected(
             Failure{QStringLiteral("%1 has no frames to keep").arg(QDir::toNativeSeparators(source))});
     }
-    const auto written = writer.finish(picker.totalTime());
+    const auto written = collector.finish(picker.totalTime());
     if (!written) {
         return std::unexpected(written.error());
     }

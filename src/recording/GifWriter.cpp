@@ -451,13 +451,17 @@ namespace {
 // their widths and positions, which follow the table a decoder builds as it reads.
 void renameLiterals(QByteArray& compressed, int minCodeSize, const std::array<quint8, 256>& to)
 {
-    // The code bits without the sub-blocks' length bytes.
+    // Each sub-block's bytes (without its length byte) in turn.
+    const auto eachBlock = [&compressed](const auto& visit) {
+        for (qsizetype at = 0; at < compressed.size() && compressed[at] != 0;
+             at += 1 + quint8(compressed[at])) {
+            visit(reinterpret_cast<quint8*>(compressed.data() + at + 1), size_t(quint8(compressed[at])));
+        }
+    };
     std::vector<quint8> bits;
     bits.reserve(size_t(compressed.size()));
-    for (qsizetype at = 0; at < compressed.size() && compressed[at] != 0; at += 1 + quint8(compressed[at])) {
-        const auto* from = reinterpret_cast<const quint8*>(compressed.constData() + at + 1);
-        bits.insert(bits.end(), from, from + quint8(compressed[at]));
-    }
+    eachBlock(
+        [&bits](const quint8* block, size_t length) { bits.insert(bits.end(), block, block + length); });
     const unsigned clearCode = 1u << minCodeSize;
     const unsigned endCode = clearCode + 1;
     unsigned nextCode = endCode + 1;
@@ -498,11 +502,10 @@ void renameLiterals(QByteArray& compressed, int minCodeSize, const std::array<qu
     }
     // Back into the sub-blocks they came from.
     size_t taken = 0;
-    for (qsizetype at = 0; at < compressed.size() && compressed[at] != 0; at += 1 + quint8(compressed[at])) {
-        const size_t length = quint8(compressed[at]);
-        std::memcpy(compressed.data() + at + 1, bits.data() + taken, length);
+    eachBlock([&](quint8* block, size_t length) {
+        std::memcpy(block, bits.data() + taken, length);
         taken += length;
-    }
+    });
 }
 
 } // namespace
