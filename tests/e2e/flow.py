@@ -276,7 +276,8 @@ class Flow:
         drops = self.drop_target()
         self.drag((px + pw // 2, py + 60), self.drop_at)
         self.check_drop(drops, 1, gif)
-        assert self.window("Vantalo Preview") == panel, "the panel moved or closed during the drag"
+        after = self.window("Vantalo Preview")
+        assert after == panel, f"the panel moved or closed during the drag: {panel} then {after}"
         assert "No application opens" not in self.app_log(), "the drag also opened the GIF"
 
         if self.args.upload:
