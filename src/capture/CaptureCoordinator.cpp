@@ -4,6 +4,7 @@
 #include "common/RegionGeometry.h"
 #include "hotkey/HotkeyRegistrar.h"
 #include "hotkey/ShortcutLabel.h"
+#include "recording/CodecThreadPool.h"
 #include "recording/GifFile.h"
 #include "settings/OutputPreferences.h"
 #include "settings/ShortcutSettings.h"
@@ -14,7 +15,6 @@
 #include <QFutureWatcher>
 #include <QLoggingCategory>
 #include <QPointer>
-#include <QtConcurrent/QtConcurrentRun>
 
 namespace vantalo {
 
@@ -288,7 +288,7 @@ void CaptureCoordinator::encodeAndWrite(std::shared_ptr<EncodingSession> session
             onGifCreated(*written);
         }
     });
-    watcher->setFuture(QtConcurrent::run(
+    watcher->setFuture(runOnCodecThreads(
         [session = std::move(session), dir = m_temporaryDirectory, delay = 1.0 / m_frameRate]() -> Result {
             auto gif = session->finish(delay);
             if (!gif) {

@@ -1,11 +1,11 @@
 #include "GifEncoder.h"
 
+#include "CodecThreadPool.h"
 #include "RecorderErrors.h"
 
 #include <QElapsedTimer>
 #include <QFuture>
 #include <QtConcurrent/QtConcurrentMap>
-#include <QtConcurrent/QtConcurrentRun>
 
 #include <numeric>
 
@@ -37,9 +37,11 @@ std::expected<QByteArray, Failure> GifEncoder::encode(const FrameList& frames, d
     QList<qsizetype> order(frames.size());
     std::iota(order.begin(), order.end(), 0);
     const QuantizerSettings settings = m_settings;
-    QList<EncodedFrame> encoded = QtConcurrent::blockingMapped(order, [&frames, settings](qsizetype k) {
-        return encodeFrame(frames[k], k > 0 ? &frames[k - 1] : nullptr, settings);
-    });
+    QList<EncodedFrame> encoded =
+        QtConcurrent::blockingMapped(&codecThreadPool(), order, [&frames, settings](qsizetype k) {
+            yieldToInteractiveWork();
+            return encodeFrame(frames[k], k > 0 ? &frames[k - 1] : nullptr, settings);
+        });
     return assembleGif(screenSizeOf(frames), std::move(encoded), gifDelays(frames.size(), delaySeconds));
 }
 
@@ -75,7 +77,7 @@ void GifEncodingSession::addFrame(const Frame& frame)
         return;
     }
     std::optional<Frame> previous = m_previous;
-    m_pending.append(QtConcurrent::run([frame, previous, settings = m_settings] {
+    m_pending.append(runOnCodecThreads([frame, previous, settings = m_settings] {
         Encoded out;
         out.frame = encodeFrame(frame, previous ? &*previous : nullptr, settings, &out.times);
         return out;

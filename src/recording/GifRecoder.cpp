@@ -1,5 +1,6 @@
 #include "GifRecoder.h"
 
+#include "CodecThreadPool.h"
 #include "FrameEncoding.h"
 #include "GifReader.h"
 #include "GifWriter.h"
@@ -9,7 +10,6 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QTemporaryFile>
-#include <QtConcurrent/QtConcurrentRun>
 
 #include <cerrno>
 #include <cmath>
@@ -262,7 +262,7 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
     RecodeResult result;
 
     // The next frame is read while this one is encoded.
-    auto upcoming = QtConcurrent::run([&picker] { return picker.next(); });
+    auto upcoming = runOnCodecThreads([&picker] { return picker.next(); });
     for (;;) {
         auto picked = upcoming.result();
         if (!picked) {
@@ -274,7 +274,7 @@ std::expected<RecodeResult, Failure> recodeGif(const QString& source, QIODevice&
         if (control.stop.stop_requested()) {
             return std::unexpected(Failure{cancelledText});
         }
-        upcoming = QtConcurrent::run([&picker] { return picker.next(); });
+        upcoming = runOnCodecThreads([&picker] { return picker.next(); });
         const Frame& frame = (*picked)->frame;
         if (!screen.isValid()) {
             screen = frame.size();

@@ -5,6 +5,7 @@
 #include "recording/GifWriter.h"
 #include "support/GifReaders.h"
 
+#include <QPainter>
 #include <QRandomGenerator>
 #include <QTest>
 
@@ -307,6 +308,29 @@ private Q_SLOTS:
         QVERIFY(batch && streamed);
         QCOMPARE(*streamed, *batch);
         QVERIFY(!GifEncodingSession().finish(kDelay));
+    }
+
+    // Qt splits large fills across its global thread pool and waits for the parts, so a backlog
+    // of frames queued there would hold up every repaint of the application (a Stop that came
+    // eight seconds late): while the session is far behind, a paint still finishes at once.
+    void aBacklogNeverHoldsUpPainting()
+    {
+        const FrameList frames = photoAnimation(2, QSize(640, 480));
+        GifEncodingSession session({}, 1000);
+        for (int k = 0; k < 40; ++k) {
+            session.addFrame(frames[k % 2]);
+        }
+        QImage canvas(1600, 1600, QImage::Format_ARGB32_Premultiplied);
+        QPainter painter(&canvas);
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(QColor(40, 40, 40, 230));
+        painter.drawRoundedRect(QRectF(canvas.rect()).adjusted(1.5, 1.5, -1.5, -1.5), 40, 40);
+        painter.end();
+        QVERIFY2(session.waitingFrames() > 10,
+                 qPrintable(QStringLiteral("the paint waited for the encoder: %1 frames left")
+                                .arg(session.waitingFrames())));
+        QVERIFY(session.finish(kDelay));
     }
 };
 

@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QFuture>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <utility>
+
+class QThreadPool;
+
+namespace vantalo {
+
+// The threads that encode and decode frames, one a core. Never Qt's global pool: Qt's raster
+// painter splits large fills across that pool and waits for the parts, so frames queued there
+// would hold up every repaint of the application (and with it the event loop that takes Stop)
+// for as long as the encoder is behind.
+QThreadPool& codecThreadPool();
+
+// Encoding is background work: on a busy computer the application being recorded, the user's
+// stop key (on some desktops a `vantalo --toggle` that has to start first) and Vantalo's own
+// event loop and capture come before it. Each codec thread lowers its own priority once, at its
+// first task; called on any other thread it does nothing.
+void yieldToInteractiveWork();
+
+// `work` as a task on the codec threads.
+template<typename Work> auto runOnCodecThreads(Work work)
+{
+    return QtConcurrent::run(&codecThreadPool(), [work = std::move(work)]() mutable {
+        yieldToInteractiveWork();
+        return work();
+    });
+}
+
+} // namespace vantalo
