@@ -5,9 +5,12 @@
 #include <QDir>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QLoggingCategory>
 #include <QStandardPaths>
 
 namespace vantalo {
+
+Q_LOGGING_CATEGORY(lcInstance, "vantalo.instance", QtInfoMsg)
 
 namespace {
 constexpr int kConnectTimeoutMs = 1000;
@@ -45,8 +48,9 @@ SingleInstance::Handover SingleInstance::sendToRunningInstance(const QString& so
     }
     // With the time the sender waits until: a request the running instance only reaches later has
     // been given up, and is not carried out behind the user's back.
-    const qint64 giveUpAt = QDateTime::currentMSecsSinceEpoch() + answerWithin.count();
-    socket.write(message + ' ' + QByteArray::number(giveUpAt) + '\n');
+    const qint64 sentAt = QDateTime::currentMSecsSinceEpoch();
+    const qint64 giveUpAt = sentAt + answerWithin.count();
+    socket.write(message + ' ' + QByteArray::number(giveUpAt) + ' ' + QByteArray::number(sentAt) + '\n');
     if (!socket.waitForBytesWritten(kConnectTimeoutMs)) {
         return Handover::noAnswer;
     }
@@ -86,9 +90,16 @@ bool SingleInstance::listen()
                 const QList<QByteArray> words = socket->readLine().trimmed().split(' ');
                 bool timed = false;
                 const qint64 giveUpAt = words.value(1).toLongLong(&timed);
-                if (timed && QDateTime::currentMSecsSinceEpoch() > giveUpAt - kAnswerMarginMs) {
-                    return; // given up by its sender
+                const qint64 now = QDateTime::currentMSecsSinceEpoch();
+                if (timed && now > giveUpAt - kAnswerMarginMs) {
+                    qCDebug(lcInstance)
+                        << "request" << words.constFirst() << "dropped: given up by its sender";
+                    return;
                 }
+                bool sent = false;
+                const qint64 sentAt = words.value(2).toLongLong(&sent);
+                qCDebug(lcInstance, "request %s taken %lld ms after it was sent",
+                        words.constFirst().constData(), sent ? now - sentAt : -1LL);
                 socket->write("ok\n");
                 socket->flush();
                 Q_EMIT messageReceived(words.constFirst());
