@@ -39,6 +39,8 @@ public:
 
     std::function<void(const QRectF& region)> onRegionChanged;
     std::function<void()> onCancelled;
+    // Return or Enter: record the region as it is.
+    std::function<void()> onConfirmed;
 };
 
 // The floating toolbar above the region: Start, then Restart, Stop and the elapsed time.
@@ -46,12 +48,13 @@ class ToolbarPresenter
 {
 public:
     virtual ~ToolbarPresenter() = default;
-    virtual void show(const QRectF& region) = 0;
+    // For `region` on the display whose frame is `display` (both y-up, global).
+    virtual void show(const QRectF& region, const QRectF& display) = 0;
     virtual void hide() = 0;
     // The panel's size while it is shown.
     virtual std::optional<QSizeF> panelSize() const = 0;
-    // Puts the panel's bottom-left corner at `origin`.
-    virtual void movePanel(const QPointF& origin) = 0;
+    // Places the shown panel for the region as adjusted, as show does.
+    virtual void follow(const QRectF& region) = 0;
     virtual RecordingToolbarState& toolbarState() = 0;
 
     // Read at the moment of the press, so callbacks set after show still apply.

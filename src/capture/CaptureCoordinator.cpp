@@ -152,6 +152,11 @@ void CaptureCoordinator::handleRegionSelected(const QRectF& region, const Displa
             self->cancelCapture();
         }
     };
+    m_c.regionPreview->onConfirmed = [self] {
+        if (self) {
+            self->later(&CaptureCoordinator::startRecording);
+        }
+    };
 
     m_c.toolbarController->onStart = [self] {
         if (self) {
@@ -168,15 +173,13 @@ void CaptureCoordinator::handleRegionSelected(const QRectF& region, const Displa
             self->later(&CaptureCoordinator::stopRecording);
         }
     };
-    m_c.toolbarController->show(region);
+    m_c.toolbarController->show(region, display.frame);
 }
 
 void CaptureCoordinator::handleRegionChanged(const QRectF& region)
 {
     m_selectedRegion = region;
-    if (const auto size = m_c.toolbarController->panelSize()) {
-        m_c.toolbarController->movePanel(geometry::adjustedToolbarOrigin(region, *size));
-    }
+    m_c.toolbarController->follow(region);
 }
 
 void CaptureCoordinator::startRecording()

@@ -35,6 +35,7 @@ RecordingToolbarPanel::RecordingToolbarPanel(RecordingToolbarState& state, bool 
     setWindowTitle(QStringLiteral("Vantalo Recording Toolbar"));
     setAttribute(Qt::WA_DeleteOnClose);
     setMouseTracking(true);
+    setAttribute(Qt::WA_AlwaysShowToolTips); // the toolbar is never the active window
     if (compositing) {
         setAttribute(Qt::WA_TranslucentBackground);
     }
@@ -61,34 +62,46 @@ QSize RecordingToolbarPanel::contentSize() const
     return QSize(qCeil(bar + 2 * kPadding), qCeil(kBarHeight + 2 * kPadding));
 }
 
+void RecordingToolbarPanel::setKeepOut(const QRect& region)
+{
+    m_keepOut = region;
+    relayout();
+}
+
 void RecordingToolbarPanel::relayout()
 {
     const QSize wanted = contentSize();
-    if (wanted != size()) {
-        // Grows and shrinks about its centre, as the bar stays over the region.
-        const QPoint centre = geometry().center();
-        resize(wanted);
-        if (isVisible()) {
-            move(centre.x() - wanted.width() / 2, y());
+    if (place) {
+        const QRect frame = place(wanted);
+        if (frame != geometry()) {
+            setGeometry(frame);
         }
+    } else if (wanted != size()) {
+        resize(wanted);
     }
-    // Only the capsule takes clicks: the padding around it lies over the region's top handle, and
+    // Only the capsule takes clicks: the padding around it lies over the region's handles, and
     // while recording over whatever is below. Without a compositor to blend the corners the window
     // is cut to the capsule; with one the padding shows the shadow but lets clicks through.
     QPainterPath capsule;
     capsule.addRoundedRect(QRectF(kPadding, kPadding, wanted.width() - 2 * kPadding, kBarHeight),
                            kBarHeight / 2, kBarHeight / 2);
     const QRegion capsuleRegion(capsule.toFillPolygon().toPolygon());
+    // The panel's padding reaches past the region's edge (the bar stands 14 points off it, the
+    // padding is 20): the shadow stops at that edge, or it would be in the recording.
+    const QRect keepOut = m_keepOut.translated(-geometry().topLeft());
     if (!m_compositing) {
         setMask(capsuleRegion);
     } else {
-        // The panel reaches below the region's top edge (the bar stands 14 points above it, the
-        // padding is 20): the shadow stops at that edge, or it would be in the recording.
-        setMask(QRegion(0, 0, wanted.width(), qFloor(kPadding + kBarHeight + geometry::toolbarGap)));
+        setMask(QRegion(0, 0, wanted.width(), wanted.height()).subtracted(keepOut));
         if (m_inputRegion) {
             winId(); // the native window must exist to be shaped
             m_inputRegion(windowHandle(), capsuleRegion);
         }
+    }
+    // A toolbar that had to sit inside the region (a region as large as the display) would be
+    // recorded: it stays away until the recording ends, which the shortcut and the tray menu do.
+    if (recording() && capsuleRegion.intersects(keepOut)) {
+        hide();
     }
     update();
 }
@@ -123,6 +136,8 @@ void RecordingToolbarPanel::mouseMoveEvent(QMouseEvent* event)
     if (now != m_hovered) {
         m_hovered = now;
         setCursor(now == Button::none ? Qt::ArrowCursor : Qt::PointingHandCursor);
+        setToolTip(now == Button::recordStop && !recording() ? QStringLiteral("Start recording (Return)")
+                                                             : QString());
         update();
     }
 }

@@ -35,6 +35,11 @@ public:
     QSize contentSize() const;
 
     std::function<void(Button)> onPressed;
+    // Where the panel goes for a size (global Qt coordinates): asked whenever its look changes size.
+    std::function<QRect(const QSize& size)> place;
+    // The recorded region (global Qt coordinates): nothing of the panel is drawn over it while
+    // recording, and a panel whose capsule lies inside it hides itself for the recording.
+    void setKeepOut(const QRect& region);
 
 protected:
     void paintEvent(QPaintEvent* event) override;
@@ -52,6 +57,7 @@ private:
     QPointer<RecordingToolbarState> m_state;
     bool m_compositing;
     InputRegionSetter m_inputRegion;
+    QRect m_keepOut;
     Button m_hovered = Button::none;
 };
 

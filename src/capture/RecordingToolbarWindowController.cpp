@@ -32,9 +32,11 @@ RecordingToolbarWindowController::~RecordingToolbarWindowController()
     }
 }
 
-void RecordingToolbarWindowController::show(const QRectF& region)
+void RecordingToolbarWindowController::show(const QRectF& region, const QRectF& display)
 {
     hide();
+    m_region = region;
+    m_display = display;
     const bool compositing = m_compositing && m_compositing();
     auto* panel = new RecordingToolbarPanel(m_state, compositing, m_inputRegion);
     panel->onPressed = [this](RecordingToolbarPanel::Button button) {
@@ -51,8 +53,8 @@ void RecordingToolbarWindowController::show(const QRectF& region)
             onStart();
         }
     };
-    const QRectF frame = toQtRect(geometry::toolbarFrame(region, panel->contentSize()), primaryGeometry());
-    panel->setGeometry(frame.toRect());
+    panel->place = [this](const QSize& size) { return placedFrame(size); };
+    panel->setKeepOut(regionOnScreen());
     if (compositing) {
         panel->setWindowOpacity(0.0);
     }
@@ -97,14 +99,22 @@ std::optional<QSizeF> RecordingToolbarWindowController::panelSize() const
     return QSizeF(m_panel->size());
 }
 
-void RecordingToolbarWindowController::movePanel(const QPointF& origin)
+void RecordingToolbarWindowController::follow(const QRectF& region)
 {
-    if (!m_panel) {
-        return;
+    m_region = region;
+    if (m_panel) {
+        m_panel->setKeepOut(regionOnScreen());
     }
-    // `origin` is the panel's bottom-left corner in the y-up space.
-    const QPointF bottomLeft = toQtPoint(origin, primaryGeometry());
-    m_panel->move(QPointF(bottomLeft.x(), bottomLeft.y() - m_panel->height()).toPoint());
+}
+
+QRect RecordingToolbarWindowController::placedFrame(const QSize& size) const
+{
+    return toQtRect(geometry::toolbarFrame(m_region, QSizeF(size), m_display), primaryGeometry()).toRect();
+}
+
+QRect RecordingToolbarWindowController::regionOnScreen() const
+{
+    return toQtRect(m_region, primaryGeometry()).toAlignedRect();
 }
 
 } // namespace vantalo

@@ -18,15 +18,21 @@ public:
                                               InputRegionSetter inputRegion = {});
     ~RecordingToolbarWindowController() override;
 
-    void show(const QRectF& region) override;
+    void show(const QRectF& region, const QRectF& display) override;
     void hide() override;
     std::optional<QSizeF> panelSize() const override;
-    void movePanel(const QPointF& origin) override;
+    void follow(const QRectF& region) override;
     RecordingToolbarState& toolbarState() override { return m_state; }
     RecordingToolbarPanel* panel() const { return m_panel; }
 
 private:
+    // The panel's frame for a size, and the region it keeps off, in global Qt coordinates.
+    QRect placedFrame(const QSize& size) const;
+    QRect regionOnScreen() const;
+
     std::function<bool()> m_compositing;
+    QRectF m_region;
+    QRectF m_display;
     InputRegionSetter m_inputRegion;
     RecordingToolbarState m_state;
     QPointer<RecordingToolbarPanel> m_panel;

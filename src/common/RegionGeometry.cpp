@@ -2,6 +2,8 @@
 
 #include <QLineF>
 
+#include <algorithm>
+
 #include <cmath>
 
 namespace vantalo::geometry {
@@ -168,16 +170,33 @@ QRectF previewLabelBox(const QRectF& region, const QSizeF& text, double viewWidt
     return {x, y, width, height};
 }
 
-QRectF toolbarFrame(const QRectF& region, const QSizeF& panelSize)
+QRectF toolbarFrame(const QRectF& region, const QSizeF& panelSize, const QRectF& display)
 {
-    return {region.center().x() - panelSize.width() * 0.5,
-            region.y() + region.height() + toolbarGap - toolbarPadding, panelSize.width(),
-            panelSize.height()};
+    const QSizeF bar = panelSize - QSizeF(2 * toolbarPadding, 2 * toolbarPadding);
+    const double regionTop = region.y() + region.height(); // y-up
+    const double displayTop = display.y() + display.height();
+    double barBottom = regionTop + toolbarGap;
+    if (barBottom + bar.height() > displayTop) {
+        barBottom = region.y() - toolbarGap - bar.height();
+        if (barBottom < display.y()) {
+            barBottom = std::min(regionTop, displayTop) - toolbarGap - bar.height();
+        }
+    }
+    const double rightmost = display.x() + display.width() - bar.width();
+    const double barLeft = std::max(display.x(), std::min(region.center().x() - bar.width() / 2, rightmost));
+    return {barLeft - toolbarPadding, barBottom - toolbarPadding, panelSize.width(), panelSize.height()};
 }
 
-QPointF adjustedToolbarOrigin(const QRectF& region, const QSizeF& panelSize)
+QRectF toolbarBar(const QRectF& panelFrame)
 {
-    return {region.center().x() - panelSize.width() * 0.5, region.y() + region.height() + toolbarGap};
+    return panelFrame.adjusted(toolbarPadding, toolbarPadding, -toolbarPadding, -toolbarPadding);
+}
+
+QPointF snappedToViewEdges(const QPointF& viewPoint, const QSizeF& viewSize)
+{
+    // y-up: the bottom row of pixels lies between 0 and 1.
+    return {viewPoint.x() >= viewSize.width() - 1 ? viewSize.width() : viewPoint.x(),
+            viewPoint.y() <= 1 ? 0.0 : viewPoint.y()};
 }
 
 QRectF borderFrame(const QRectF& region)

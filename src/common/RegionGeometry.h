@@ -72,13 +72,19 @@ CursorShape cursorAt(const QPointF& p, const QRectF& region);
 // leave the display; kept 8 points inside the view's left and right edges.
 QRectF previewLabelBox(const QRectF& region, const QSizeF& textSize, double viewWidth);
 
-// The toolbar panel when shown: centred over the region, the bar (20 points inside the panel)
-// 14 points above the region's top edge.
-QRectF toolbarFrame(const QRectF& region, const QSizeF& panelSize);
+// The toolbar panel, whole on the region's display: centred on the region with its bar (20 points
+// inside the panel) 14 points above the region's top edge; where that would leave the display,
+// 14 points below its bottom edge; where that would too (a region as tall as the display), 14
+// points inside its top edge. Moved sideways where the region's centre lies near a side.
+QRectF toolbarFrame(const QRectF& region, const QSizeF& panelSize, const QRectF& display);
 inline constexpr double toolbarPadding = 20;
 inline constexpr double toolbarGap = 14;
-// Where the panel goes when the region is adjusted: its own bottom edge 14 points above.
-QPointF adjustedToolbarOrigin(const QRectF& region, const QSizeF& panelSize);
+// The capsule inside a panel of that frame.
+QRectF toolbarBar(const QRectF& panelFrame);
+
+// The pointer's last column and row of pixels stand for the display's far edges, which the
+// pointer itself never reaches: a drag to the bottom-right corner takes the whole display.
+QPointF snappedToViewEdges(const QPointF& viewPoint, const QSizeF& viewSize);
 
 // The border window (the region grown by 4) and its stroke's rectangle inside it (inset 2).
 QRectF borderFrame(const QRectF& region);

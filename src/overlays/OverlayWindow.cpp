@@ -43,6 +43,11 @@ QPointF OverlayWindow::toView(const QPointF& widgetPoint) const
     return fromQtPoint(widgetPoint, QRectF(rect()));
 }
 
+QPointF OverlayWindow::pointerInView(const QPointF& widgetPoint) const
+{
+    return geometry::snappedToViewEdges(toView(widgetPoint), QSizeF(size()));
+}
+
 void OverlayWindow::paintDimmed(QPainter& painter, const QRectF& holeInView) const
 {
     const QColor dim(0, 0, 0, qRound(m_dimAlpha * 255));
@@ -85,10 +90,12 @@ void OverlayWindow::paintSizePill(QPainter& painter, const QRectF& region, int p
 
 void OverlayWindow::keyPressEvent(QKeyEvent* event)
 {
-    // Escape cancels; other keys are swallowed.
+    // Escape cancels, Return goes on; other keys are swallowed.
     event->accept();
     if (event->key() == Qt::Key_Escape && onEscape) {
         onEscape();
+    } else if ((event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) && onReturn) {
+        onReturn();
     }
 }
 

@@ -30,8 +30,11 @@ public:
 
     QRectF toWidget(const QRectF& viewRect) const;
     QPointF toView(const QPointF& widgetPoint) const;
+    // Where the pointer is in view coordinates: on the last column or row, at the display's edge.
+    QPointF pointerInView(const QPointF& widgetPoint) const;
 
     std::function<void()> onEscape;
+    std::function<void()> onReturn; // Return or Enter
 
 protected:
     // Dims everything, then opens the hole (nothing when the rectangle is empty).

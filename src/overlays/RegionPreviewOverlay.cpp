@@ -35,7 +35,7 @@ RegionPreviewView::RegionPreviewView(QScreen* screen, bool compositing, const QR
 
 void RegionPreviewView::mousePressEvent(QMouseEvent* event)
 {
-    const QPointF p = toView(event->position());
+    const QPointF p = pointerInView(event->position());
     if (const auto handle = geometry::hitHandle(p, m_region)) {
         m_activeHandle = handle;
         m_isMoving = false;
@@ -51,7 +51,7 @@ void RegionPreviewView::mousePressEvent(QMouseEvent* event)
 
 void RegionPreviewView::mouseMoveEvent(QMouseEvent* event)
 {
-    const QPointF p = toView(event->position());
+    const QPointF p = pointerInView(event->position());
     if (!m_isMoving && !m_activeHandle) {
         updateCursor(p);
         return;
@@ -69,7 +69,7 @@ void RegionPreviewView::mouseReleaseEvent(QMouseEvent* event)
 {
     m_activeHandle.reset();
     m_isMoving = false;
-    updateCursor(toView(event->position()));
+    updateCursor(pointerInView(event->position()));
 }
 
 void RegionPreviewView::updateCursor(const QPointF& viewPoint)
@@ -116,6 +116,11 @@ void RegionPreviewOverlay::show(const DisplayInfo& display, const QRectF& region
     view->onEscape = [this] {
         if (onCancelled) {
             onCancelled();
+        }
+    };
+    view->onReturn = [this] {
+        if (onConfirmed) {
+            onConfirmed();
         }
     };
     view->show();

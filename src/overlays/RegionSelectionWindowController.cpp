@@ -18,7 +18,7 @@ RegionSelectionView::RegionSelectionView(QScreen* screen, bool compositing)
 
 void RegionSelectionView::mousePressEvent(QMouseEvent* event)
 {
-    m_dragStart = toView(event->position());
+    m_dragStart = pointerInView(event->position());
     m_currentRect.reset();
     update();
 }
@@ -28,7 +28,7 @@ void RegionSelectionView::mouseMoveEvent(QMouseEvent* event)
     if (!m_dragStart || !(event->buttons() & Qt::LeftButton)) {
         return;
     }
-    m_currentRect = geometry::dragRect(*m_dragStart, toView(event->position()));
+    m_currentRect = geometry::dragRect(*m_dragStart, pointerInView(event->position()));
     update();
 }
 

@@ -232,14 +232,16 @@ private Q_SLOTS:
         QCOMPARE(m_c->readyToRecordPayload()->first, QRectF(100, 200, 300, 150));
         const auto& j = m_rig->journal;
         QVERIFY(j.has(QStringLiteral("preview.show primary 100,200 300x150")));
-        QVERIFY(j.has(QStringLiteral("toolbar.show 100,200 300x150")));
+        QVERIFY(j.has(QStringLiteral("toolbar.show 100,200 300x150 on 0,0 1920x1080")));
 
-        // Dragging the region moves the toolbar: centred, its bottom 14 points above the top edge.
+        // Dragging the region takes the toolbar along.
         m_rig->preview->onRegionChanged(QRectF(50, 100, 400, 200));
-        QVERIFY(j.has(QStringLiteral("toolbar.move 190,314")));
+        QVERIFY(j.has(QStringLiteral("toolbar.follow 50,100 400x200")));
         QCOMPARE(m_c->readyToRecordPayload()->first, QRectF(100, 200, 300, 150));
 
-        startAndWait();
+        // Return on the region starts the recording as Start does.
+        m_rig->preview->onConfirmed();
+        QTRY_VERIFY(coordinator().state() != CaptureState::readyToRecord);
         QCOMPARE(m_c->state(), CaptureState::recording);
         // The recorder gets the adjusted region relative to the display's top-left corner.
         QVERIFY2(j.has(QStringLiteral("recorder.start 50,780 400x200 @15 max30 x2")),

@@ -188,9 +188,9 @@ class FakeToolbar final : public ToolbarPresenter, Journaled
 {
 public:
     using Journaled::Journaled;
-    void show(const QRectF& region) override
+    void show(const QRectF& region, const QRectF& display) override
     {
-        m_j.add("toolbar.show " + rectText(region));
+        m_j.add("toolbar.show " + rectText(region) + " on " + rectText(display));
         shown = true;
     }
     void hide() override
@@ -202,10 +202,7 @@ public:
     {
         return shown ? std::optional<QSizeF>(QSizeF(120, 80)) : std::nullopt;
     }
-    void movePanel(const QPointF& o) override
-    {
-        m_j.add(QStringLiteral("toolbar.move %1,%2").arg(o.x()).arg(o.y()));
-    }
+    void follow(const QRectF& region) override { m_j.add("toolbar.follow " + rectText(region)); }
     RecordingToolbarState& toolbarState() override { return state; }
 
     RecordingToolbarState state;

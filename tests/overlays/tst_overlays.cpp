@@ -24,6 +24,7 @@ using namespace vantalo::geometry;
 namespace {
 
 const QColor kBackdrop(200, 100, 50);
+const QRectF kScreen(0, 0, 1920, 1080); // the display, y-up
 
 // Fills the screen with one colour and notes the clicks it gets.
 class Backdrop : public QWidget
@@ -152,6 +153,13 @@ private Q_SLOTS:
         QTRY_VERIFY(selected.has_value());
         QCOMPARE(selected->first, QRectF(300, 430, 500, 400));
         QCOMPARE(selected->second.name, QGuiApplication::primaryScreen()->name());
+        // From corner to corner: the whole display, its last column and row too.
+        selected.reset();
+        xdotool(QStringLiteral("mousemove 0 0 mousedown 1"));
+        xdotool(QStringLiteral("mousemove 960 540"));
+        xdotool(QStringLiteral("mousemove 1919 1079 mouseup 1"));
+        QTRY_VERIFY(selected.has_value());
+        QCOMPARE(selected->first, kScreen);
 
         // A 10-point drag is not a selection; Escape cancels once.
         selected.reset();
@@ -177,6 +185,11 @@ private Q_SLOTS:
         // A white handle at the top-left corner, another at the bottom middle.
         QCOMPARE(screenPixel(298, 248), QColor(Qt::white));
         QCOMPARE(screenPixel(550, 652), QColor(Qt::white));
+        // Return records the region as it is.
+        int confirmed = 0;
+        preview.onConfirmed = [&confirmed] { ++confirmed; };
+        xdotool(QStringLiteral("key Return"));
+        QTRY_COMPARE(confirmed, 1);
 
         // Every handle, with the toolbar shown above the region as when adjusting for real: its
         // padding lies over the top handle and must let the drag through. Each drag moves its
@@ -185,7 +198,8 @@ private Q_SLOTS:
         for (const QPoint side : {QPoint(-1, -1), QPoint(0, -1), QPoint(1, -1), QPoint(1, 0), QPoint(1, 1),
                                   QPoint(0, 1), QPoint(-1, 1), QPoint(-1, 0)}) {
             preview.show(display, QRectF(300, 430, 500, 400));
-            bar->show(QRectF(300, 430, 500, 400)); // above the overlay, as the application stacks them
+            bar->show(QRectF(300, 430, 500, 400),
+                      kScreen); // above the overlay, as the application stacks them
             QVERIFY(QTest::qWaitForWindowExposed(bar->panel()));
             QVERIFY(bar->panel()->frameGeometry().contains(550, 250)); // over the top handle
             QTest::qWait(100);
@@ -222,7 +236,7 @@ private Q_SLOTS:
         toolbar.onStart = [&starts] { ++starts; };
         toolbar.onStop = [&stops] { ++stops; };
         // Region (300, 250)-(800, 650) on screen: the bar's middle is 14 + 20 points over its top.
-        toolbar.show(QRectF(300, 430, 500, 400));
+        toolbar.show(QRectF(300, 430, 500, 400), kScreen);
         QVERIFY(QTest::qWaitForWindowExposed(toolbar.panel()));
         QCOMPARE(toolbar.panelSize(), QSizeF(84, 80));
         QTRY_VERIFY(near(screenPixel(550, 216), QColor::fromRgbF(1.0f, 0.25f, 0.25f), 10));
@@ -291,6 +305,15 @@ private Q_SLOTS:
         toolbar.hide();
         QCOMPARE(toolbar.toolbarState().elapsedSeconds(), 0.0);
         QVERIFY(!toolbar.toolbarState().isRecording());
+
+        // For the whole screen the toolbar sits inside the region's top edge, whole on the screen,
+        // and stays out of the recording.
+        toolbar.show(kScreen, kScreen);
+        QVERIFY(QTest::qWaitForWindowExposed(toolbar.panel()));
+        QTRY_COMPARE(toolbar.panel()->geometry(), QRect(918, -6, 84, 80)); // the capsule 14 points down
+        toolbar.toolbarState().startTimer();
+        QTRY_VERIFY(!toolbar.panel()->isVisible());
+        toolbar.hide();
     }
 
     void selectingAndHitting()
@@ -351,6 +374,56 @@ private Q_SLOTS:
         QCOMPARE(previewLabelBox(QRectF(100, 20, 200, 100), text, 1920).y(), 28.0);
         QCOMPARE(previewLabelBox(QRectF(0, 300, 40, 40), text, 1920).x(), 8.0);
         QCOMPARE(previewLabelBox(QRectF(1900, 300, 20, 40), text, 1920).x(), 1920.0 - 78 - 8);
+    }
+
+    // The toolbar is always whole on the region's display, so Start can always be pressed: above
+    // the region, else below it, else inside its top edge, 14 points off the edge each time.
+    void theToolbarStaysOnTheDisplay()
+    {
+        const QRectF primary(0, 0, 1920, 1080);
+        const QRectF left(-1280, 200, 1280, 800); // a second monitor, its top 80 points lower
+        const QSizeF panel(84, 80);               // a 44 × 40 capsule
+        enum Where
+        {
+            above,
+            below,
+            inside
+        };
+        const struct
+        {
+            QRectF region;
+            QRectF display;
+            Where where;
+            double barLeft; // y-up, global
+        } rows[] = {
+            {{300, 430, 500, 400}, primary, above, 528},
+            {{300, 430, 500, 647}, primary, below, 528}, // dragged from y = 3
+            {{300, 430, 500, 596}, primary, above, 528}, // just room above
+            {{300, 430, 500, 597}, primary, below, 528},
+            {primary, primary, inside, 938},              // the whole screen
+            {{0, 30, 1920, 1050}, primary, inside, 938},  // nearly: no room on either side
+            {{1880, 100, 40, 300}, primary, above, 1876}, // near the right side
+            {{-10, 100, 40, 300}, primary, above, 0},     // past the left side
+            {{-1280, 500, 400, 500}, left, below, -1102}, // the top of a monitor set lower
+        };
+        for (const auto& [region, display, where, barLeft] : rows) {
+            const QString row = QStringLiteral("region %1,%2 %3x%4")
+                                    .arg(region.x())
+                                    .arg(region.y())
+                                    .arg(region.width())
+                                    .arg(region.height());
+            const QRectF bar = toolbarBar(toolbarFrame(region, panel, display));
+            QCOMPARE(bar.size(), QSizeF(44, 40));
+            QVERIFY2(display.contains(bar), qPrintable(row));
+            QVERIFY2(qFuzzyCompare(bar.x(), barLeft),
+                     qPrintable(row + QStringLiteral(": at %1").arg(bar.x())));
+            const double regionTop = region.y() + region.height();
+            const double edge = where == above   ? bar.y() - regionTop
+                                : where == below ? region.y() - (bar.y() + bar.height())
+                                                 : std::min(regionTop, display.y() + display.height()) -
+                                                       (bar.y() + bar.height());
+            QVERIFY2(edge == toolbarGap, qPrintable(row + QStringLiteral(": %1 from the edge").arg(edge)));
+        }
     }
 };
 
