@@ -134,9 +134,9 @@ void AppDelegate::reportMissingTray()
 void AppDelegate::wireCoordinator()
 {
     QPointer self(this);
-    m_captureCoordinator->onGifCreated = [self](const QString& path) {
+    m_captureCoordinator->onGifCreated = [self](const QString& path, RecordingEnd end) {
         if (self) {
-            self->handleGifCreated(path);
+            self->handleGifCreated(path, end);
         }
     };
     m_captureCoordinator->onRecordingStateChanged = [self](bool recording) {
@@ -160,13 +160,6 @@ void AppDelegate::wireCoordinator()
         }
     };
     m_captureCoordinator->registerHotkey();
-
-    QPointer coordinator(m_captureCoordinator.get());
-    m_captureCoordinator->screenRecorder().onMaxDurationReached = [coordinator] {
-        if (coordinator) {
-            QMetaObject::invokeMethod(coordinator, &CaptureCoordinator::stopRecording, Qt::QueuedConnection);
-        }
-    };
     connect(&m_services.hotkeySettings, &HotkeySettingsNotifier::hotkeySettingsChanged, this,
             [this] { m_captureCoordinator->registerHotkey(); });
 }
@@ -289,9 +282,13 @@ void AppDelegate::keepAndShow(const QString& gifPath)
     }
 }
 
-void AppDelegate::handleGifCreated(const QString& gifPath)
+void AppDelegate::handleGifCreated(const QString& gifPath, RecordingEnd end)
 {
     keepAndShow(gifPath);
+    if (end == RecordingEnd::timeLimit) {
+        m_previewPanelController->tell(
+            QStringLiteral("Stopped at %1 s").arg(CaptureCoordinator::maxDurationSeconds));
+    }
     // The size every recording is fitted under, if one is set (a value that cannot be used was
     // reported when the recording started).
     if (const qint64 budget = readOutputPreferences(m_services.defaults).preferences.fitUnderBytes;

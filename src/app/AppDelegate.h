@@ -62,7 +62,7 @@ public:
     // `vantalo --toggle` acts exactly as a press of the shortcut.
     void toggleCapture();
 
-    void handleGifCreated(const QString& gifPath);
+    void handleGifCreated(const QString& gifPath, RecordingEnd end);
     // Adds a finished GIF to the history and shows it in the panel.
     void keepAndShow(const QString& gifPath);
     void updateStatusIcon(bool recording);

@@ -22,6 +22,8 @@ public:
     virtual void fitShown(qint64 budget, bool replacing) = 0;
     // Puts the GIF shown on the clipboard, and says so.
     virtual void copyShown() = 0;
+    // A word on the GIF shown, on the panel for a few seconds.
+    virtual void tell(const QString& notice) = 0;
     // Told when the panel has added to the history or taken from it.
     std::function<void()> onHistoryChanged;
     // "Trim and more…" for the GIF shown.

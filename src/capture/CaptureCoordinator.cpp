@@ -46,6 +46,13 @@ CaptureCoordinator::CaptureCoordinator(CaptureCollaborators collaborators, UserD
       m_print(std::move(print)),
       m_temporaryDirectory(temporaryDirectory.isEmpty() ? QDir::tempPath() : std::move(temporaryDirectory))
 {
+    QPointer self(this);
+    m_c.screenRecorder->onMaxDurationReached = [self] {
+        if (self) {
+            self->later(&CaptureCoordinator::stopAtTheLimit);
+        }
+    };
+    m_c.toolbarController->toolbarState().setLimitSeconds(maxDurationSeconds);
 }
 
 CaptureCoordinator::~CaptureCoordinator() = default;
@@ -202,6 +209,7 @@ void CaptureCoordinator::startRecording()
         m_print(problem);
     }
     m_frameRate = output.preferences.frameRate;
+    m_end = RecordingEnd::stoppedByUser;
     m_c.screenRecorder->outputScale = output.preferences.scale;
     m_starting = true;
     // Frames go straight to the encoder while recording, so Stop only has the tail left to do.
@@ -238,6 +246,14 @@ void CaptureCoordinator::startRecording()
                                            self->m_c.toolbarController->toolbarState().startTimer();
                                            self->m_c.recordingBorder->show(self->m_selectedRegion);
                                        });
+}
+
+void CaptureCoordinator::stopAtTheLimit()
+{
+    if (m_state == CaptureState::recording) {
+        m_end = RecordingEnd::timeLimit;
+        stopRecording();
+    }
 }
 
 void CaptureCoordinator::stopRecording()
@@ -278,7 +294,7 @@ void CaptureCoordinator::encodeAndWrite(std::shared_ptr<EncodingSession> session
     // coordinator, so a result that comes back to nobody is dropped.
     using Result = std::expected<QString, Failure>;
     auto* watcher = new QFutureWatcher<Result>(this);
-    connect(watcher, &QFutureWatcher<Result>::finished, this, [this, watcher] {
+    connect(watcher, &QFutureWatcher<Result>::finished, this, [this, watcher, end = m_end] {
         watcher->deleteLater();
         const Result written = watcher->result();
         if (!written) {
@@ -288,7 +304,7 @@ void CaptureCoordinator::encodeAndWrite(std::shared_ptr<EncodingSession> session
         }
         finishInIdle();
         if (onGifCreated) {
-            onGifCreated(*written);
+            onGifCreated(*written, end);
         }
     });
     watcher->setFuture(runOnCodecThreads(

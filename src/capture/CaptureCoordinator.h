@@ -20,6 +20,13 @@ namespace vantalo {
 class HotkeyRegistrar;
 class UserDefaults;
 
+// How a recording ended.
+enum class RecordingEnd
+{
+    stoppedByUser, // the toolbar, the shortcut, the menu or `vantalo --toggle`
+    timeLimit,     // the 30 seconds were up
+};
+
 enum class CaptureState
 {
     idle,
@@ -76,7 +83,8 @@ public:
 
     FrameRecorder& screenRecorder() { return *m_c.screenRecorder; }
 
-    std::function<void(const QString& gifPath)> onGifCreated;
+    // With how the recording ended: the user's stop, or the time limit.
+    std::function<void(const QString& gifPath, RecordingEnd end)> onGifCreated;
     std::function<void(bool recording)> onRecordingStateChanged;
     // A new region is about to be chosen: whatever is on screen of an earlier GIF goes, before it
     // can stand in the region or be recorded.
@@ -89,6 +97,7 @@ private:
     void handleRegionSelected(const QRectF& region, const DisplayInfo& display);
     void handleRegionChanged(const QRectF& region);
     void startRecording();
+    void stopAtTheLimit();
     void restartRecording();
     void cancelCapture();
     void encodeAndWrite(std::shared_ptr<EncodingSession> session);
@@ -113,6 +122,7 @@ private:
     // Set while a recorder start is awaited, so a second Start in that gap does nothing.
     bool m_starting = false;
     int m_frameRate = 15; // of the recording under way
+    RecordingEnd m_end = RecordingEnd::stoppedByUser;
     // The GIF of the running recording, encoded as its frames arrive.
     std::shared_ptr<EncodingSession> m_session;
 };

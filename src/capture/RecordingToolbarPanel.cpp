@@ -45,9 +45,7 @@ RecordingToolbarPanel::RecordingToolbarPanel(RecordingToolbarState& state, bool 
 
 double RecordingToolbarPanel::labelWidth() const
 {
-    const double text = QFontMetricsF(timeFont())
-                            .horizontalAdvance(RecordingToolbarState::elapsedLabel(
-                                m_state ? m_state->elapsedSeconds() : 0.0));
+    const double text = QFontMetricsF(timeFont()).horizontalAdvance(m_state ? m_state->label() : QString());
     return std::max(46.0, text) + 24; // at least 46 points, 12 points of padding each side
 }
 
@@ -211,11 +209,11 @@ void RecordingToolbarPanel::paintEvent(QPaintEvent*)
     if (recording()) {
         p.drawRoundedRect(QRectF(main.center() - QPointF(6.5, 6.5), QSizeF(13, 13)), 3, 3);
         p.fillRect(QRectF(main.right(), bar.center().y() - 9, kSeparatorWidth, 18), separator);
-        p.setPen(dim);
+        // The last seconds before the limit in the stop square's red.
+        p.setPen(m_state && m_state->nearTheLimit() ? kRed : dim);
         p.setFont(timeFont());
         const QRectF label(main.right() + kSeparatorWidth, bar.top(), labelWidth(), kBarHeight);
-        p.drawText(label, Qt::AlignCenter,
-                   RecordingToolbarState::elapsedLabel(m_state ? m_state->elapsedSeconds() : 0.0));
+        p.drawText(label, Qt::AlignCenter, m_state ? m_state->label() : QString());
     } else {
         p.drawEllipse(main.center(), 7, 7);
     }

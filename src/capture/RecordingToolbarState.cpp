@@ -32,8 +32,11 @@ void RecordingToolbarState::stopTimer()
     Q_EMIT changed();
 }
 
-QString RecordingToolbarState::elapsedLabel(double seconds)
+QString RecordingToolbarState::elapsedLabel(double seconds, double limitSeconds)
 {
+    if (const double left = limitSeconds - seconds; left <= kWarningSeconds) {
+        return QStringLiteral("%1 s left").arg(std::max(0LL, static_cast<long long>(std::ceil(left))));
+    }
     const auto whole = static_cast<long long>(std::floor(std::max(0.0, seconds)));
     return QStringLiteral("%1:%2").arg(whole / 60).arg(whole % 60, 2, 10, QLatin1Char('0'));
 }

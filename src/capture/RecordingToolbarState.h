@@ -22,8 +22,18 @@ public:
     // Start look; the time keeps its value.
     void stopTimer();
 
-    // "m:ss" of whole seconds.
-    static QString elapsedLabel(double seconds);
+    // "m:ss" of whole seconds; in the last five seconds before `limitSeconds`, the time left
+    // ("3 s left"), so the end of a recording never comes as a surprise.
+    static QString elapsedLabel(double seconds, double limitSeconds);
+    // The recording's limit, for the label.
+    void setLimitSeconds(double seconds) { m_limitSeconds = seconds; }
+    QString label() const { return elapsedLabel(m_elapsedSeconds, m_limitSeconds); }
+    // The label is in its last seconds.
+    bool nearTheLimit() const
+    {
+        return m_isRecording && m_limitSeconds - m_elapsedSeconds <= kWarningSeconds;
+    }
+    static constexpr double kWarningSeconds = 5;
 
 Q_SIGNALS:
     void changed();
@@ -31,6 +41,7 @@ Q_SIGNALS:
 private:
     bool m_isRecording = false;
     double m_elapsedSeconds = 0;
+    double m_limitSeconds = 30;
     QTimer m_timer;
 };
 

@@ -58,6 +58,7 @@ public:
     void dismiss() override;
     void fitShown(qint64 budget, bool replacing) override;
     void copyShown() override;
+    void tell(const QString& notice) override { showNotice(notice); }
 
     // The panel's frame, y-up: `inset` points in from the bottom-right of the usable area.
     static QRectF panelFrame(const QSizeF& size, const QRectF& visibleFrame);

@@ -66,7 +66,9 @@ public:
     void dismiss() override { ++dismissed; }
     void fitShown(qint64 budget, bool replacing) override { fitted.append(replacing ? budget : -budget); }
     void copyShown() override { ++copied; }
+    void tell(const QString& notice) override { told << notice; }
     std::vector<Shown> shown;
+    QStringList told;
     int copied = 0;
     int dismissed = 0;
     QList<qint64> fitted;
@@ -478,12 +480,23 @@ private Q_SLOTS:
         QCOMPARE(coordinator().state(), CaptureState::recording);
         menuAction(m_delegate->menu(), QStringLiteral("Stop Recording"))->trigger();
         QTRY_COMPARE(coordinator().state(), CaptureState::idle);
+        QTRY_COMPARE(m_history.added.size(), 1);
+        QVERIFY(m_preview->told.isEmpty());
 
+        // The limit: the toolbar counts down its last seconds, and the panel says why it ended.
         selectAndStart();
         QCOMPARE(coordinator().state(), CaptureState::recording);
+        auto& toolbar = m_rig->toolbar->state;
+        toolbar.setElapsedSeconds(24);
+        QCOMPARE(toolbar.label(), QStringLiteral("0:24"));
+        toolbar.setElapsedSeconds(25);
+        QCOMPARE(toolbar.label(), QStringLiteral("5 s left"));
+        toolbar.setElapsedSeconds(29.5);
+        QCOMPARE(toolbar.label(), QStringLiteral("1 s left"));
         m_rig->recorder->onMaxDurationReached();
         QTRY_COMPARE(coordinator().state(), CaptureState::idle);
-        QCOMPARE(m_history.added.size(), 2);
+        QTRY_COMPARE(m_history.added.size(), 2);
+        QCOMPARE(m_preview->told, QStringList{QStringLiteral("Stopped at 30 s")});
 
         // Quitting takes down what is on screen and lets go of the shortcut.
         selectRegion();
@@ -500,7 +513,7 @@ private Q_SLOTS:
     {
         startApplication();
         m_history.failure = Failure{QStringLiteral("disk full")};
-        m_delegate->handleGifCreated(QStringLiteral("/tmp/vantalo_2.gif"));
+        m_delegate->handleGifCreated(QStringLiteral("/tmp/vantalo_2.gif"), RecordingEnd::stoppedByUser);
         QCOMPARE(m_printed, QStringList{QStringLiteral("Failed to save GIF to history: disk full")});
         QCOMPARE(m_preview->shown.size(), 1u);
         QCOMPARE(m_preview->shown[0].path, QStringLiteral("/tmp/vantalo_2.gif"));
@@ -508,7 +521,7 @@ private Q_SLOTS:
         // With a size to fit every recording under, the panel is asked to fit what it shows.
         QVERIFY(m_preview->fitted.isEmpty());
         m_defaults->setInteger(SettingsKey::fitUnderBytes, 1'000'000);
-        m_delegate->handleGifCreated(QStringLiteral("/tmp/vantalo_3.gif"));
+        m_delegate->handleGifCreated(QStringLiteral("/tmp/vantalo_3.gif"), RecordingEnd::stoppedByUser);
         QCOMPARE(m_preview->fitted, QList<qint64>{1'000'000});
 
         // The history window's Fit and Copy act in the panel, on the item shown there; its Trim

@@ -251,7 +251,7 @@ struct CoordinatorRig
             reported << recording;
             journal.add(QStringLiteral("reported %1").arg(recording));
         };
-        coordinator->onGifCreated = [this](const QString& path) {
+        coordinator->onGifCreated = [this](const QString& path, RecordingEnd) {
             gifs << path;
             journal.add(QStringLiteral("gifCreated"));
         };
