@@ -200,7 +200,8 @@ int main(int argc, char** argv)
         std::move(platform.shortcut),
         std::move(recorder),
         std::make_shared<GifEncoder>(),
-        std::make_unique<RegionSelectionWindowController>(compositing),
+        std::make_unique<RegionSelectionWindowController>(compositing,
+                                                          [&windows] { return windows.windowFrames(); }),
         std::make_unique<RecordingToolbarWindowController>(
             compositing,
             [&windows](QWindow* window, const QRegion& region) { windows.setInputRegion(window, region); }),

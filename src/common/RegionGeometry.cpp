@@ -29,6 +29,11 @@ bool isSelectable(const QRectF& rect)
     return rect.width() > 10 && rect.height() > 10;
 }
 
+bool isClick(const QPointF& press, const QPointF& release)
+{
+    return std::abs(press.x() - release.x()) <= 2 && std::abs(press.y() - release.y()) <= 2;
+}
+
 QString sizeLabel(const QRectF& rect)
 {
     return QStringLiteral("%1 \u00D7 %2")

@@ -21,6 +21,8 @@ QRectF globalToView(const QRectF& globalRect, const QRectF& displayFrame);
 QRectF dragRect(const QPointF& start, const QPointF& current);
 // A selection counts when it is more than 10 points in both directions.
 bool isSelectable(const QRectF& rect);
+// A press and release at most 2 points apart either way are a click, not a drag.
+bool isClick(const QPointF& press, const QPointF& release);
 // "640 × 480": the size in whole points, truncated.
 QString sizeLabel(const QRectF& rect);
 // The selection's size pill: centred over the rectangle, 8 points above its top edge.

@@ -88,6 +88,23 @@ void OverlayWindow::paintSizePill(QPainter& painter, const QRectF& region, int p
     painter.drawText(box, Qt::AlignCenter, text);
 }
 
+void OverlayWindow::paintMessage(QPainter& painter, const QString& text) const
+{
+    QFont font = painter.font();
+    font.setPixelSize(14);
+    painter.setFont(font);
+    const QSizeF textSize = QFontMetricsF(font).size(Qt::TextSingleLine, text);
+    const QRectF box(QPointF((width() - textSize.width()) / 2 - 14, 24), textSize + QSizeF(28, 14));
+    painter.save();
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(QColor(0, 0, 0, 190));
+    painter.drawRoundedRect(box, box.height() / 2, box.height() / 2);
+    painter.setPen(Qt::white);
+    painter.drawText(box, Qt::AlignCenter, text);
+    painter.restore();
+}
+
 void OverlayWindow::keyPressEvent(QKeyEvent* event)
 {
     // Escape cancels, Return goes on; other keys are swallowed.

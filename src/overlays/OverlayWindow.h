@@ -43,6 +43,8 @@ protected:
     // into the capsule's rectangle in view coordinates.
     void paintSizePill(QPainter& painter, const QRectF& region, int pixelSize, double backgroundAlpha,
                        const std::function<QRectF(const QSizeF& textSize)>& placeBox) const;
+    // A line of text on a dark capsule, centred 24 points below the display's top edge.
+    void paintMessage(QPainter& painter, const QString& text) const;
     void keyPressEvent(QKeyEvent* event) override;
 
 private:

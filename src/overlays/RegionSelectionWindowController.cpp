@@ -1,5 +1,6 @@
 #include "RegionSelectionWindowController.h"
 
+#include "common/Geometry.h"
 #include "common/RegionGeometry.h"
 
 #include <QFontDatabase>
@@ -7,13 +8,53 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QTimer>
 
 namespace vantalo {
 
-RegionSelectionView::RegionSelectionView(QScreen* screen, bool compositing)
+RegionSelectionView::RegionSelectionView(QScreen* screen, bool compositing,
+                                         const std::optional<QList<QRect>>& windows)
     : OverlayWindow(screen, compositing, 0.3)
 {
     setCursor(Qt::CrossCursor);
+    if (windows) {
+        m_windows.emplace();
+        const QRectF view(rect());
+        for (const QRect& frame : *windows) {
+            const QRectF local = QRectF(frame).translated(-QPointF(screen->geometry().topLeft()));
+            if (local.intersects(view)) {
+                m_windows->append(fromQtRect(local, view));
+            }
+        }
+    }
+    m_message = m_windows
+                    ? QStringLiteral("Drag to select an area \u00B7 Click a window \u00B7 Click the desktop "
+                                     "for the whole screen \u00B7 Esc to cancel")
+                    : QStringLiteral("Drag to select an area \u00B7 Click for the whole screen \u00B7 Esc to "
+                                     "cancel");
+    QTimer::singleShot(hintMs, this, [this] {
+        if (m_message != tooSmallText) {
+            m_message.clear();
+            update();
+        }
+    });
+}
+
+std::optional<QRectF> RegionSelectionView::windowAt(const QPointF& p) const
+{
+    if (m_windows) {
+        for (const QRectF& frame : *m_windows) {
+            if (frame.contains(p)) {
+                return frame & QRectF(QPointF(), QSizeF(size()));
+            }
+        }
+    }
+    return std::nullopt;
+}
+
+QRectF RegionSelectionView::clickedRect(const QPointF& p) const
+{
+    return windowAt(p).value_or(QRectF(QPointF(), QSizeF(size())));
 }
 
 void RegionSelectionView::mousePressEvent(QMouseEvent* event)
@@ -26,13 +67,19 @@ void RegionSelectionView::mousePressEvent(QMouseEvent* event)
 void RegionSelectionView::mouseMoveEvent(QMouseEvent* event)
 {
     if (!m_dragStart || !(event->buttons() & Qt::LeftButton)) {
+        // Not dragging: the window a click would take is outlined.
+        const std::optional<QRectF> hovered = windowAt(toView(event->position()));
+        if (hovered != m_hoveredWindow) {
+            m_hoveredWindow = hovered;
+            update();
+        }
         return;
     }
     m_currentRect = geometry::dragRect(*m_dragStart, pointerInView(event->position()));
     update();
 }
 
-void RegionSelectionView::mouseReleaseEvent(QMouseEvent*)
+void RegionSelectionView::mouseReleaseEvent(QMouseEvent* event)
 {
     if (m_currentRect && geometry::isSelectable(*m_currentRect)) {
         if (onRegionSelected) {
@@ -40,9 +87,17 @@ void RegionSelectionView::mouseReleaseEvent(QMouseEvent*)
         }
         return;
     }
-    // Too small: forget it and wait for another drag.
+    const std::optional<QPointF> start = m_dragStart;
     m_dragStart.reset();
     m_currentRect.reset();
+    if (start && geometry::isClick(*start, pointerInView(event->position()))) {
+        if (const QRectF clicked = clickedRect(*start); geometry::isSelectable(clicked) && onRegionSelected) {
+            onRegionSelected(clicked);
+            return;
+        }
+    }
+    // A short drag: forget it, say why, and wait for another.
+    m_message = tooSmallText;
     update();
 }
 
@@ -50,14 +105,25 @@ void RegionSelectionView::paintEvent(QPaintEvent*)
 {
     QPainter p(this);
     paintDimmed(p, m_currentRect.value_or(QRectF()));
+    if (!m_message.isEmpty()) {
+        paintMessage(p, m_message);
+    }
     if (!m_currentRect) {
+        if (m_hoveredWindow) {
+            p.setPen(QPen(QColor(255, 255, 255, 220), 3));
+            p.setBrush(QColor(255, 255, 255, 40));
+            p.drawRect(toWidget(*m_hoveredWindow).adjusted(1.5, 1.5, -1.5, -1.5));
+        }
         return;
     }
     const QRectF hole = toWidget(*m_currentRect);
+    // Dark under white dashes: seen over light and dark content alike.
+    p.setBrush(Qt::NoBrush);
+    p.setPen(QPen(Qt::black, 2));
+    p.drawRect(hole);
     QPen outline(Qt::white, 2);
     outline.setDashPattern({3, 2}); // 6 on, 4 off, in units of the 2-point line width
     p.setPen(outline);
-    p.setBrush(Qt::NoBrush);
     p.drawRect(hole);
 
     const QRectF rect = *m_currentRect;
@@ -65,8 +131,9 @@ void RegionSelectionView::paintEvent(QPaintEvent*)
                   [&](const QSizeF& text) { return geometry::selectionLabelBox(rect, text); });
 }
 
-RegionSelectionWindowController::RegionSelectionWindowController(std::function<bool()> compositing)
-    : m_compositing(std::move(compositing))
+RegionSelectionWindowController::RegionSelectionWindowController(std::function<bool()> compositing,
+                                                                 WindowFrames windows)
+    : m_compositing(std::move(compositing)), m_windowFrames(std::move(windows))
 {
 }
 
@@ -79,8 +146,9 @@ void RegionSelectionWindowController::show()
 {
     dismiss();
     const bool compositing = m_compositing && m_compositing();
+    const std::optional<QList<QRect>> windows = m_windowFrames ? m_windowFrames() : std::nullopt;
     for (QScreen* screen : QGuiApplication::screens()) {
-        auto* view = new RegionSelectionView(screen, compositing);
+        auto* view = new RegionSelectionView(screen, compositing, windows);
         const QPointer<QScreen> display(screen);
         view->onRegionSelected = [this, display, view](const QRectF& viewRect) {
             if (display && onRegionSelected) {

@@ -10,17 +10,29 @@
 
 namespace vantalo {
 
-// One overlay a display: dimmed at 0.3, the dragged rectangle clear with a dashed white outline
-// and its size above it. A rectangle larger than 10 × 10 points is reported in global
-// coordinates with its display; Escape cancels.
+// The applications' windows (global Qt coordinates, topmost first), or nothing where they cannot
+// be seen.
+using WindowFrames = std::function<std::optional<QList<QRect>>()>;
+
+// One overlay a display: dimmed at 0.3, the dragged rectangle clear with a dashed outline and its
+// size above it. A rectangle larger than 10 × 10 points is reported in global coordinates with its
+// display; a click without a drag takes the window under the pointer (outlined while the pointer
+// is over it), or the whole display where there is none; Escape cancels. A hint at the top says
+// so for the first seconds.
 class RegionSelectionView : public OverlayWindow
 {
     Q_OBJECT
 public:
-    RegionSelectionView(QScreen* screen, bool compositing);
+    // `windows` in global Qt coordinates, topmost first; nothing where they cannot be seen.
+    RegionSelectionView(QScreen* screen, bool compositing, const std::optional<QList<QRect>>& windows);
 
     std::optional<QRectF> currentRect() const { return m_currentRect; }
+    // The line at the top: the hint, or why the last drag chose nothing.
+    QString message() const { return m_message; }
     std::function<void(const QRectF& viewRect)> onRegionSelected;
+
+    static constexpr int hintMs = 5000;
+    static inline const QString tooSmallText = QStringLiteral("Too small \u2014 drag a larger area");
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;
@@ -29,14 +41,22 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    // What a click at `p` takes (view coordinates): the window there, cut to the display, or the
+    // whole display.
+    QRectF clickedRect(const QPointF& p) const;
+    std::optional<QRectF> windowAt(const QPointF& p) const;
+
     std::optional<QPointF> m_dragStart;
     std::optional<QRectF> m_currentRect;
+    std::optional<QList<QRectF>> m_windows; // view coordinates, topmost first
+    std::optional<QRectF> m_hoveredWindow;
+    QString m_message;
 };
 
 class RegionSelectionWindowController final : public RegionSelector
 {
 public:
-    explicit RegionSelectionWindowController(std::function<bool()> compositing);
+    explicit RegionSelectionWindowController(std::function<bool()> compositing, WindowFrames windows = {});
     ~RegionSelectionWindowController() override;
 
     void show() override;
@@ -45,6 +65,7 @@ public:
 
 private:
     std::function<bool()> m_compositing;
+    WindowFrames m_windowFrames;
     QList<QPointer<RegionSelectionView>> m_windows;
 };
 

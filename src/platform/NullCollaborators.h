@@ -42,6 +42,7 @@ class NullWindowSystem final : public WindowSystem
 public:
     bool compositingManagerRunning() const override { return true; }
     void setInputRegion(QWindow*, const QRegion&) override {}
+    std::optional<QList<QRect>> windowFrames() const override { return std::nullopt; }
 };
 
 class GrantedCapturePermission final : public ScreenCapturePermission

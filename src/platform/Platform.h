@@ -6,12 +6,15 @@
 #include "platform/DesktopSession.h"
 #include "recording/CaptureBackend.h"
 
+#include <QList>
 #include <QProcessEnvironment>
+#include <QRect>
 #include <QRegion>
 #include <QString>
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class QWindow;
 
@@ -70,6 +73,9 @@ public:
     virtual bool compositingManagerRunning() const = 0;
     // Lets `window` take mouse input in `region` (its own coordinates) only, whatever it shows.
     virtual void setInputRegion(QWindow* window, const QRegion& region) = 0;
+    // The frames of the applications' windows on screen (global Qt coordinates), topmost first;
+    // nothing where other applications' windows cannot be seen (a Wayland desktop).
+    virtual std::optional<QList<QRect>> windowFrames() const = 0;
 };
 
 // What the platform keeps across launches through the application's settings: the token that

@@ -171,7 +171,9 @@ Platform loadPlatform([[maybe_unused]] PlatformStore store, LinePrinter print)
 
 #if defined(VANTALO_HAS_X11)
     if (platform.choice.windows == WindowService::x11 && connection) {
-        platform.windows = std::make_unique<X11WindowSystem>(connection);
+        platform.windows = std::make_unique<X11WindowSystem>(
+            connection, platform.choice.capture == CaptureService::portal ? WindowList::xwaylandOnly
+                                                                          : WindowList::everyWindow);
     }
 #endif
     if (!platform.windows) {

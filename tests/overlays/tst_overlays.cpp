@@ -125,7 +125,14 @@ private Q_SLOTS:
     {
         QFETCH(bool, compositing);
         setCompositing(compositing);
-        RegionSelectionWindowController selector([this] { return m_compositing; });
+        // An application's window (no window manager here: its frame is its own rectangle).
+        QWidget application(nullptr, Qt::FramelessWindowHint);
+        application.setGeometry(1200, 300, 300, 200);
+        application.show();
+        QVERIFY(QTest::qWaitForWindowExposed(&application));
+        Platform platform = loadPlatform();
+        RegionSelectionWindowController selector([this] { return m_compositing; },
+                                                 [&platform] { return platform.windows->windowFrames(); });
         std::optional<std::pair<QRectF, DisplayInfo>> selected;
         int cancels = 0;
         selector.onRegionSelected = [&](const QRectF& region, const DisplayInfo& display) {
@@ -160,11 +167,25 @@ private Q_SLOTS:
         xdotool(QStringLiteral("mousemove 1919 1079 mouseup 1"));
         QTRY_VERIFY(selected.has_value());
         QCOMPARE(selected->first, kScreen);
+        // A click takes the window under the pointer, outlined while the pointer is over it; on
+        // the desktop, the whole display. The hint says so.
+        QVERIFY(selector.windows().first()->message().startsWith(
+            QStringLiteral("Drag to select an area \u00B7 Click a window \u00B7 Click the desktop")));
+        selected.reset();
+        xdotool(QStringLiteral("mousemove 1300 400"));
+        QTRY_VERIFY(near(screenPixel(1202, 302), Qt::white, 40));
+        xdotool(QStringLiteral("click 1"));
+        QTRY_VERIFY(selected.has_value());
+        QCOMPARE(selected->first, QRectF(1200, 580, 300, 200));
+        selected.reset();
+        xdotool(QStringLiteral("mousemove 100 900 click 1"));
+        QTRY_VERIFY(selected.has_value());
+        QCOMPARE(selected->first, kScreen);
 
-        // A 10-point drag is not a selection; Escape cancels once.
+        // A 10-point drag is not a selection, and the overlay says why; Escape cancels once.
         selected.reset();
         xdotool(QStringLiteral("mousemove 100 100 mousedown 1 mousemove 110 160 mouseup 1"));
-        QTest::qWait(200);
+        QTRY_COMPARE(selector.windows().first()->message(), RegionSelectionView::tooSmallText);
         QVERIFY(!selected);
         xdotool(QStringLiteral("key Escape"));
         QTRY_COMPARE(cancels, 1);
@@ -283,7 +304,6 @@ private Q_SLOTS:
         // the border reaches the recorded pixels: the frames are the backdrop, edge to edge.
         xdotool(QStringLiteral("mousemove 1800 1000"));
         QTest::qWait(300);
-        Platform platform = loadPlatform();
         QVERIFY(platform.capture);
         auto recorder =
             std::make_unique<ScreenRecorder>(std::move(platform.capture), ScreenRecorder::screenPixelRatio);
