@@ -10,7 +10,13 @@
 #include <QPainterPath>
 #include <QTimer>
 
+#include <utility>
+
 namespace vantalo {
+
+namespace {
+const QColor kWindowHighlight(48, 120, 255);
+} // namespace
 
 RegionSelectionView::RegionSelectionView(QScreen* screen, bool compositing,
                                          const std::optional<QList<QRect>>& windows)
@@ -81,15 +87,14 @@ void RegionSelectionView::mouseMoveEvent(QMouseEvent* event)
 
 void RegionSelectionView::mouseReleaseEvent(QMouseEvent* event)
 {
-    if (m_currentRect && geometry::isSelectable(*m_currentRect)) {
+    const std::optional<QPointF> start = std::exchange(m_dragStart, std::nullopt);
+    if (const std::optional<QRectF> dragged = std::exchange(m_currentRect, std::nullopt);
+        dragged && geometry::isSelectable(*dragged)) {
         if (onRegionSelected) {
-            onRegionSelected(*m_currentRect);
+            onRegionSelected(*dragged);
         }
         return;
     }
-    const std::optional<QPointF> start = m_dragStart;
-    m_dragStart.reset();
-    m_currentRect.reset();
     if (start && geometry::isClick(*start, pointerInView(event->position()))) {
         if (const QRectF clicked = clickedRect(*start); geometry::isSelectable(clicked) && onRegionSelected) {
             onRegionSelected(clicked);
@@ -110,9 +115,10 @@ void RegionSelectionView::paintEvent(QPaintEvent*)
     }
     if (!m_currentRect) {
         if (m_hoveredWindow) {
-            p.setPen(QPen(QColor(255, 255, 255, 220), 3));
-            p.setBrush(QColor(255, 255, 255, 40));
-            p.drawRect(toWidget(*m_hoveredWindow).adjusted(1.5, 1.5, -1.5, -1.5));
+            // Tinted and edged in blue, which shows over light windows and dark ones.
+            p.setPen(QPen(kWindowHighlight, 4));
+            p.setBrush(QColor(kWindowHighlight.red(), kWindowHighlight.green(), kWindowHighlight.blue(), 50));
+            p.drawRect(toWidget(*m_hoveredWindow).adjusted(2, 2, -2, -2));
         }
         return;
     }
