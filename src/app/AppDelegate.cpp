@@ -185,16 +185,15 @@ void AppDelegate::rebuildMenu()
         shortcutLine->setEnabled(false);
     }
     m_menu.addSeparator();
-    m_menu.addAction(QStringLiteral("History..."), QKeySequence(Qt::CTRL | Qt::Key_H), this,
-                     &AppDelegate::showHistory);
+    // No key beside these: a tray menu has no keyboard focus to take them from, and they would
+    // promise what no key does.
+    m_menu.addAction(QStringLiteral("History..."), this, &AppDelegate::showHistory);
     m_menu.addSeparator();
-    m_menu.addAction(QStringLiteral("Preferences..."), QKeySequence(Qt::CTRL | Qt::Key_Comma), this,
-                     &AppDelegate::openPreferences);
+    m_menu.addAction(QStringLiteral("Preferences..."), this, &AppDelegate::openPreferences);
     m_menu.addSeparator();
     m_menu.addAction(QStringLiteral("About Vantalo"), this, &AppDelegate::showAbout);
     m_menu.addSeparator();
-    m_menu.addAction(QStringLiteral("Quit Vantalo"), QKeySequence(Qt::CTRL | Qt::Key_Q), qApp,
-                     &QCoreApplication::quit);
+    m_menu.addAction(QStringLiteral("Quit Vantalo"), qApp, &QCoreApplication::quit);
 }
 
 void AppDelegate::startRecording()

@@ -24,4 +24,10 @@ QString dateTimeLabel(const QDateTime& time, const QLocale& locale)
            locale.toString(local.time(), timeFormat);
 }
 
+QString outputScaleName(int scale)
+{
+    return scale == 1 ? QStringLiteral("1\u00d7 \u2014 the screen's own pixels")
+                      : QStringLiteral("2\u00d7 \u2014 sharp on HiDPI screens");
+}
+
 } // namespace vantalo

@@ -14,5 +14,8 @@ QString budgetLabel(qint64 bytes, const QLocale& locale = QLocale());
 
 // When a GIF was made, in the user's locale: the date, then the time without seconds.
 QString dateTimeLabel(const QDateTime& time, const QLocale& locale = QLocale());
+// The output sizes by what they are, the same wherever one is chosen: 2 ("2× — sharp on HiDPI
+// screens") or 1 ("1× — the screen's own pixels").
+QString outputScaleName(int scale);
 
 } // namespace vantalo

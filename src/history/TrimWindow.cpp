@@ -36,8 +36,8 @@ TrimWindow::TrimWindow(const QString& gifPath, const QString& when, QWidget* par
 
     auto* form = new QFormLayout;
     m_size = new QComboBox(this);
-    m_size->addItem(QStringLiteral("Full size"), 2);
-    m_size->addItem(QStringLiteral("Half size"), 1);
+    m_size->addItem(outputScaleName(2), 2);
+    m_size->addItem(outputScaleName(1), 1);
     m_rate = new QComboBox(this);
     m_rate->addItem(QStringLiteral("Every frame"), 100);
     for (const int rate : {15, 10, 5}) {
@@ -151,9 +151,12 @@ void TrimWindow::loaded(std::expected<GifTimeline, Failure> timeline)
     m_timeline = std::move(*timeline);
     m_strip->setTimeline(&*m_timeline);
     const QSize full = m_timeline->size;
-    m_size->setItemText(0, QStringLiteral("Full size (%1 \u00d7 %2)").arg(full.width()).arg(full.height()));
     m_size->setItemText(
-        1, QStringLiteral("Half size (%1 \u00d7 %2)").arg(full.width() / 2).arg(full.height() / 2));
+        0, QStringLiteral("%1 (%2 \u00d7 %3)").arg(outputScaleName(2)).arg(full.width()).arg(full.height()));
+    m_size->setItemText(1, QStringLiteral("%1 (%2 \u00d7 %3)")
+                               .arg(outputScaleName(1))
+                               .arg(full.width() / 2)
+                               .arg(full.height() / 2));
     m_save->setEnabled(true);
     setSpan(m_timeline->suggestedSpan());
     togglePlaying();

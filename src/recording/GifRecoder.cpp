@@ -32,8 +32,8 @@ QString OutputSettings::label() const
 const QList<FitPreset>& fitPresets()
 {
     static const QList<FitPreset> presets{
-        {QStringLiteral("Under 10 MB (GitHub, Discord)"), 10'000'000},
         {QStringLiteral("Under 15 MB (X)"), 15'000'000},
+        {QStringLiteral("Under 10 MB (GitHub, Discord)"), 10'000'000},
         {QStringLiteral("Under 5 MB"), 5'000'000},
         {QStringLiteral("Under 1 MB"), 1'000'000},
     };

@@ -60,8 +60,8 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     auto* output = new QFormLayout(outputBox);
     const OutputPreferences current = readOutputPreferences(m_defaults).preferences;
     m_outputScale = new QComboBox(outputBox);
-    m_outputScale->addItem(QStringLiteral("Retina (2×)"), 2);
-    m_outputScale->addItem(QStringLiteral("Actual size (1×)"), 1);
+    m_outputScale->addItem(outputScaleName(2), 2);
+    m_outputScale->addItem(outputScaleName(1), 1);
     m_outputFrameRate = new QComboBox(outputBox);
     for (const int rate : outputFrameRates) {
         m_outputFrameRate->addItem(QStringLiteral("%1 fps").arg(rate), rate);
@@ -101,11 +101,13 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     credentials->addRow(QStringLiteral("Secret Access Key"), m_secretAccessKey);
     layout->addWidget(credentialsBox);
 
-    auto* s3Box = new QGroupBox(QStringLiteral("S3 Configuration"), this);
+    auto* s3Box = new QGroupBox(QStringLiteral("Upload \u2014 S3 or S3-compatible storage"), this);
     auto* s3 = new QFormLayout(s3Box);
     const auto bound = [&](const QString& key, const QString& fallback) {
         QLineEdit* edit = field(s3Box);
-        edit->setText(m_defaults.stringForKey(key).value_or(fallback));
+        // What is used when nothing is stored shows greyed: it is nobody's bucket in particular.
+        edit->setText(m_defaults.stringForKey(key).value_or(QString()));
+        edit->setPlaceholderText(fallback);
         edit->setCursorPosition(0); // a long value shows its beginning
         // Stored as typed; a cleared field stores the empty string.
         connect(edit, &QLineEdit::textEdited, this,
@@ -115,8 +117,7 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     m_bucketName = bound(SettingsKey::s3BucketName, SettingsKey::defaultBucketName);
     m_region = bound(SettingsKey::s3Region, SettingsKey::defaultRegion);
     m_cdnDomain = bound(SettingsKey::cdnDomain, SettingsKey::defaultCdnDomain);
-    m_endpoint = bound(SettingsKey::s3Endpoint, QString());
-    m_endpoint->setPlaceholderText(QStringLiteral("https://storage.example.com"));
+    m_endpoint = bound(SettingsKey::s3Endpoint, QStringLiteral("https://storage.example.com"));
     m_endpoint->setToolTip(
         QStringLiteral("For S3-compatible storage (R2, MinIO, B2, Spaces). Leave empty for AWS."));
     s3->addRow(QStringLiteral("Bucket Name"), m_bucketName);

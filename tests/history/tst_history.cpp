@@ -427,7 +427,8 @@ private Q_SLOTS:
         QCOMPARE(window.estimateText(), QStringLiteral("Estimating\u2026"));
         QTRY_VERIFY(window.estimateText().startsWith(QStringLiteral("About ")));
         window.lossySlider()->setValue(0);
-        QCOMPARE(window.sizeBox()->itemText(1), QStringLiteral("Half size (20 \u00d7 15)"));
+        QCOMPARE(window.sizeBox()->itemText(1),
+                 QStringLiteral("1\u00d7 \u2014 the screen's own pixels (20 \u00d7 15)"));
         window.sizeBox()->setCurrentIndex(1);
         QTRY_VERIFY(window.estimateText().startsWith(QStringLiteral("About ")));
         QTest::keyClick(&window, Qt::Key_Return);

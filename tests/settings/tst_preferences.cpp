@@ -99,11 +99,13 @@ private Q_SLOTS:
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
         QCOMPARE(window->size(), QSize(420, 530));
-        QCOMPARE(window->bucketNameField()->text(), QStringLiteral("vantalo-uploads"));
-        QCOMPARE(window->regionField()->text(), QStringLiteral("us-east-1"));
-        QCOMPARE(window->cdnDomainField()->text(),
+        // Nothing stored: the fields are empty, with what would be used greyed in them.
+        QVERIFY(window->bucketNameField()->text().isEmpty());
+        QCOMPARE(window->bucketNameField()->placeholderText(), QStringLiteral("vantalo-uploads"));
+        QVERIFY(window->regionField()->text().isEmpty());
+        QCOMPARE(window->regionField()->placeholderText(), QStringLiteral("us-east-1"));
+        QCOMPARE(window->cdnDomainField()->placeholderText(),
                  QStringLiteral("vantalo-uploads.s3.us-east-1.amazonaws.com"));
-        QCOMPARE(window->cdnDomainField()->cursorPosition(), 0); // its beginning in view
         QVERIFY(window->accessKeyIdField()->text().isEmpty());
         QVERIFY(window->secretAccessKeyField()->text().isEmpty());
         QCOMPARE(window->secretAccessKeyField()->echoMode(), QLineEdit::Password);
@@ -146,10 +148,10 @@ private Q_SLOTS:
         QCOMPARE(notifications.count(), recorded.size());
 
         // Output: the defaults shown, each choice stored as picked.
-        QCOMPARE(window->outputScaleBox()->currentText(), QStringLiteral("Retina (2×)"));
+        QCOMPARE(window->outputScaleBox()->currentText(), QStringLiteral("2× — sharp on HiDPI screens"));
         QCOMPARE(window->outputFrameRateBox()->currentText(), QStringLiteral("15 fps"));
         QVERIFY(!defaults.stringForKey(SettingsKey::outputScale));
-        window->outputScaleBox()->setCurrentText(QStringLiteral("Actual size (1×)"));
+        window->outputScaleBox()->setCurrentText(QStringLiteral("1× — the screen's own pixels"));
         window->outputFrameRateBox()->setCurrentText(QStringLiteral("5 fps"));
         QCOMPARE(window->fitUnderBox()->currentText(), QStringLiteral("Off"));
         window->fitUnderBox()->setCurrentText(QStringLiteral("Under 5 MB"));
@@ -159,6 +161,8 @@ private Q_SLOTS:
         window->regionField()->selectAll();
         QTest::keyClicks(window->regionField(), QStringLiteral("eu-west-3"));
         QCOMPARE(defaults.stringForKey(SettingsKey::s3Region), QStringLiteral("eu-west-3"));
+        QTest::keyClicks(window->bucketNameField(), QStringLiteral("my-gifs"));
+        QCOMPARE(defaults.stringForKey(SettingsKey::s3BucketName), QStringLiteral("my-gifs"));
         window->bucketNameField()->selectAll();
         QTest::keyClick(window->bucketNameField(), Qt::Key_Backspace);
         QCOMPARE(defaults.stringForKey(SettingsKey::s3BucketName), QString());
@@ -212,7 +216,7 @@ private Q_SLOTS:
         QCOMPARE(again.accessKeyIdField()->text(), QStringLiteral("AKIDEXAMPLE"));
         QCOMPARE(again.bucketNameField()->text(), QString());
         QCOMPARE(again.recorderButton()->text(), QStringLiteral("Shift+Ctrl+R"));
-        QCOMPARE(again.outputScaleBox()->currentText(), QStringLiteral("Actual size (1×)"));
+        QCOMPARE(again.outputScaleBox()->currentText(), QStringLiteral("1× — the screen's own pixels"));
         QCOMPARE(again.outputFrameRateBox()->currentText(), QStringLiteral("5 fps"));
         // A size of the settings file's own is offered as it is; one that cannot be used is off.
         defaults.setInteger(SettingsKey::fitUnderBytes, 2'500'000);

@@ -288,10 +288,10 @@ private Q_SLOTS:
         for (QAction* action : panel->fitMenu()->actions()) {
             choices << (action->isSeparator() ? QStringLiteral("--") : action->text());
         }
-        QCOMPARE(choices, (QStringList{QStringLiteral("Under 10 MB (GitHub, Discord)"),
-                                       QStringLiteral("Under 15 MB (X)"), QStringLiteral("Under 5 MB"),
-                                       QStringLiteral("Under 1 MB"), QStringLiteral("--"),
-                                       QStringLiteral("Trim and more\u2026")}));
+        QCOMPARE(choices, (QStringList{QStringLiteral("Under 15 MB (X)"),
+                                       QStringLiteral("Under 10 MB (GitHub, Discord)"),
+                                       QStringLiteral("Under 5 MB"), QStringLiteral("Under 1 MB"),
+                                       QStringLiteral("--"), QStringLiteral("Trim and more\u2026")}));
         panel->fitMenu()->actions().last()->trigger();
         QCOMPARE(m_trimmed, QStringList{path});
 
