@@ -29,13 +29,13 @@ std::optional<QString> KeychainStore::loadCredential(CredentialKey key)
     return text;
 }
 
-bool KeychainStore::saveCredential(CredentialKey key, const QString& value)
+std::expected<void, Failure> KeychainStore::saveCredential(CredentialKey key, const QString& value)
 {
     // Lone surrogates cannot be encoded without loss; leave the stored item alone then.
     QStringEncoder encoder(QStringEncoder::Utf8, QStringEncoder::Flag::Stateless);
     const QByteArray bytes = encoder.encode(value);
     if (encoder.hasError()) {
-        return false;
+        return std::unexpected(Failure{QStringLiteral("it holds characters that cannot be stored")});
     }
     const QString account = accountName(key);
     m_secrets.deleteSecret(account);

@@ -25,8 +25,9 @@ public:
 
     // The stored text; nothing when the item is missing, unreadable or not valid UTF-8.
     std::optional<QString> loadCredential(CredentialKey key);
-    // Replaces the item (delete, then add; an empty value is stored as an empty item).
-    bool saveCredential(CredentialKey key, const QString& value);
+    // Replaces the item (delete, then add; an empty value is stored as an empty item), or says
+    // why it could not.
+    std::expected<void, Failure> saveCredential(CredentialKey key, const QString& value);
 
 private:
     SecretStore& m_secrets;

@@ -22,6 +22,7 @@ namespace vantalo {
 
 namespace {
 constexpr int kSavedHoldMs = 2000;
+constexpr int kProblemHoldMs = 8000;
 constexpr int kFadeMs = 200;
 
 QLineEdit* field(QWidget* parent)
@@ -153,6 +154,11 @@ void PreferencesWindow::loadCredentials()
     m_secretAccessKey->setText(m_savedCredentials.second);
 }
 
+QString PreferencesWindow::savedNote() const
+{
+    return m_saved->text();
+}
+
 bool PreferencesWindow::hasUnsavedCredentials() const
 {
     return std::pair(m_accessKeyId->text(), m_secretAccessKey->text()) != m_savedCredentials;
@@ -168,13 +174,23 @@ void PreferencesWindow::reject()
 
 void PreferencesWindow::save()
 {
-    // Stored as typed, untrimmed; a failure is not reported (the confirmation shows regardless).
-    m_keychain.saveCredential(CredentialKey::accessKeyId, m_accessKeyId->text());
-    m_keychain.saveCredential(CredentialKey::secretAccessKey, m_secretAccessKey->text());
-    m_savedCredentials = {m_accessKeyId->text(), m_secretAccessKey->text()};
+    // Stored as typed, untrimmed. "Saved" only when both are: otherwise the window says what was
+    // not saved and why, and the credentials still count as unsaved.
+    const auto id = m_keychain.saveCredential(CredentialKey::accessKeyId, m_accessKeyId->text());
+    const auto secret = m_keychain.saveCredential(CredentialKey::secretAccessKey, m_secretAccessKey->text());
+    if (id && secret) {
+        m_savedCredentials = {m_accessKeyId->text(), m_secretAccessKey->text()};
+        m_saved->setText(QStringLiteral("Saved"));
+        m_saved->setForegroundRole(QPalette::PlaceholderText);
+        m_saved->setStyleSheet(QString());
+    } else {
+        m_saved->setText(QStringLiteral("Credentials not saved: ") + (id ? secret : id).error().description);
+        m_saved->setStyleSheet(QStringLiteral("color: #d93025"));
+    }
     setSavedShown(true);
-    // Every Save hides the note two seconds after itself; a later Save does not push it back.
-    QTimer::singleShot(kSavedHoldMs, this, [this] { setSavedShown(false); });
+    // Every Save hides its note a while after itself (a problem stays longer); a later Save does
+    // not push it back.
+    QTimer::singleShot(id && secret ? kSavedHoldMs : kProblemHoldMs, this, [this] { setSavedShown(false); });
 }
 
 void PreferencesWindow::setSavedShown(bool shown)

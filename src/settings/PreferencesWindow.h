@@ -30,6 +30,8 @@ public:
                       QWidget* parent = nullptr);
 
     bool isSavedShown() const { return m_showSaved; }
+    // "Saved", or what was not saved and why.
+    QString savedNote() const;
     HotkeyRecorderButton* recorderButton() const { return m_recorder; }
     QLineEdit* accessKeyIdField() const { return m_accessKeyId; }
     QLineEdit* secretAccessKeyField() const { return m_secretAccessKey; }

@@ -21,7 +21,8 @@ QtKeychainSecretStore::QtKeychainSecretStore(QString service, LinePrinter print,
 }
 
 QtKeychainSecretStore::Outcome
-QtKeychainSecretStore::run(QKeychain::Job* job, const std::function<void(QKeychain::Job*)>& onSuccess)
+QtKeychainSecretStore::run(QKeychain::Job* job, const std::function<void(QKeychain::Job*)>& onSuccess,
+                           QString* failure)
 {
     // The job deletes itself once finished, also when it finishes after we stopped waiting.
     job->setAutoDelete(true);
@@ -41,6 +42,9 @@ QtKeychainSecretStore::run(QKeychain::Job* job, const std::function<void(QKeycha
         default:
             outcome = Outcome::failed;
             qCDebug(lcKeychain) << "keychain job failed:" << finished->error() << finished->errorString();
+            if (failure) {
+                *failure = finished->errorString();
+            }
             reportUnavailable(finished->errorString());
             break;
         }
@@ -119,14 +123,24 @@ void QtKeychainSecretStore::deleteSecret(const QString& account)
     run(job);
 }
 
-bool QtKeychainSecretStore::addSecret(const QString& account, const QByteArray& value)
+std::expected<void, Failure> QtKeychainSecretStore::addSecret(const QString& account, const QByteArray& value)
 {
     auto* job = new QKeychain::WritePasswordJob(m_service);
     job->setKey(account);
     // As text, so the keyring holds the credential as typed (QtKeychain keeps binary data as
     // base64); the credentials are UTF-8 already.
     job->setTextData(QString::fromUtf8(value));
-    return run(job) == Outcome::succeeded;
+    QString refusal;
+    switch (run(job, {}, &refusal)) {
+    case Outcome::succeeded:
+        return {};
+    case Outcome::timedOut:
+        return std::unexpected(Failure{QStringLiteral("the keyring did not answer")});
+    case Outcome::notFound:
+    case Outcome::failed:
+        break;
+    }
+    return std::unexpected(Failure{QStringLiteral("the keyring refused it (%1)").arg(refusal)});
 }
 
 } // namespace vantalo

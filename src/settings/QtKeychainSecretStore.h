@@ -25,7 +25,7 @@ public:
 
     std::optional<QByteArray> readSecret(const QString& account) override;
     void deleteSecret(const QString& account) override;
-    bool addSecret(const QString& account, const QByteArray& value) override;
+    std::expected<void, Failure> addSecret(const QString& account, const QByteArray& value) override;
 
 private:
     enum class Outcome
@@ -35,7 +35,9 @@ private:
         failed,
         timedOut,
     };
-    Outcome run(QKeychain::Job* job, const std::function<void(QKeychain::Job*)>& onSuccess = {});
+    // `failure` gets the keyring's words when it refuses the job.
+    Outcome run(QKeychain::Job* job, const std::function<void(QKeychain::Job*)>& onSuccess = {},
+                QString* failure = nullptr);
     void reportUnavailable(const QString& reason);
     bool heldAsBase64(const QString& account) const;
 

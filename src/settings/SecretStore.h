@@ -1,8 +1,11 @@
 #pragma once
 
+#include "common/Failure.h"
+
 #include <QByteArray>
 #include <QString>
 
+#include <expected>
 #include <optional>
 
 namespace vantalo {
@@ -18,8 +21,8 @@ public:
     virtual std::optional<QByteArray> readSecret(const QString& account) = 0;
     // Removes the item; a missing item is not an error.
     virtual void deleteSecret(const QString& account) = 0;
-    // Adds the item; true on success.
-    virtual bool addSecret(const QString& account, const QByteArray& value) = 0;
+    // Adds the item, or says why it could not ("the keyring did not answer").
+    virtual std::expected<void, Failure> addSecret(const QString& account, const QByteArray& value) = 0;
 };
 
 } // namespace vantalo

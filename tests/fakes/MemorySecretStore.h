@@ -19,13 +19,13 @@ public:
         return it.value();
     }
     void deleteSecret(const QString& account) override { m_items.remove(account); }
-    bool addSecret(const QString& account, const QByteArray& value) override
+    std::expected<void, Failure> addSecret(const QString& account, const QByteArray& value) override
     {
         if (m_failWrites) {
-            return false;
+            return std::unexpected(Failure{QStringLiteral("the keyring did not answer")});
         }
         m_items.insert(account, value);
-        return true;
+        return {};
     }
 
     void setFailWrites(bool fail) { m_failWrites = fail; }

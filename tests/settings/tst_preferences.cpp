@@ -36,7 +36,8 @@ int runProbe()
     QElapsedTimer clock;
     clock.start();
     const auto loaded = keychain.loadCredential(CredentialKey::accessKeyId);
-    const bool saved = keychain.saveCredential(CredentialKey::accessKeyId, QStringLiteral("AKID"));
+    const bool saved =
+        keychain.saveCredential(CredentialKey::accessKeyId, QStringLiteral("AKID")).has_value();
     std::printf("loaded=%s saved=%d ms=%lld lines=%lld\n", loaded ? "yes" : "no", saved ? 1 : 0,
                 static_cast<long long>(clock.elapsed()), static_cast<long long>(printed.size()));
     for (const QString& line : printed) {
@@ -311,10 +312,30 @@ private Q_SLOTS:
         QVERIFY(!keychain.saveCredential(CredentialKey::secretAccessKey, QString(QChar(0xD800))));
         QCOMPARE(keychain.loadCredential(CredentialKey::secretAccessKey), QStringLiteral("kept"));
 
-        // A failed add reports false; the delete before it has happened.
+        // A failed add says why; the delete before it has happened.
         secrets.setFailWrites(true);
-        QVERIFY(!keychain.saveCredential(CredentialKey::secretAccessKey, QStringLiteral("third")));
+        const auto failed = keychain.saveCredential(CredentialKey::secretAccessKey, QStringLiteral("third"));
+        QVERIFY(!failed);
+        QCOMPARE(failed.error().description, QStringLiteral("the keyring did not answer"));
         QVERIFY(!keychain.loadCredential(CredentialKey::secretAccessKey));
+
+        // The window says "Saved" only when both were saved; otherwise what was not and why, and
+        // the credentials stay unsaved: Escape does not close over them.
+        UserDefaults defaults(iniPath());
+        HotkeySettingsNotifier notifier;
+        PreferencesWindow window(defaults, keychain, notifier);
+        window.show();
+        QTest::keyClicks(window.accessKeyIdField(), QStringLiteral("AKID"));
+        QTest::keyClick(window.accessKeyIdField(), Qt::Key_Return);
+        QVERIFY(window.isSavedShown());
+        QCOMPARE(window.savedNote(), QStringLiteral("Credentials not saved: the keyring did not answer"));
+        QTest::keyClick(window.accessKeyIdField(), Qt::Key_Escape);
+        QVERIFY(window.isVisible());
+        secrets.setFailWrites(false);
+        window.save();
+        QCOMPARE(window.savedNote(), QStringLiteral("Saved"));
+        QTest::keyClick(window.accessKeyIdField(), Qt::Key_Escape);
+        QVERIFY(!window.isVisible());
     }
 
     void shortcutLabelsAndMatching()
@@ -386,15 +407,15 @@ private Q_SLOTS:
 
         const QString secret = QStringLiteral("wJalr/K7MDENG+bPxRfi \u00e9");
         QVERIFY(!keychain.loadCredential(CredentialKey::secretAccessKey));
-        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey, QStringLiteral("first")));
-        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey, secret));
+        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey, QStringLiteral("first")).has_value());
+        QVERIFY(keychain.saveCredential(CredentialKey::secretAccessKey, secret).has_value());
         QCOMPARE(keychain.loadCredential(CredentialKey::secretAccessKey), secret);
         QCOMPARE(tool(QStringLiteral("lookup"), "aws-secret-access-key"), secret);
         QCOMPARE(tool(QStringLiteral("search --all"), "aws-secret-access-key").count(QStringLiteral("[/")),
                  1);
         // An empty credential is stored and read back as empty, not as missing.
         QVERIFY(!keychain.loadCredential(CredentialKey::accessKeyId));
-        QVERIFY(keychain.saveCredential(CredentialKey::accessKeyId, QString()));
+        QVERIFY(keychain.saveCredential(CredentialKey::accessKeyId, QString()).has_value());
         QCOMPARE(keychain.loadCredential(CredentialKey::accessKeyId), std::optional(QString()));
 
         const QString key = QStringLiteral("AKIA\u00e9XAMPLE");
