@@ -15,19 +15,10 @@ namespace vantalo {
 // for as long as the encoder is behind.
 QThreadPool& codecThreadPool();
 
-// Encoding is background work: on a busy computer the application being recorded, the user's
-// stop key (on some desktops a `vantalo --toggle` that has to start first) and Vantalo's own
-// event loop and capture come before it. Each codec thread lowers its own priority once, at its
-// first task; called on any other thread it does nothing.
-void yieldToInteractiveWork();
-
 // `work` as a task on the codec threads.
 template<typename Work> auto runOnCodecThreads(Work work)
 {
-    return QtConcurrent::run(&codecThreadPool(), [work = std::move(work)]() mutable {
-        yieldToInteractiveWork();
-        return work();
-    });
+    return QtConcurrent::run(&codecThreadPool(), std::move(work));
 }
 
 } // namespace vantalo

@@ -39,7 +39,6 @@ std::expected<QByteArray, Failure> GifEncoder::encode(const FrameList& frames, d
     const QuantizerSettings settings = m_settings;
     QList<EncodedFrame> encoded =
         QtConcurrent::blockingMapped(&codecThreadPool(), order, [&frames, settings](qsizetype k) {
-            yieldToInteractiveWork();
             return encodeFrame(frames[k], k > 0 ? &frames[k - 1] : nullptr, settings);
         });
     return assembleGif(screenSizeOf(frames), std::move(encoded), gifDelays(frames.size(), delaySeconds));

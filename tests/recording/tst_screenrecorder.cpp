@@ -6,6 +6,7 @@
 #include "platform/Platform.h"
 #include "platform/x11/X11CaptureBackend.h"
 #include "recording/CapturePlan.h"
+#include "recording/CodecThreadPool.h"
 #include "recording/GifEncoder.h"
 #include "recording/ScreenRecorder.h"
 #include "recording/StreamMapping.h"
@@ -218,7 +219,7 @@ private Q_SLOTS:
             QSize size;
         };
         // The encoder's threads are all taken for the first 1.2 s, as on a busy machine.
-        QThreadPool* pool = QThreadPool::globalInstance();
+        QThreadPool* pool = &codecThreadPool();
         const int threads = pool->maxThreadCount();
         pool->setMaxThreadCount(1);
         QSemaphore busy;
