@@ -12,7 +12,7 @@ namespace vantalo {
 
 namespace {
 constexpr double kPadding = geometry::toolbarPadding;
-constexpr double kBarHeight = 40;
+constexpr double kBarHeight = geometry::toolbarBarHeight;
 constexpr double kButtonWidth = 44;
 constexpr double kSeparatorWidth = 1;
 const QColor kRed = QColor::fromRgbF(1.0f, 0.25f, 0.25f);

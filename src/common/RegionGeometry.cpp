@@ -162,17 +162,26 @@ CursorShape cursorAt(const QPointF& p, const QRectF& region)
     return startsMove(p, region) ? CursorShape::openHand : CursorShape::arrow;
 }
 
-QRectF previewLabelBox(const QRectF& region, const QSizeF& text, double viewWidth)
+QRectF previewLabelBox(const QRectF& region, const QSizeF& text, const QSizeF& viewSize)
 {
     const double width = text.width() + 18;
     const double height = text.height() + 8;
     double y = region.y() - height - 8;
-    if (y < 8) {
+    if (y < 8 || toolbarSide(region, toolbarBarHeight, QRectF(QPointF(), viewSize)) == ToolbarSide::below) {
         y = region.y() + 8;
     }
     double x = std::max(region.center().x() - width * 0.5, 8.0);
-    x = std::min(x, viewWidth - width - 8);
+    x = std::min(x, viewSize.width() - width - 8);
     return {x, y, width, height};
+}
+
+ToolbarSide toolbarSide(const QRectF& region, double barHeight, const QRectF& display)
+{
+    const double regionTop = region.y() + region.height(); // y-up
+    if (regionTop + toolbarGap + barHeight <= display.y() + display.height()) {
+        return ToolbarSide::above;
+    }
+    return region.y() - toolbarGap - barHeight >= display.y() ? ToolbarSide::below : ToolbarSide::inside;
 }
 
 QRectF toolbarFrame(const QRectF& region, const QSizeF& panelSize, const QRectF& display)
@@ -180,12 +189,17 @@ QRectF toolbarFrame(const QRectF& region, const QSizeF& panelSize, const QRectF&
     const QSizeF bar = panelSize - QSizeF(2 * toolbarPadding, 2 * toolbarPadding);
     const double regionTop = region.y() + region.height(); // y-up
     const double displayTop = display.y() + display.height();
-    double barBottom = regionTop + toolbarGap;
-    if (barBottom + bar.height() > displayTop) {
+    double barBottom = 0;
+    switch (toolbarSide(region, bar.height(), display)) {
+    case ToolbarSide::above:
+        barBottom = regionTop + toolbarGap;
+        break;
+    case ToolbarSide::below:
         barBottom = region.y() - toolbarGap - bar.height();
-        if (barBottom < display.y()) {
-            barBottom = std::min(regionTop, displayTop) - toolbarGap - bar.height();
-        }
+        break;
+    case ToolbarSide::inside:
+        barBottom = std::min(regionTop, displayTop) - toolbarGap - bar.height();
+        break;
     }
     const double rightmost = display.x() + display.width() - bar.width();
     const double barLeft = std::max(display.x(), std::min(region.center().x() - bar.width() / 2, rightmost));

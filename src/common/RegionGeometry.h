@@ -71,8 +71,9 @@ CursorShape handleCursor(Handle handle);
 CursorShape cursorAt(const QPointF& p, const QRectF& region);
 
 // The preview's size pill: 8 points below the region, or inside its bottom edge when that would
-// leave the display; kept 8 points inside the view's left and right edges.
-QRectF previewLabelBox(const QRectF& region, const QSizeF& textSize, double viewWidth);
+// leave the display or the toolbar stands there; kept 8 points inside the view's left and right
+// edges. `viewSize` is the display's, the region in its y-up coordinates.
+QRectF previewLabelBox(const QRectF& region, const QSizeF& textSize, const QSizeF& viewSize);
 
 // The toolbar panel, whole on the region's display: centred on the region with its bar (20 points
 // inside the panel) 14 points above the region's top edge; where that would leave the display,
@@ -81,6 +82,15 @@ QRectF previewLabelBox(const QRectF& region, const QSizeF& textSize, double view
 QRectF toolbarFrame(const QRectF& region, const QSizeF& panelSize, const QRectF& display);
 inline constexpr double toolbarPadding = 20;
 inline constexpr double toolbarGap = 14;
+inline constexpr double toolbarBarHeight = 40;
+enum class ToolbarSide
+{
+    above,
+    below,
+    inside,
+};
+// Where a capsule `barHeight` points high goes for the region, by the rule above.
+ToolbarSide toolbarSide(const QRectF& region, double barHeight, const QRectF& display);
 // The capsule inside a panel of that frame.
 QRectF toolbarBar(const QRectF& panelFrame);
 

@@ -93,8 +93,9 @@ void RegionPreviewView::paintEvent(QPaintEvent*)
         p.drawEllipse(centre, geometry::handleRadius, geometry::handleRadius);
     }
 
-    paintSizePill(p, m_region, 11, 0.65,
-                  [&](const QSizeF& text) { return geometry::previewLabelBox(m_region, text, width()); });
+    paintSizePill(p, m_region, 11, 0.65, [&](const QSizeF& text) {
+        return geometry::previewLabelBox(m_region, text, QSizeF(size()));
+    });
 }
 
 void RegionPreviewOverlay::show(const DisplayInfo& display, const QRectF& region)

@@ -390,10 +390,13 @@ private Q_SLOTS:
         // The size label goes below the region, or inside it when that would leave the display,
         // and keeps 8 points inside the view's sides.
         const QSizeF text(60, 13);
-        QCOMPARE(previewLabelBox(QRectF(100, 200, 200, 100), text, 1920), QRectF(161, 171, 78, 21));
-        QCOMPARE(previewLabelBox(QRectF(100, 20, 200, 100), text, 1920).y(), 28.0);
-        QCOMPARE(previewLabelBox(QRectF(0, 300, 40, 40), text, 1920).x(), 8.0);
-        QCOMPARE(previewLabelBox(QRectF(1900, 300, 20, 40), text, 1920).x(), 1920.0 - 78 - 8);
+        const QSizeF view(1920, 1080);
+        QCOMPARE(previewLabelBox(QRectF(100, 200, 200, 100), text, view), QRectF(161, 171, 78, 21));
+        QCOMPARE(previewLabelBox(QRectF(100, 20, 200, 100), text, view).y(), 28.0);
+        QCOMPARE(previewLabelBox(QRectF(0, 300, 40, 40), text, view).x(), 8.0);
+        QCOMPARE(previewLabelBox(QRectF(1900, 300, 20, 40), text, view).x(), 1920.0 - 78 - 8);
+        // Where the toolbar had to go below the region (a region at the top), the pill goes inside.
+        QCOMPARE(previewLabelBox(QRectF(100, 683, 400, 397), text, view).y(), 691.0);
     }
 
     // The toolbar is always whole on the region's display, so Start can always be pressed: above
