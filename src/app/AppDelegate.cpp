@@ -89,12 +89,6 @@ void AppDelegate::setupApplication()
     m_trimPresenter->onSaved = [self](const QString& path) {
         if (self) {
             self->keepAndShow(path);
-            self->m_historyPanelController->reload();
-        }
-    };
-    m_previewPanelController->onHistoryChanged = [self] {
-        if (self) {
-            self->m_historyPanelController->reload();
         }
     };
     qCDebug(lcApp) << "launched";

@@ -13,9 +13,8 @@ class HistoryWindowPresenter
 {
 public:
     virtual ~HistoryWindowPresenter() = default;
+    // The window follows the history by itself: every change of the list shows at once.
     virtual void show() = 0;
-    // Reads the list again, if the window is open.
-    virtual void reload() = 0;
     std::function<void(const GifHistoryItem& item)> onSelectItem;
     std::function<void(const GifHistoryItem& item, qint64 budget)> onFitItem;
     std::function<void(const GifHistoryItem& item)> onTrimItem;

@@ -24,8 +24,6 @@ public:
     virtual void copyShown() = 0;
     // A word on the GIF shown, on the panel for a few seconds.
     virtual void tell(const QString& notice) = 0;
-    // Told when the panel has added to the history or taken from it.
-    std::function<void()> onHistoryChanged;
     // "Trim and more…" for the GIF shown.
     std::function<void(const QString& gifPath, const std::optional<QUuid>& historyItemId)> onTrim;
 };

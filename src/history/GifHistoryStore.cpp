@@ -125,6 +125,7 @@ void GifHistoryStore::save(const QList<GifHistoryItem>& items)
     }
     if (file.commit()) {
         QFile::setPermissions(metadataPath(), kUserOnlyFile);
+        Q_EMIT changed();
     }
 }
 

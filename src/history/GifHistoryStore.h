@@ -4,6 +4,7 @@
 #include "common/Console.h"
 
 #include <QDir>
+#include <QObject>
 #include <QString>
 
 namespace vantalo {
@@ -14,8 +15,9 @@ namespace vantalo {
 // is never overwritten: before the first change it is moved aside, and one line says where. An
 // entry that cannot be used (a file name outside the GIF directory, a size beyond 64 bits) is left
 // out and the others are kept; the first change then keeps a copy of the file as it was.
-class GifHistoryStore final : public HistoryStore
+class GifHistoryStore final : public QObject, public HistoryStore
 {
+    Q_OBJECT
 public:
     static inline const QString gifDirectoryName = QStringLiteral("gifs");
     static inline const QString metadataFilename = QStringLiteral("history.json");
@@ -39,6 +41,11 @@ public:
     // beside the file, and lists the finished GIFs an interrupted add left unlisted (in the GIF
     // directory, or still in `temporaryDirectory`), each in its place by time.
     void recover(const QString& temporaryDirectory);
+
+Q_SIGNALS:
+    // The list was written anew (an entry added, deleted or given its link), by anyone: what
+    // shows the history reads it again.
+    void changed();
 
 private:
     enum class FileState

@@ -21,13 +21,6 @@ HistoryPanelController::~HistoryPanelController()
     delete m_window.data();
 }
 
-void HistoryPanelController::reload()
-{
-    if (m_viewModel) {
-        m_viewModel->reload();
-    }
-}
-
 void HistoryPanelController::show()
 {
     if (m_window && m_window->isVisible()) {

@@ -22,7 +22,6 @@ public:
     ~HistoryPanelController() override;
 
     void show() override;
-    void reload() override;
     QWidget* window() const { return m_window; }
     HistoryViewModel* viewModel() const { return m_viewModel; }
 

@@ -4,7 +4,11 @@
 
 namespace vantalo {
 
-HistoryViewModel::HistoryViewModel(GifHistoryStore& store) : m_items(store.loadItems()), m_store(store) {}
+HistoryViewModel::HistoryViewModel(GifHistoryStore& store) : m_items(store.loadItems()), m_store(store)
+{
+    // Whoever changed the list (a new recording, a fit, a delete in the panel), it shows at once.
+    connect(&store, &GifHistoryStore::changed, this, &HistoryViewModel::reload);
+}
 
 void HistoryViewModel::select(const GifHistoryItem& item)
 {

@@ -261,9 +261,6 @@ void PreviewPanelController::deleteGIF(const QString& gifPath)
         QFile::remove(gifPath);
     }
     dismiss();
-    if (deleted && onHistoryChanged) {
-        onHistoryChanged();
-    }
 }
 
 void PreviewPanelController::openInDefaultApp(const QString& gifPath)
@@ -343,9 +340,6 @@ void PreviewPanelController::finishFit(const GifJobOutcome& outcome, const std::
         }
     }
     show(m_services.historyStore.filePath(*item), item->id);
-    if (onHistoryChanged) {
-        onHistoryChanged();
-    }
 }
 
 void PreviewPanelController::showNotice(const QString& notice)

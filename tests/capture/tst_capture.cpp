@@ -78,7 +78,6 @@ class FakeHistoryWindow final : public HistoryWindowPresenter
 {
 public:
     void show() override {}
-    void reload() override {}
 };
 
 class FakeTrim final : public TrimPresenter
