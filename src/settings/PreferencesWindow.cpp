@@ -9,6 +9,7 @@
 #include "common/Formatting.h"
 #include "recording/GifRecoder.h"
 
+#include <QCloseEvent>
 #include <QComboBox>
 #include <QFormLayout>
 #include <QGraphicsOpacityEffect>
@@ -166,10 +167,50 @@ bool PreferencesWindow::hasUnsavedCredentials() const
 
 void PreferencesWindow::reject()
 {
-    // Escape closes the window, but never over credentials typed and not yet saved.
-    if (!hasUnsavedCredentials()) {
-        QDialog::reject();
+    // Escape closes the window, but never silently over credentials typed and not yet saved.
+    if (hasUnsavedCredentials()) {
+        askBeforeClosing();
+        return;
     }
+    QDialog::reject();
+}
+
+void PreferencesWindow::closeEvent(QCloseEvent* event)
+{
+    if (hasUnsavedCredentials()) {
+        event->ignore();
+        askBeforeClosing();
+        return;
+    }
+    QDialog::closeEvent(event);
+}
+
+void PreferencesWindow::askBeforeClosing()
+{
+    if (m_closeQuestion) {
+        m_closeQuestion->raise();
+        return;
+    }
+    auto* question = new QMessageBox(QMessageBox::Question, QStringLiteral("Unsaved Credentials"),
+                                     QStringLiteral("Save the access key and secret you typed?"),
+                                     QMessageBox::Save | QMessageBox::Discard | QMessageBox::Cancel, this);
+    question->setAttribute(Qt::WA_DeleteOnClose);
+    question->setDefaultButton(QMessageBox::Save);
+    connect(question, &QMessageBox::finished, this, [this, question] {
+        const QMessageBox::StandardButton answer = question->standardButton(question->clickedButton());
+        if (answer == QMessageBox::Save) {
+            save();
+        } else if (answer == QMessageBox::Discard) {
+            m_accessKeyId->setText(m_savedCredentials.first);
+            m_secretAccessKey->setText(m_savedCredentials.second);
+        }
+        // Saved or discarded, nothing is left unsaved: the window closes (a failed save stays).
+        if (answer != QMessageBox::Cancel && !hasUnsavedCredentials()) {
+            QDialog::reject();
+        }
+    });
+    m_closeQuestion = question;
+    question->open();
 }
 
 void PreferencesWindow::save()

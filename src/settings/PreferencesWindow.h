@@ -6,6 +6,8 @@
 #include <QDialog>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 
 #include <memory>
@@ -29,6 +31,8 @@ public:
     PreferencesWindow(UserDefaults& defaults, KeychainStore& keychain, HotkeySettingsNotifier& hotkeySettings,
                       QWidget* parent = nullptr);
 
+    // The question asked on closing over unsaved credentials (Save, Discard, Cancel), while shown.
+    QMessageBox* closeQuestion() const { return m_closeQuestion; }
     bool isSavedShown() const { return m_showSaved; }
     // "Saved", or what was not saved and why.
     QString savedNote() const;
@@ -49,6 +53,7 @@ public:
 
 protected:
     void reject() override;
+    void closeEvent(QCloseEvent* event) override;
 
 private:
     void loadCredentials();
@@ -72,6 +77,9 @@ private:
     QComboBox* m_outputFrameRate;
     QComboBox* m_fitUnder;
     QLabel* m_saved;
+    QPointer<QMessageBox> m_closeQuestion;
+    // Asks what to do with the credentials typed and not saved; closes unless the answer is Cancel.
+    void askBeforeClosing();
     QPushButton* m_save;
     bool m_showSaved = false;
     std::pair<QString, QString> m_savedCredentials; // as last read from or saved to the keyring

@@ -185,11 +185,20 @@ private Q_SLOTS:
                  QStringLiteral("http://127.0.0.1:4569"));
         qunsetenv(CloudUploader::endpointVariable);
 
-        // Credentials reach the keyring only through Save; Return in a field is Save. Escape and
-        // showing the window again keep what is typed and not saved.
+        // Credentials reach the keyring only through Save; Return in a field is Save. Escape or the
+        // title bar's close over what is typed and not saved asks: Cancel keeps the window and
+        // the text, Discard puts back what was saved and closes.
         QTest::keyClicks(window->accessKeyIdField(), QStringLiteral("AKIDEXAMPLE"));
         QTest::keyClicks(window->secretAccessKeyField(), QStringLiteral(" secret with spaces "));
         QTest::keyClick(window->secretAccessKeyField(), Qt::Key_Escape);
+        QTRY_VERIFY(window->closeQuestion() && window->closeQuestion()->isVisible());
+        window->closeQuestion()->button(QMessageBox::Cancel)->click();
+        QTRY_VERIFY(!window->closeQuestion());
+        QVERIFY(window->isVisible());
+        QVERIFY(!window->close());
+        QTRY_VERIFY(window->closeQuestion() && window->closeQuestion()->isVisible());
+        window->closeQuestion()->button(QMessageBox::Cancel)->click();
+        QTRY_VERIFY(!window->closeQuestion());
         QVERIFY(window->isVisible());
         window->hide();
         window->show();
@@ -320,7 +329,7 @@ private Q_SLOTS:
         QVERIFY(!keychain.loadCredential(CredentialKey::secretAccessKey));
 
         // The window says "Saved" only when both were saved; otherwise what was not and why, and
-        // the credentials stay unsaved: Escape does not close over them.
+        // the credentials stay unsaved: Escape asks, and Discard puts back what was saved.
         UserDefaults defaults(iniPath());
         HotkeySettingsNotifier notifier;
         PreferencesWindow window(defaults, keychain, notifier);
@@ -330,8 +339,13 @@ private Q_SLOTS:
         QVERIFY(window.isSavedShown());
         QCOMPARE(window.savedNote(), QStringLiteral("Credentials not saved: the keyring did not answer"));
         QTest::keyClick(window.accessKeyIdField(), Qt::Key_Escape);
-        QVERIFY(window.isVisible());
+        QTRY_VERIFY(window.closeQuestion() && window.closeQuestion()->isVisible());
+        window.closeQuestion()->button(QMessageBox::Discard)->click();
+        QTRY_VERIFY(!window.isVisible());
+        QVERIFY(window.accessKeyIdField()->text().isEmpty());
         secrets.setFailWrites(false);
+        window.show();
+        QTest::keyClicks(window.accessKeyIdField(), QStringLiteral("AKID"));
         window.save();
         QCOMPARE(window.savedNote(), QStringLiteral("Saved"));
         QTest::keyClick(window.accessKeyIdField(), Qt::Key_Escape);
