@@ -8,7 +8,7 @@ packages=(
   libgl-dev libxkbcommon-dev
   libxcb1-dev libxcb-shm0-dev libxcb-xfixes0-dev libxcb-keysyms1-dev libxcb-randr0-dev libxcb-shape0-dev
   libimagequant-dev libgif-dev libpipewire-0.3-dev
-  xvfb xauth x11-utils x11-xserver-utils trayer xdotool xclip xcompmgr imagemagick gifsicle
+  xvfb xauth x11-utils x11-xserver-utils trayer xdotool xclip xcompmgr openbox imagemagick gifsicle
   dbus dbus-x11 gnome-keyring libsecret-1-0 libsecret-tools python3 python3-gi gir1.2-gtk-3.0 python3-dbus python3-botocore python3-pil
   fonts-dejavu-core dpkg-dev desktop-file-utils appstream
   xdg-desktop-portal pipewire pipewire-bin wireplumber gstreamer1.0-pipewire gstreamer1.0-plugins-base

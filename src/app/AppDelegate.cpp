@@ -177,6 +177,8 @@ void AppDelegate::rebuildMenu()
         m_menu.addAction(QStringLiteral("Record GIF"), this, &AppDelegate::startRecording);
         QAction* shortcutLine = m_menu.addAction(currentShortcutLabel());
         shortcutLine->setEnabled(false);
+        m_menu.addAction(QStringLiteral("Record Last Region"), this, &AppDelegate::recordLastRegion)
+            ->setEnabled(m_captureCoordinator->hasLastRegion());
     }
     m_menu.addSeparator();
     // No key beside these: a tray menu has no keyboard focus to take them from, and they would
@@ -203,9 +205,18 @@ void AppDelegate::stopRecording()
     }
 }
 
-void AppDelegate::toggleCapture()
+void AppDelegate::toggleCapture(bool lastRegion)
 {
-    m_captureCoordinator->handleHotkeyPress();
+    if (lastRegion && m_captureCoordinator->state() == CaptureState::idle) {
+        m_captureCoordinator->recordLastRegion();
+    } else {
+        m_captureCoordinator->handleHotkeyPress();
+    }
+}
+
+void AppDelegate::recordLastRegion()
+{
+    m_captureCoordinator->recordLastRegion();
 }
 
 void AppDelegate::showHistory()

@@ -54,13 +54,15 @@ public:
 
     // Menu actions.
     void startRecording();
+    void recordLastRegion();
     void stopRecording();
     void showHistory();
     void openPreferences();
     void showAbout();
 
-    // `vantalo --toggle` acts exactly as a press of the shortcut.
-    void toggleCapture();
+    // `vantalo --toggle` acts exactly as a press of the shortcut; with `--last-region`, a capture
+    // it starts goes straight to the last recorded region.
+    void toggleCapture(bool lastRegion = false);
 
     void handleGifCreated(const QString& gifPath, RecordingEnd end);
     // Adds a finished GIF to the history and shows it in the panel.

@@ -17,6 +17,8 @@ class SingleInstance : public QObject
     Q_OBJECT
 public:
     static inline const QByteArray toggleMessage = QByteArrayLiteral("toggle");
+    // `vantalo --toggle --last-region`
+    static inline const QByteArray toggleLastRegionMessage = QByteArrayLiteral("toggle-last-region");
     static inline const QByteArray activateMessage = QByteArrayLiteral("activate");
 
     explicit SingleInstance(QString socketPath, QObject* parent = nullptr);

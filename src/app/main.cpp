@@ -44,6 +44,7 @@ namespace {
 struct Request
 {
     bool toggle = false;
+    bool lastRegion = false;     // with toggle: straight to the last recorded region
     std::optional<int> exitCode; // set when the command line is done without the tray
 };
 
@@ -65,6 +66,9 @@ Request parseCommandLine(int& argc, char** argv)
     const QCommandLineOption toggle(QStringLiteral("toggle"),
                                     QStringLiteral("Act as a press of the recording shortcut (starts Vantalo "
                                                    "first if it is not running)."));
+    const QCommandLineOption lastRegion(QStringLiteral("last-region"),
+                                        QStringLiteral("With --toggle: start with the last recorded region "
+                                                       "(the selection where there is none)."));
     const QCommandLineOption fit(QStringLiteral("fit"),
                                  QStringLiteral("Write the GIF at the best quality that is at most <size> "
                                                 "(10MB, 2.5MB, 800KB; a MB is 1,000,000 bytes)."),
@@ -81,22 +85,27 @@ Request parseCommandLine(int& argc, char** argv)
                                    QStringLiteral("level"));
     const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
                                     QStringLiteral("Where to write the GIF."), QStringLiteral("file"));
-    parser.addOptions({toggle, fit, scale, fps, lossy, output});
+    parser.addOptions({toggle, lastRegion, fit, scale, fps, lossy, output});
     parser.addPositionalArgument(QStringLiteral("GIF"), QStringLiteral("A GIF to write smaller (with -o)."));
     if (!parser.parse(core.arguments())) {
         std::fprintf(stderr, "vantalo: %s (see vantalo --help)\n", qPrintable(parser.errorText()));
-        return Request{false, 2};
+        return Request{false, false, 2};
     }
     parser.process(core); // --help, --help-all and --version print and exit
     const bool tool = !parser.positionalArguments().isEmpty() ||
                       std::ranges::any_of(QList{fit, scale, fps, lossy, output},
                                           [&parser](const QCommandLineOption& o) { return parser.isSet(o); });
     if (tool) {
-        return Request{false, runGifTool(GifToolRequest{parser.value(fit), parser.value(scale),
-                                                        parser.value(fps), parser.value(lossy),
-                                                        parser.positionalArguments(), parser.value(output)})};
+        return Request{false, false,
+                       runGifTool(GifToolRequest{parser.value(fit), parser.value(scale), parser.value(fps),
+                                                 parser.value(lossy), parser.positionalArguments(),
+                                                 parser.value(output)})};
     }
-    return Request{parser.isSet(toggle), std::nullopt};
+    if (parser.isSet(lastRegion) && !parser.isSet(toggle)) {
+        std::fprintf(stderr, "vantalo: --last-region goes with --toggle (see vantalo --help)\n");
+        return Request{false, false, 2};
+    }
+    return Request{parser.isSet(toggle), parser.isSet(lastRegion), std::nullopt};
 }
 
 } // namespace
@@ -108,8 +117,9 @@ int main(int argc, char** argv)
         return *request.exitCode;
     }
     const QString socketPath = SingleInstance::defaultSocketPath();
-    const QByteArray handedOver =
-        request.toggle ? SingleInstance::toggleMessage : SingleInstance::activateMessage;
+    const QByteArray handedOver = !request.toggle      ? SingleInstance::activateMessage
+                                  : request.lastRegion ? SingleInstance::toggleLastRegionMessage
+                                                       : SingleInstance::toggleMessage;
     // The exit code when a running Vantalo took the request, or is there but busy.
     const auto handOver = [&]() -> std::optional<int> {
         switch (SingleInstance::sendToRunningInstance(socketPath, handedOver)) {
@@ -237,15 +247,16 @@ int main(int argc, char** argv)
 
     QObject::connect(&instance, &SingleInstance::messageReceived, &delegate,
                      [&delegate](const QByteArray& message) {
-                         if (message == SingleInstance::toggleMessage) {
-                             delegate.toggleCapture();
+                         if (message == SingleInstance::toggleMessage ||
+                             message == SingleInstance::toggleLastRegionMessage) {
+                             delegate.toggleCapture(message == SingleInstance::toggleLastRegionMessage);
                          }
                      });
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, &AppDelegate::applicationWillTerminate);
     QTimer::singleShot(0, &delegate, [&delegate, request] {
         delegate.setupApplication();
         if (request.toggle) {
-            delegate.toggleCapture();
+            delegate.toggleCapture(request.lastRegion);
         }
     });
     return QApplication::exec();

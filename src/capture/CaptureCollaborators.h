@@ -1,5 +1,6 @@
 #pragma once
 
+#include "LastRegion.h"
 #include "common/Geometry.h"
 
 #include <QPointF>
@@ -17,13 +18,15 @@ class RecordingToolbarState;
 // y-up global space of common/Geometry.h. Callbacks are set by the coordinator and called on the
 // GUI thread.
 
-// Covers every display and lets the user drag a rectangle.
+// Covers every display and lets the user drag a rectangle, or take the last region again.
 class RegionSelector
 {
 public:
     virtual ~RegionSelector() = default;
-    virtual void show() = 0;
+    virtual void show(const std::optional<LastRegion>& last) = 0;
     virtual void dismiss() = 0;
+    // The displays as they are now.
+    virtual QList<DisplayInfo> displays() const = 0;
 
     std::function<void(const QRectF& region, const DisplayInfo& display)> onRegionSelected;
     std::function<void()> onCancelled;

@@ -135,7 +135,29 @@ void CaptureCoordinator::beginRegionSelection()
             self->cancelCapture();
         }
     };
-    m_c.regionSelector->show();
+    m_c.regionSelector->show(recallLastRegion(m_defaults, m_c.regionSelector->displays()));
+}
+
+bool CaptureCoordinator::hasLastRegion()
+{
+    return recallLastRegion(m_defaults, m_c.regionSelector->displays()).has_value();
+}
+
+void CaptureCoordinator::recordLastRegion()
+{
+    if (m_state != CaptureState::idle) {
+        return;
+    }
+    const std::optional<LastRegion> last = recallLastRegion(m_defaults, m_c.regionSelector->displays());
+    if (!last) {
+        beginRegionSelection();
+        return;
+    }
+    setState(CaptureState::selectingRegion);
+    if (onSelectionStarted) {
+        onSelectionStarted();
+    }
+    handleRegionSelected(last->region, last->display);
 }
 
 void CaptureCoordinator::handleRegionSelected(const QRectF& region, const DisplayInfo& display)
@@ -217,35 +239,36 @@ void CaptureCoordinator::startRecording()
     m_c.screenRecorder->frameSink = [session = m_session](const Frame& frame) { session->addFrame(frame); };
     m_c.screenRecorder->frameSinkIsBehind = [session = m_session] { return session->isBehind(); };
     QPointer self(this);
-    m_c.screenRecorder->startRecording(captureRect, m_selectedScreen->name, m_frameRate, maxDurationSeconds,
-                                       [self](std::expected<void, Failure> started) {
-                                           if (!self) {
-                                               return;
-                                           }
-                                           self->m_starting = false;
-                                           if (self->m_state != CaptureState::readyToRecord) {
-                                               // Cancelled while the recorder was starting: its
-                                               // frames belong to nothing the user still wants.
-                                               if (started) {
-                                                   self->m_c.screenRecorder->stopRecording([](auto) {});
-                                               }
-                                               self->discardSession();
-                                               return;
-                                           }
-                                           if (!started) {
-                                               self->discardSession();
-                                               self->reportFailure(
-                                                   QStringLiteral("Failed to start recording: ") +
-                                                   started.error().description);
-                                               self->cancelCapture();
-                                               return;
-                                           }
-                                           self->setState(CaptureState::recording);
-                                           self->m_readyPayload.reset();
-                                           self->reportRecording(true);
-                                           self->m_c.toolbarController->toolbarState().startTimer();
-                                           self->m_c.recordingBorder->show(self->m_selectedRegion);
-                                       });
+    m_c.screenRecorder->startRecording(
+        captureRect, m_selectedScreen->name, m_frameRate, maxDurationSeconds,
+        [self](std::expected<void, Failure> started) {
+            if (!self) {
+                return;
+            }
+            self->m_starting = false;
+            if (self->m_state != CaptureState::readyToRecord) {
+                // Cancelled while the recorder was starting: its
+                // frames belong to nothing the user still wants.
+                if (started) {
+                    self->m_c.screenRecorder->stopRecording([](auto) {});
+                }
+                self->discardSession();
+                return;
+            }
+            if (!started) {
+                self->discardSession();
+                self->reportFailure(QStringLiteral("Failed to start recording: ") +
+                                    started.error().description);
+                self->cancelCapture();
+                return;
+            }
+            self->setState(CaptureState::recording);
+            self->m_readyPayload.reset();
+            storeLastRegion(self->m_defaults, {self->m_selectedRegion, *self->m_selectedScreen});
+            self->reportRecording(true);
+            self->m_c.toolbarController->toolbarState().startTimer();
+            self->m_c.recordingBorder->show(self->m_selectedRegion);
+        });
 }
 
 void CaptureCoordinator::stopAtTheLimit()

@@ -78,6 +78,10 @@ public:
     // What a press of the shortcut does in the current state.
     void handleHotkeyPress();
     void beginRegionSelection();
+    // Straight to the last recorded region with its toolbar, as if it had just been chosen; the
+    // selection overlay where there is none (or its display is gone).
+    void recordLastRegion();
+    bool hasLastRegion();
     void stopRecording();
     void dismissOverlays();
 

@@ -1,9 +1,9 @@
 #include "RegionGeometry.h"
 
 #include <QLineF>
+#include <QRegularExpression>
 
 #include <algorithm>
-
 #include <cmath>
 
 namespace vantalo::geometry {
@@ -96,6 +96,32 @@ bool startsMove(const QPointF& p, const QRectF& region)
 QRectF movedRegion(const QRectF& base, const QPointF& delta)
 {
     return base.translated(delta);
+}
+
+std::optional<QSizeF> parseSize(const QString& text)
+{
+    static const QRegularExpression pattern(
+        QStringLiteral(R"(^\s*(\d{1,5})\s*(?:[x\x{00D7}*,]|\s)\s*(\d{1,5})\s*$)"),
+        QRegularExpression::CaseInsensitiveOption);
+    const QRegularExpressionMatch match = pattern.match(text);
+    if (!match.hasMatch()) {
+        return std::nullopt;
+    }
+    const QSizeF size(match.captured(1).toInt(), match.captured(2).toInt());
+    if (size.width() < minimumSide || size.height() < minimumSide) {
+        return std::nullopt;
+    }
+    return size;
+}
+
+QRectF resizedTo(const QRectF& region, const QSizeF& size, const QSizeF& viewSize)
+{
+    const QSizeF fitted = size.boundedTo(viewSize);
+    QRectF r(region.left(), region.top() + region.height() - fitted.height(), fitted.width(),
+             fitted.height());
+    r.moveLeft(std::clamp(r.left(), 0.0, viewSize.width() - r.width()));
+    r.moveTop(std::clamp(r.top(), 0.0, viewSize.height() - r.height()));
+    return r;
 }
 
 QRectF resizedRegion(Handle handle, const QRectF& base, const QPointF& delta)

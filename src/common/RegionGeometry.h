@@ -57,6 +57,15 @@ QRectF movedRegion(const QRectF& base, const QPointF& delta);
 // handle does not hold giving way (for a top or bottom handle, the right edge).
 QRectF resizedRegion(Handle handle, const QRectF& base, const QPointF& delta);
 
+// A typed size: "1280 × 720", "1280x720", "1280 720" (whole points, each side at least 20).
+std::optional<QSizeF> parseSize(const QString& text);
+// The region at `size` with its top-left corner kept, moved back onto the view where it would
+// leave it; no larger than the view.
+QRectF resizedTo(const QRectF& region, const QSizeF& size, const QSizeF& viewSize);
+// The sizes offered beside a typed one.
+inline constexpr std::array<QSizeF, 4> sizePresets{QSizeF(640, 360), QSizeF(800, 600), QSizeF(1280, 720),
+                                                   QSizeF(1920, 1080)};
+
 enum class CursorShape
 {
     crosshair,

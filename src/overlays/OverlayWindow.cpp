@@ -70,15 +70,16 @@ void OverlayWindow::paintDimmed(QPainter& painter, const QRectF& holeInView) con
     painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
 }
 
-void OverlayWindow::paintSizePill(QPainter& painter, const QRectF& region, int pixelSize,
-                                  double backgroundAlpha,
-                                  const std::function<QRectF(const QSizeF&)>& placeBox) const
+QRectF OverlayWindow::paintSizePill(QPainter& painter, const QRectF& region, int pixelSize,
+                                    double backgroundAlpha,
+                                    const std::function<QRectF(const QSizeF&)>& placeBox,
+                                    const QString& label) const
 {
     QFont font = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     font.setPixelSize(pixelSize);
     font.setWeight(QFont::Medium);
     painter.setFont(font);
-    const QString text = geometry::sizeLabel(region);
+    const QString text = label.isEmpty() ? geometry::sizeLabel(region) : label;
     const QRectF box = toWidget(placeBox(QFontMetricsF(font).size(Qt::TextSingleLine, text)));
     painter.setRenderHint(QPainter::Antialiasing);
     painter.setPen(Qt::NoPen);
@@ -86,6 +87,7 @@ void OverlayWindow::paintSizePill(QPainter& painter, const QRectF& region, int p
     painter.drawRoundedRect(box, box.height() / 2, box.height() / 2);
     painter.setPen(Qt::white);
     painter.drawText(box, Qt::AlignCenter, text);
+    return box;
 }
 
 void OverlayWindow::paintMessage(QPainter& painter, const QString& text) const

@@ -39,10 +39,12 @@ public:
 protected:
     // Dims everything, then opens the hole (nothing when the rectangle is empty).
     void paintDimmed(QPainter& painter, const QRectF& holeInView) const;
-    // The region's size ("640 × 480") in white on a dark capsule; `placeBox` turns the text's size
-    // into the capsule's rectangle in view coordinates.
-    void paintSizePill(QPainter& painter, const QRectF& region, int pixelSize, double backgroundAlpha,
-                       const std::function<QRectF(const QSizeF& textSize)>& placeBox) const;
+    // The region's size ("640 × 480"), or `text`, in white on a dark capsule; `placeBox` turns the
+    // text's size into the capsule's rectangle in view coordinates. Returns the capsule (widget
+    // coordinates).
+    QRectF paintSizePill(QPainter& painter, const QRectF& region, int pixelSize, double backgroundAlpha,
+                         const std::function<QRectF(const QSizeF& textSize)>& placeBox,
+                         const QString& text = {}) const;
     // A line of text on a dark capsule, centred 24 points below the display's top edge.
     void paintMessage(QPainter& painter, const QString& text) const;
     void keyPressEvent(QKeyEvent* event) override;

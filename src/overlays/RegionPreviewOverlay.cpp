@@ -2,8 +2,11 @@
 
 #include <QFontDatabase>
 #include <QGuiApplication>
+#include <QKeyEvent>
+#include <QLineEdit>
 #include <QMouseEvent>
 #include <QPainter>
+#include <QStandardItemModel>
 
 namespace vantalo {
 
@@ -35,6 +38,11 @@ RegionPreviewView::RegionPreviewView(QScreen* screen, bool compositing, const QR
 
 void RegionPreviewView::mousePressEvent(QMouseEvent* event)
 {
+    if (m_labelBox.contains(event->position())) {
+        editSize();
+        return;
+    }
+    closeSizeEditor();
     const QPointF p = pointerInView(event->position());
     if (const auto handle = geometry::hitHandle(p, m_region)) {
         m_activeHandle = handle;
@@ -57,12 +65,111 @@ void RegionPreviewView::mouseMoveEvent(QMouseEvent* event)
         return;
     }
     const QPointF delta = p - m_dragStart;
-    m_region = m_isMoving ? geometry::movedRegion(m_baseRegion, delta)
-                          : geometry::resizedRegion(*m_activeHandle, m_baseRegion, delta);
+    setRegion(m_isMoving ? geometry::movedRegion(m_baseRegion, delta)
+                         : geometry::resizedRegion(*m_activeHandle, m_baseRegion, delta));
+}
+
+void RegionPreviewView::setRegion(const QRectF& region)
+{
+    m_region = region;
     update();
     if (onRegionChanged) {
         onRegionChanged(m_region);
     }
+}
+
+void RegionPreviewView::keyPressEvent(QKeyEvent* event)
+{
+    const double step = event->modifiers() & Qt::ShiftModifier ? 10 : 1;
+    switch (event->key()) {
+    case Qt::Key_Left:
+        return setRegion(geometry::movedRegion(m_region, QPointF(-step, 0)));
+    case Qt::Key_Right:
+        return setRegion(geometry::movedRegion(m_region, QPointF(step, 0)));
+    case Qt::Key_Up: // y grows upward here
+        return setRegion(geometry::movedRegion(m_region, QPointF(0, step)));
+    case Qt::Key_Down:
+        return setRegion(geometry::movedRegion(m_region, QPointF(0, -step)));
+    case Qt::Key_Tab:
+        return editSize();
+    default:
+        OverlayWindow::keyPressEvent(event);
+    }
+}
+
+void RegionPreviewView::editSize()
+{
+    if (m_sizeEditor) {
+        return;
+    }
+    auto* editor = new QComboBox(this);
+    editor->setEditable(true);
+    editor->setInsertPolicy(QComboBox::NoInsert);
+    const QSizeF view(size());
+    auto* presets = new QStandardItemModel(editor);
+    for (const QSizeF& preset : geometry::sizePresets) {
+        auto* item = new QStandardItem(geometry::sizeLabel(QRectF(QPointF(), preset)));
+        item->setData(preset, Qt::UserRole);
+        // Greyed where it does not fit the display.
+        item->setEnabled(preset.width() <= view.width() && preset.height() <= view.height());
+        presets->appendRow(item);
+    }
+    editor->setModel(presets);
+    editor->setEditText(geometry::sizeLabel(m_region));
+    editor->lineEdit()->selectAll();
+    editor->setToolTip(QStringLiteral("Type a size (1280 \u00D7 720) and press Return, or pick one"));
+    const QRectF label = m_labelBox.isEmpty() ? QRectF(toWidget(m_region).center(), QSizeF()) : m_labelBox;
+    const QSize hint(std::max(170, editor->sizeHint().width()), editor->sizeHint().height());
+    QRect frame(QPoint(), hint);
+    frame.moveCenter(label.center().toPoint());
+    editor->setGeometry(frame.intersected(rect()).isEmpty() ? QRect(QPoint(8, 8), hint) : frame);
+    const auto take = [this](const QSizeF& typed) {
+        closeSizeEditor();
+        setRegion(geometry::resizedTo(m_region, typed, QSizeF(size())));
+    };
+    connect(editor->lineEdit(), &QLineEdit::returnPressed, this, [this, editor, take] {
+        if (const auto typed = geometry::parseSize(editor->currentText())) {
+            take(*typed);
+        } else {
+            editor->lineEdit()->selectAll(); // not a size: left to be typed again
+        }
+    });
+    connect(editor, &QComboBox::activated, this,
+            [editor, take](int index) { take(editor->itemData(index).toSizeF()); });
+    editor->lineEdit()->installEventFilter(this);
+    m_sizeEditor = editor;
+    // The keys go to the editor while it is open.
+    releaseKeyboard();
+    editor->show();
+    editor->setFocus();
+    editor->lineEdit()->grabKeyboard();
+    update();
+}
+
+void RegionPreviewView::closeSizeEditor()
+{
+    if (!m_sizeEditor) {
+        return;
+    }
+    m_sizeEditor->lineEdit()->releaseKeyboard();
+    m_sizeEditor->hide();
+    m_sizeEditor->deleteLater();
+    m_sizeEditor = nullptr;
+    setFocus();
+    grabKeyboard();
+    update();
+}
+
+bool RegionPreviewView::eventFilter(QObject* watched, QEvent* event)
+{
+    if (m_sizeEditor && watched == m_sizeEditor->lineEdit() && event->type() == QEvent::KeyPress) {
+        const int key = static_cast<QKeyEvent*>(event)->key();
+        if (key == Qt::Key_Escape || key == Qt::Key_Tab) {
+            closeSizeEditor(); // back to the region; a second Escape cancels
+            return true;
+        }
+    }
+    return OverlayWindow::eventFilter(watched, event);
 }
 
 void RegionPreviewView::mouseReleaseEvent(QMouseEvent* event)
@@ -93,9 +200,11 @@ void RegionPreviewView::paintEvent(QPaintEvent*)
         p.drawEllipse(centre, geometry::handleRadius, geometry::handleRadius);
     }
 
-    paintSizePill(p, m_region, 11, 0.65, [&](const QSizeF& text) {
-        return geometry::previewLabelBox(m_region, text, QSizeF(size()));
-    });
+    if (!m_sizeEditor) {
+        m_labelBox = paintSizePill(p, m_region, 11, 0.65, [&](const QSizeF& text) {
+            return geometry::previewLabelBox(m_region, text, QSizeF(size()));
+        });
+    }
 }
 
 void RegionPreviewOverlay::show(const DisplayInfo& display, const QRectF& region)

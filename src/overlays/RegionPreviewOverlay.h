@@ -4,6 +4,7 @@
 #include "capture/CaptureCollaborators.h"
 #include "common/RegionGeometry.h"
 
+#include <QComboBox>
 #include <QPointer>
 
 #include <optional>
@@ -11,7 +12,9 @@
 namespace vantalo {
 
 // The chosen region on its display, dimmed at 0.38 around it, outlined, with eight handles and
-// its size. Dragging inside moves it, dragging a handle resizes it; every step is reported.
+// its size. Dragging inside moves it, dragging a handle resizes it, the arrow keys move it by a
+// point (Shift: ten); a click on the size (or Tab) lets the user type one or pick a common one.
+// Every step is reported.
 class RegionPreviewView : public OverlayWindow
 {
     Q_OBJECT
@@ -21,20 +24,32 @@ public:
     QRectF region() const { return m_region; }
     std::function<void(const QRectF& viewRegion)> onRegionChanged;
 
+    // The size editor over the label, open until a size is taken or Escape; null when closed.
+    QComboBox* sizeEditor() const { return m_sizeEditor; }
+    void editSize();
+
 protected:
     void mousePressEvent(QMouseEvent* event) override;
     void mouseMoveEvent(QMouseEvent* event) override;
     void mouseReleaseEvent(QMouseEvent* event) override;
     void paintEvent(QPaintEvent* event) override;
+    void keyPressEvent(QKeyEvent* event) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
+    // Tab opens the size editor rather than moving the focus.
+    bool focusNextPrevChild(bool) override { return false; }
 
 private:
     void updateCursor(const QPointF& viewPoint);
+    void setRegion(const QRectF& region);
+    void closeSizeEditor();
 
     QRectF m_region;
     std::optional<geometry::Handle> m_activeHandle;
     bool m_isMoving = false;
     QPointF m_dragStart;
     QRectF m_baseRegion;
+    QRectF m_labelBox; // widget coordinates, as last painted
+    QPointer<QComboBox> m_sizeEditor;
 };
 
 class RegionPreviewOverlay final : public RegionAdjuster

@@ -19,8 +19,9 @@ const QColor kWindowHighlight(48, 120, 255);
 } // namespace
 
 RegionSelectionView::RegionSelectionView(QScreen* screen, bool compositing,
-                                         const std::optional<QList<QRect>>& windows)
-    : OverlayWindow(screen, compositing, 0.3)
+                                         const std::optional<QList<QRect>>& windows,
+                                         const std::optional<QRectF>& lastRegion)
+    : OverlayWindow(screen, compositing, 0.3), m_lastRegion(lastRegion)
 {
     setCursor(Qt::CrossCursor);
     if (windows) {
@@ -38,6 +39,10 @@ RegionSelectionView::RegionSelectionView(QScreen* screen, bool compositing,
                                      "for the whole screen \u00B7 Esc to cancel")
                     : QStringLiteral("Drag to select an area \u00B7 Click for the whole screen \u00B7 Esc to "
                                      "cancel");
+    if (m_lastRegion) {
+        m_message.replace(QStringLiteral(" \u00B7 Esc"),
+                          QStringLiteral(" \u00B7 Return for the last region \u00B7 Esc"));
+    }
     QTimer::singleShot(hintMs, this, [this] {
         if (m_message != tooSmallText) {
             m_message.clear();
@@ -60,6 +65,9 @@ std::optional<QRectF> RegionSelectionView::windowAt(const QPointF& p) const
 
 QRectF RegionSelectionView::clickedRect(const QPointF& p) const
 {
+    if (m_lastRegion && m_lastRegion->contains(p)) {
+        return *m_lastRegion;
+    }
     return windowAt(p).value_or(QRectF(QPointF(), QSizeF(size())));
 }
 
@@ -74,7 +82,9 @@ void RegionSelectionView::mouseMoveEvent(QMouseEvent* event)
 {
     if (!m_dragStart || !(event->buttons() & Qt::LeftButton)) {
         // Not dragging: the window a click would take is outlined.
-        const std::optional<QRectF> hovered = windowAt(toView(event->position()));
+        const QPointF p = toView(event->position());
+        const std::optional<QRectF> hovered =
+            m_lastRegion && m_lastRegion->contains(p) ? m_lastRegion : windowAt(p);
         if (hovered != m_hoveredWindow) {
             m_hoveredWindow = hovered;
             update();
@@ -106,6 +116,18 @@ void RegionSelectionView::mouseReleaseEvent(QMouseEvent* event)
     update();
 }
 
+void RegionSelectionView::paintOutline(QPainter& p, const QRectF& widgetRect)
+{
+    // Dark under white dashes: seen over light and dark content alike.
+    p.setBrush(Qt::NoBrush);
+    p.setPen(QPen(Qt::black, 2));
+    p.drawRect(widgetRect);
+    QPen outline(Qt::white, 2);
+    outline.setDashPattern({3, 2}); // 6 on, 4 off, in units of the 2-point line width
+    p.setPen(outline);
+    p.drawRect(widgetRect);
+}
+
 void RegionSelectionView::paintEvent(QPaintEvent*)
 {
     QPainter p(this);
@@ -114,6 +136,14 @@ void RegionSelectionView::paintEvent(QPaintEvent*)
         paintMessage(p, m_message);
     }
     if (!m_currentRect) {
+        if (m_lastRegion) {
+            paintOutline(p, toWidget(*m_lastRegion));
+            const QRectF last = *m_lastRegion;
+            paintSizePill(
+                p, last, 12, 0.75,
+                [&](const QSizeF& text) { return geometry::selectionLabelBox(last, text); },
+                QStringLiteral("Last region \u00B7 %1 \u00B7 Return").arg(geometry::sizeLabel(last)));
+        }
         if (m_hoveredWindow) {
             // Tinted and edged in blue, which shows over light windows and dark ones.
             p.setPen(QPen(kWindowHighlight, 4));
@@ -122,16 +152,7 @@ void RegionSelectionView::paintEvent(QPaintEvent*)
         }
         return;
     }
-    const QRectF hole = toWidget(*m_currentRect);
-    // Dark under white dashes: seen over light and dark content alike.
-    p.setBrush(Qt::NoBrush);
-    p.setPen(QPen(Qt::black, 2));
-    p.drawRect(hole);
-    QPen outline(Qt::white, 2);
-    outline.setDashPattern({3, 2}); // 6 on, 4 off, in units of the 2-point line width
-    p.setPen(outline);
-    p.drawRect(hole);
-
+    paintOutline(p, toWidget(*m_currentRect));
     const QRectF rect = *m_currentRect;
     paintSizePill(p, rect, 12, 0.75,
                   [&](const QSizeF& text) { return geometry::selectionLabelBox(rect, text); });
@@ -148,22 +169,41 @@ RegionSelectionWindowController::~RegionSelectionWindowController()
     dismiss();
 }
 
-void RegionSelectionWindowController::show()
+QList<DisplayInfo> RegionSelectionWindowController::displays() const
+{
+    QList<DisplayInfo> all;
+    for (const QScreen* screen : QGuiApplication::screens()) {
+        all.append(displayInfoFor(screen));
+    }
+    return all;
+}
+
+void RegionSelectionWindowController::show(const std::optional<LastRegion>& last)
 {
     dismiss();
     const bool compositing = m_compositing && m_compositing();
     const std::optional<QList<QRect>> windows = m_windowFrames ? m_windowFrames() : std::nullopt;
     for (QScreen* screen : QGuiApplication::screens()) {
-        auto* view = new RegionSelectionView(screen, compositing, windows);
-        const QPointer<QScreen> display(screen);
-        view->onRegionSelected = [this, display, view](const QRectF& viewRect) {
-            if (display && onRegionSelected) {
+        const DisplayInfo display = displayInfoFor(screen);
+        const bool holdsLast = last && last->display == display;
+        auto* view = new RegionSelectionView(
+            screen, compositing, windows,
+            holdsLast ? std::optional(geometry::globalToView(last->region, display.frame)) : std::nullopt);
+        const QPointer<QScreen> alive(screen);
+        view->onRegionSelected = [this, alive, view](const QRectF& viewRect) {
+            if (alive && onRegionSelected) {
                 onRegionSelected(geometry::viewToGlobal(viewRect, view->display().frame), view->display());
             }
         };
         view->onEscape = [this] {
             if (onCancelled) {
                 onCancelled();
+            }
+        };
+        // Return takes the last region, whichever overlay has the keyboard.
+        view->onReturn = [this, last] {
+            if (last && onRegionSelected) {
+                onRegionSelected(last->region, last->display);
             }
         };
         view->show();

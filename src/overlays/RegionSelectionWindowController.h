@@ -18,13 +18,15 @@ using WindowFrames = std::function<std::optional<QList<QRect>>()>;
 // size above it. A rectangle larger than 10 × 10 points is reported in global coordinates with its
 // display; a click without a drag takes the window under the pointer (outlined while the pointer
 // is over it), or the whole display where there is none; Escape cancels. A hint at the top says
-// so for the first seconds.
+// so for the first seconds. The last recorded region, when it is on this display, is outlined with
+// its size; a click inside it takes it again.
 class RegionSelectionView : public OverlayWindow
 {
     Q_OBJECT
 public:
     // `windows` in global Qt coordinates, topmost first; nothing where they cannot be seen.
-    RegionSelectionView(QScreen* screen, bool compositing, const std::optional<QList<QRect>>& windows);
+    RegionSelectionView(QScreen* screen, bool compositing, const std::optional<QList<QRect>>& windows,
+                        const std::optional<QRectF>& lastRegion = std::nullopt);
 
     std::optional<QRectF> currentRect() const { return m_currentRect; }
     // The line at the top: the hint, or why the last drag chose nothing.
@@ -45,11 +47,13 @@ private:
     // whole display.
     QRectF clickedRect(const QPointF& p) const;
     std::optional<QRectF> windowAt(const QPointF& p) const;
+    static void paintOutline(QPainter& p, const QRectF& widgetRect);
 
     std::optional<QPointF> m_dragStart;
     std::optional<QRectF> m_currentRect;
     std::optional<QList<QRectF>> m_windows; // view coordinates, topmost first
     std::optional<QRectF> m_hoveredWindow;
+    std::optional<QRectF> m_lastRegion; // view coordinates
     QString m_message;
 };
 
@@ -59,8 +63,9 @@ public:
     explicit RegionSelectionWindowController(std::function<bool()> compositing, WindowFrames windows = {});
     ~RegionSelectionWindowController() override;
 
-    void show() override;
+    void show(const std::optional<LastRegion>& last) override;
     void dismiss() override;
+    QList<DisplayInfo> displays() const override;
     QList<RegionSelectionView*> windows() const;
 
 private:

@@ -191,6 +191,7 @@ private Q_SLOTS:
         m_rig = std::make_unique<CoordinatorRig>();
         m_c = m_rig->make(*m_defaults, m_dir.path());
         m_history.failure.reset();
+        m_history.added.clear();
         m_printed.clear();
     }
     void cleanup()
@@ -449,7 +450,9 @@ private Q_SLOTS:
                                  QStringLiteral("--"), QStringLiteral("About Vantalo"),
                                  QStringLiteral("--"), QStringLiteral("Quit Vantalo")};
         QCOMPARE(menuLines(m_delegate->menu()),
-                 QStringList({QStringLiteral("Record GIF"), QStringLiteral("Ctrl+G (disabled)")}) + common);
+                 QStringList({QStringLiteral("Record GIF"), QStringLiteral("Ctrl+G (disabled)"),
+                              QStringLiteral("Record Last Region (disabled)")}) +
+                     common);
 
         // While a region is chosen the first item is "Stop Recording", and it does nothing yet.
         menuAction(m_delegate->menu(), QStringLiteral("Record GIF"))->trigger();
@@ -471,6 +474,49 @@ private Q_SLOTS:
         m_rig->hotkey->trigger = QString();
         QCOMPARE(menuLines(m_delegate->menu()).at(1),
                  QStringLiteral("\u201Cvantalo --toggle\u201D (disabled)"));
+    }
+
+    // The region of the last recording comes back, in this run and the next, while its display is
+    // there as it was: outlined in the selection, or straight to the toolbar from the menu or
+    // `vantalo --toggle --last-region`.
+    void theLastRegionComesBack()
+    {
+        m_rig->selector->displayList = {m_primary, m_secondary};
+        startApplication();
+        const auto lastRegionItem = [this] {
+            return menuAction(m_delegate->menu(), QStringLiteral("Record Last Region"));
+        };
+        QVERIFY(!lastRegionItem()->isEnabled());
+        const auto& j = m_rig->journal;
+        // None yet: the selection opens.
+        m_delegate->toggleCapture(true);
+        QCOMPARE(j.entries.last(), QStringLiteral("selector.show"));
+        m_rig->selector->onRegionSelected(QRectF(2000, 300, 640, 360), m_secondary);
+        startAndWait();
+        m_delegate->toggleCapture(true); // while recording, a stop like the shortcut's
+        QTRY_COMPARE(coordinator().state(), CaptureState::idle);
+        const LastRegion last{QRectF(2000, 300, 640, 360), m_secondary};
+        UserDefaults nextRun(m_dir.filePath(QStringLiteral("settings.ini")));
+        QCOMPARE(recallLastRegion(nextRun, {m_secondary}), std::optional(last));
+
+        lastRegionItem()->trigger();
+        QCOMPARE(coordinator().state(), CaptureState::readyToRecord);
+        QVERIFY(j.has(QStringLiteral("preview.show right 2000,300 640x360")));
+        QVERIFY(j.has(QStringLiteral("toolbar.show 2000,300 640x360 on 1920,200 1280x800")));
+        m_rig->preview->onCancelled();
+        coordinator().beginRegionSelection();
+        QCOMPARE(j.entries.last(), QStringLiteral("selector.show last 2000,300 640x360"));
+        m_rig->selector->onCancelled();
+
+        // Its monitor changed size: forgotten, even once it is back as it was.
+        m_rig->selector->displayList = {m_primary,
+                                        DisplayInfo{m_secondary.name, QRectF(1920, 200, 1920, 1080)}};
+        m_delegate->toggleCapture(true);
+        QCOMPARE(coordinator().state(), CaptureState::selectingRegion);
+        QCOMPARE(j.entries.last(), QStringLiteral("selector.show"));
+        m_rig->selector->onCancelled();
+        m_rig->selector->displayList = {m_primary, m_secondary};
+        QVERIFY(!lastRegionItem()->isEnabled());
     }
 
     void stopFromTheMenuTheTimeLimitAndQuit()

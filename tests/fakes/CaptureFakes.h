@@ -169,8 +169,14 @@ class FakeSelector final : public RegionSelector, Journaled
 {
 public:
     using Journaled::Journaled;
-    void show() override { m_j.add(QStringLiteral("selector.show")); }
+    void show(const std::optional<LastRegion>& last) override
+    {
+        m_j.add(QStringLiteral("selector.show") + (last ? " last " + rectText(last->region) : QString()));
+    }
     void dismiss() override { m_j.add(QStringLiteral("selector.dismiss")); }
+    QList<DisplayInfo> displays() const override { return displayList; }
+
+    QList<DisplayInfo> displayList;
 };
 
 class FakeAdjuster final : public RegionAdjuster, Journaled

@@ -139,8 +139,8 @@ private Q_SLOTS:
             selected = std::pair(region, display);
         };
         selector.onCancelled = [&cancels] { ++cancels; };
-        selector.show();
-        selector.show();
+        selector.show(std::nullopt);
+        selector.show(std::nullopt);
         QTRY_COMPARE(selector.windows().size(), QGuiApplication::screens().size());
         QVERIFY(QTest::qWaitForWindowExposed(selector.windows().first()));
         QCOMPARE(selector.windows().first()->showsStill(), !compositing);
@@ -189,6 +189,24 @@ private Q_SLOTS:
         QVERIFY(!selected);
         xdotool(QStringLiteral("key Escape"));
         QTRY_COMPARE(cancels, 1);
+
+        // The last region, outlined with its size: Return takes it, and so does a click inside it
+        // (there before the window it covers).
+        const DisplayInfo display{QGuiApplication::primaryScreen()->name(), QRectF(0, 0, 1920, 1080)};
+        QCOMPARE(selector.displays(), QList{display});
+        const LastRegion last{QRectF(1100, 580, 500, 400), display}; // (1100, 100)-(1600, 500)
+        for (const QString& take :
+             {QStringLiteral("key Return"), QStringLiteral("mousemove 1250 350 click 1")}) {
+            selector.show(last);
+            QVERIFY(QTest::qWaitForWindowExposed(selector.windows().first()));
+            QVERIFY(
+                selector.windows().first()->message().contains(QStringLiteral("Return for the last region")));
+            QTRY_COMPARE(screenPixel(1100, 300), QColor(Qt::white));
+            selected.reset();
+            xdotool(take);
+            QTRY_VERIFY(selected.has_value());
+            QCOMPARE(*selected, std::pair(last.region, display));
+        }
         selector.dismiss();
         QTRY_VERIFY(near(screenPixel(100, 900), kBackdrop));
 
@@ -196,7 +214,6 @@ private Q_SLOTS:
         RegionPreviewOverlay preview([this] { return m_compositing; });
         QList<QRectF> changes;
         preview.onRegionChanged = [&changes](const QRectF& region) { changes << region; };
-        const DisplayInfo display{QGuiApplication::primaryScreen()->name(), QRectF(0, 0, 1920, 1080)};
         // (300, 250)-(800, 650) on screen.
         preview.show(display, QRectF(300, 430, 500, 400));
         QVERIFY(QTest::qWaitForWindowExposed(preview.window()));
@@ -211,6 +228,30 @@ private Q_SLOTS:
         preview.onConfirmed = [&confirmed] { ++confirmed; };
         xdotool(QStringLiteral("key Return"));
         QTRY_COMPARE(confirmed, 1);
+        // The arrows move it a point, ten with Shift; a typed size keeps its top-left corner, and
+        // Escape leaves the size editor before it cancels anything.
+        int cancelled = 0;
+        preview.onCancelled = [&cancelled] { ++cancelled; };
+        xdotool(QStringLiteral("key Right key shift+Up"));
+        QTRY_COMPARE(preview.window()->region(), QRectF(301, 440, 500, 400));
+        xdotool(QStringLiteral("key Tab"));
+        QTRY_VERIFY(preview.window()->sizeEditor());
+        xdotool(QStringLiteral("type 640x360"));
+        xdotool(QStringLiteral("key Return"));
+        QTRY_VERIFY(!preview.window()->sizeEditor());
+        QCOMPARE(preview.window()->region(), QRectF(301, 480, 640, 360));
+        QCOMPARE(changes.last(), preview.window()->region());
+        xdotool(QStringLiteral("key Tab key Escape"));
+        QTRY_VERIFY(!preview.window()->sizeEditor());
+        QCOMPARE(cancelled, 0);
+        // A click on the size opens the editor too; its list holds the common sizes.
+        xdotool(QStringLiteral("mousemove 620 614 click 1"));
+        QTRY_VERIFY(preview.window()->sizeEditor());
+        QCOMPARE(preview.window()->sizeEditor()->count(), 4);
+        preview.window()->sizeEditor()->activated(3); // 1920 × 1080: the whole display
+        QTRY_COMPARE(preview.window()->region(), kScreen);
+        xdotool(QStringLiteral("key Escape"));
+        QTRY_COMPARE(cancelled, 1);
 
         // Every handle, with the toolbar shown above the region as when adjusting for real: its
         // padding lies over the top handle and must let the drag through. Each drag moves its
@@ -397,6 +438,21 @@ private Q_SLOTS:
         QCOMPARE(previewLabelBox(QRectF(1900, 300, 20, 40), text, view).x(), 1920.0 - 78 - 8);
         // Where the toolbar had to go below the region (a region at the top), the pill goes inside.
         QCOMPARE(previewLabelBox(QRectF(100, 683, 400, 397), text, view).y(), 691.0);
+
+        // Typed sizes: the ways people write them, and what is not one.
+        for (const QString& typed : {QStringLiteral("1280 \u00D7 720"), QStringLiteral("1280x720"),
+                                     QStringLiteral(" 1280 X 720 "), QStringLiteral("1280 720")}) {
+            QCOMPARE(parseSize(typed), std::optional(QSizeF(1280, 720)));
+        }
+        for (const QString& typed : {QStringLiteral("1280"), QStringLiteral("12 x 720"),
+                                     QStringLiteral("-5x9"), QStringLiteral("1280x720x3"), QString()}) {
+            QVERIFY2(!parseSize(typed), qPrintable(typed));
+        }
+        // The top-left corner stays; what would leave the view moves back onto it, and no size is
+        // larger than the view.
+        QCOMPARE(resizedTo(QRectF(100, 600, 200, 100), QSizeF(640, 360), view), QRectF(100, 340, 640, 360));
+        QCOMPARE(resizedTo(QRectF(1500, 100, 200, 100), QSizeF(640, 360), view), QRectF(1280, 0, 640, 360));
+        QCOMPARE(resizedTo(QRectF(10, 10, 20, 20), QSizeF(2560, 1440), view), QRectF(0, 0, 1920, 1080));
     }
 
     // The toolbar is always whole on the region's display, so Start can always be pressed: above
