@@ -206,17 +206,19 @@ int main(int argc, char** argv)
     } else {
         recorder = std::make_unique<UnavailableRecorder>(platform.choice.noCaptureReason);
     }
+    // The selection and the region preview paint the same pictures of the screen.
+    const auto stills = std::make_shared<ScreenStills>();
     CaptureCollaborators collaborators{
         std::move(platform.shortcut),
         std::move(recorder),
         std::make_shared<GifEncoder>(),
-        std::make_unique<RegionSelectionWindowController>(compositing,
-                                                          [&windows] { return windows.windowFrames(); }),
+        std::make_unique<RegionSelectionWindowController>(
+            compositing, [&windows] { return windows.windowFrames(); }, stills),
         std::make_unique<RecordingToolbarWindowController>(
             compositing,
             [&windows](QWindow* window, const QRegion& region) { windows.setInputRegion(window, region); }),
         std::make_unique<RecordingBorderOverlay>(compositing),
-        std::make_unique<RegionPreviewOverlay>(compositing),
+        std::make_unique<RegionPreviewOverlay>(compositing, stills),
     };
     auto coordinator =
         std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults, *platform.permission, print);

@@ -3,6 +3,7 @@
 #include "LastRegion.h"
 #include "common/Geometry.h"
 
+#include <QImage>
 #include <QPointF>
 #include <QRectF>
 #include <QSizeF>
@@ -39,6 +40,13 @@ public:
     virtual ~RegionAdjuster() = default;
     virtual void show(const DisplayInfo& display, const QRectF& region) = 0;
     virtual void hide() = 0;
+    // The display as it was before the overlays covered it, where they had to take a picture of it
+    // (no compositor keeps covered windows' pictures); a null image otherwise.
+    virtual QImage stillOf(const QString& displayName) const
+    {
+        Q_UNUSED(displayName);
+        return {};
+    }
 
     std::function<void(const QRectF& region)> onRegionChanged;
     std::function<void()> onCancelled;

@@ -220,10 +220,11 @@ void CaptureCoordinator::startRecording()
         m_permission.request();
         return;
     }
-    m_c.regionPreview->hide();
     if (!m_selectedScreen) {
         return;
     }
+    m_c.screenRecorder->screenBefore = m_c.regionPreview->stillOf(m_selectedScreen->name);
+    m_c.regionPreview->hide();
     const QRectF captureRect = displayLocalRect(m_selectedRegion, m_selectedScreen->frame);
     // The output settings apply from each start.
     const StoredOutputPreferences output = readOutputPreferences(m_defaults);

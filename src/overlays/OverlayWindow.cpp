@@ -15,20 +15,15 @@ DisplayInfo displayInfoFor(const QScreen* screen)
     return DisplayInfo{screen->name(), fromQtRect(QRectF(screen->geometry()), QRectF(primary->geometry()))};
 }
 
-OverlayWindow::OverlayWindow(QScreen* screen, bool compositing, double dimAlpha)
+OverlayWindow::OverlayWindow(QScreen* screen, const QImage& still, double dimAlpha)
     : QWidget(nullptr,
               Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::X11BypassWindowManagerHint | Qt::Tool),
-      m_screen(screen), m_display(displayInfoFor(screen)), m_dimAlpha(dimAlpha)
+      m_screen(screen), m_display(displayInfoFor(screen)), m_still(still), m_dimAlpha(dimAlpha)
 {
     setAttribute(Qt::WA_DeleteOnClose);
     setMouseTracking(true);
     setFocusPolicy(Qt::StrongFocus);
-    if (compositing) {
-        setAttribute(Qt::WA_TranslucentBackground);
-    } else {
-        setAttribute(Qt::WA_OpaquePaintEvent);
-        m_still = screen->grabWindow(0).toImage();
-    }
+    setAttribute(m_still.isNull() ? Qt::WA_TranslucentBackground : Qt::WA_OpaquePaintEvent);
     setScreen(screen);
     setGeometry(screen->geometry());
 }

@@ -16,13 +16,14 @@ DisplayInfo displayInfoFor(const QScreen* screen);
 
 // A borderless, topmost window covering one display, dimmed except for a hole. Where a compositor
 // runs the hole shows the live screen; where none does (translucent windows would be black) the
-// window paints a still of its display taken as it opens, dimmed, with the hole undimmed.
+// window paints `still`, the display as it was before the overlays, dimmed, with the hole undimmed.
 // Geometry is y-up inside the view (origin at the display's bottom-left), as the overlays work.
 class OverlayWindow : public QWidget
 {
     Q_OBJECT
 public:
-    OverlayWindow(QScreen* screen, bool compositing, double dimAlpha);
+    // `still` null: a compositor shows the screen through the window.
+    OverlayWindow(QScreen* screen, const QImage& still, double dimAlpha);
 
     QScreen* screen() const { return m_screen; }
     const DisplayInfo& display() const { return m_display; }

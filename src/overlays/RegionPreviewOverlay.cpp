@@ -31,8 +31,8 @@ Qt::CursorShape qtCursor(geometry::CursorShape shape)
 }
 } // namespace
 
-RegionPreviewView::RegionPreviewView(QScreen* screen, bool compositing, const QRectF& region)
-    : OverlayWindow(screen, compositing, 0.38), m_region(region)
+RegionPreviewView::RegionPreviewView(QScreen* screen, const QImage& still, const QRectF& region)
+    : OverlayWindow(screen, still, 0.38), m_region(region)
 {
 }
 
@@ -209,14 +209,15 @@ void RegionPreviewView::paintEvent(QPaintEvent*)
 
 void RegionPreviewOverlay::show(const DisplayInfo& display, const QRectF& region)
 {
-    hide();
+    closeWindow();
     QScreen* screen = QGuiApplication::primaryScreen();
     for (QScreen* candidate : QGuiApplication::screens()) {
         if (candidate->name() == display.name) {
             screen = candidate;
         }
     }
-    auto* view = new RegionPreviewView(screen, m_compositing && m_compositing(),
+    const bool compositing = m_compositing && m_compositing();
+    auto* view = new RegionPreviewView(screen, compositing ? QImage() : m_stills->stillOf(screen),
                                        geometry::globalToView(region, display.frame));
     view->onRegionChanged = [this, view](const QRectF& viewRegion) {
         if (onRegionChanged) {
@@ -240,6 +241,12 @@ void RegionPreviewOverlay::show(const DisplayInfo& display, const QRectF& region
 }
 
 void RegionPreviewOverlay::hide()
+{
+    m_stills->forget();
+    closeWindow();
+}
+
+void RegionPreviewOverlay::closeWindow()
 {
     if (m_window) {
         m_window->releaseKeyboard();

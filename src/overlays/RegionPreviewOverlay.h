@@ -1,6 +1,7 @@
 #pragma once
 
 #include "OverlayWindow.h"
+#include "ScreenStills.h"
 #include "capture/CaptureCollaborators.h"
 #include "common/RegionGeometry.h"
 
@@ -19,7 +20,7 @@ class RegionPreviewView : public OverlayWindow
 {
     Q_OBJECT
 public:
-    RegionPreviewView(QScreen* screen, bool compositing, const QRectF& region);
+    RegionPreviewView(QScreen* screen, const QImage& still, const QRectF& region);
 
     QRectF region() const { return m_region; }
     std::function<void(const QRectF& viewRegion)> onRegionChanged;
@@ -55,17 +56,26 @@ private:
 class RegionPreviewOverlay final : public RegionAdjuster
 {
 public:
-    explicit RegionPreviewOverlay(std::function<bool()> compositing) : m_compositing(std::move(compositing))
+    // `stills` is shared with the selection, whose stills it paints.
+    explicit RegionPreviewOverlay(std::function<bool()> compositing,
+                                  std::shared_ptr<ScreenStills> stills = {})
+        : m_compositing(std::move(compositing)),
+          m_stills(stills ? std::move(stills) : std::make_shared<ScreenStills>())
     {
     }
     ~RegionPreviewOverlay() override { hide(); }
 
     void show(const DisplayInfo& display, const QRectF& region) override;
+    // Ends the capture's stills.
     void hide() override;
+    QImage stillOf(const QString& displayName) const override { return m_stills->takenOf(displayName); }
     RegionPreviewView* window() const { return m_window; }
 
 private:
+    void closeWindow();
+
     std::function<bool()> m_compositing;
+    std::shared_ptr<ScreenStills> m_stills;
     QPointer<RegionPreviewView> m_window;
 };
 

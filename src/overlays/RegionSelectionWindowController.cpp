@@ -18,10 +18,10 @@ namespace {
 const QColor kWindowHighlight(48, 120, 255);
 } // namespace
 
-RegionSelectionView::RegionSelectionView(QScreen* screen, bool compositing,
+RegionSelectionView::RegionSelectionView(QScreen* screen, const QImage& still,
                                          const std::optional<QList<QRect>>& windows,
                                          const std::optional<QRectF>& lastRegion)
-    : OverlayWindow(screen, compositing, 0.3), m_lastRegion(lastRegion)
+    : OverlayWindow(screen, still, 0.3), m_lastRegion(lastRegion)
 {
     setCursor(Qt::CrossCursor);
     if (windows) {
@@ -159,8 +159,10 @@ void RegionSelectionView::paintEvent(QPaintEvent*)
 }
 
 RegionSelectionWindowController::RegionSelectionWindowController(std::function<bool()> compositing,
-                                                                 WindowFrames windows)
-    : m_compositing(std::move(compositing)), m_windowFrames(std::move(windows))
+                                                                 WindowFrames windows,
+                                                                 std::shared_ptr<ScreenStills> stills)
+    : m_compositing(std::move(compositing)), m_windowFrames(std::move(windows)),
+      m_stills(stills ? std::move(stills) : std::make_shared<ScreenStills>())
 {
 }
 
@@ -181,13 +183,14 @@ QList<DisplayInfo> RegionSelectionWindowController::displays() const
 void RegionSelectionWindowController::show(const std::optional<LastRegion>& last)
 {
     dismiss();
+    m_stills->forget(); // a new capture: the screen as it is now
     const bool compositing = m_compositing && m_compositing();
     const std::optional<QList<QRect>> windows = m_windowFrames ? m_windowFrames() : std::nullopt;
     for (QScreen* screen : QGuiApplication::screens()) {
         const DisplayInfo display = displayInfoFor(screen);
         const bool holdsLast = last && last->display == display;
         auto* view = new RegionSelectionView(
-            screen, compositing, windows,
+            screen, compositing ? QImage() : m_stills->stillOf(screen), windows,
             holdsLast ? std::optional(geometry::globalToView(last->region, display.frame)) : std::nullopt);
         const QPointer<QScreen> alive(screen);
         view->onRegionSelected = [this, alive, view](const QRectF& viewRect) {

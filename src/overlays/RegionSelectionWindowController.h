@@ -1,6 +1,7 @@
 #pragma once
 
 #include "OverlayWindow.h"
+#include "ScreenStills.h"
 #include "capture/CaptureCollaborators.h"
 
 #include <QList>
@@ -25,7 +26,7 @@ class RegionSelectionView : public OverlayWindow
     Q_OBJECT
 public:
     // `windows` in global Qt coordinates, topmost first; nothing where they cannot be seen.
-    RegionSelectionView(QScreen* screen, bool compositing, const std::optional<QList<QRect>>& windows,
+    RegionSelectionView(QScreen* screen, const QImage& still, const std::optional<QList<QRect>>& windows,
                         const std::optional<QRectF>& lastRegion = std::nullopt);
 
     std::optional<QRectF> currentRect() const { return m_currentRect; }
@@ -60,7 +61,9 @@ private:
 class RegionSelectionWindowController final : public RegionSelector
 {
 public:
-    explicit RegionSelectionWindowController(std::function<bool()> compositing, WindowFrames windows = {});
+    // `stills` is shared with the region preview, which paints the same stills.
+    explicit RegionSelectionWindowController(std::function<bool()> compositing, WindowFrames windows = {},
+                                             std::shared_ptr<ScreenStills> stills = {});
     ~RegionSelectionWindowController() override;
 
     void show(const std::optional<LastRegion>& last) override;
@@ -71,6 +74,7 @@ public:
 private:
     std::function<bool()> m_compositing;
     WindowFrames m_windowFrames;
+    std::shared_ptr<ScreenStills> m_stills;
     QList<QPointer<RegionSelectionView>> m_windows;
 };
 

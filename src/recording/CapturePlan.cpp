@@ -91,4 +91,40 @@ long long slotsBefore(std::chrono::nanoseconds elapsed, int frameRate)
     return slotTime(latest, frameRate) < elapsed ? latest + 1 : latest;
 }
 
+namespace {
+// The colour of a tile all of one colour (alpha bits ignored).
+std::optional<QRgb> flatColour(const QImage& image, const QRect& tile)
+{
+    const QRgb first = image.pixel(tile.topLeft()) & RGB_MASK;
+    for (int y = tile.top(); y <= tile.bottom(); ++y) {
+        const auto* line = reinterpret_cast<const QRgb*>(image.constScanLine(y));
+        for (int x = tile.left(); x <= tile.right(); ++x) {
+            if ((line[x] & RGB_MASK) != first) {
+                return std::nullopt;
+            }
+        }
+    }
+    return first;
+}
+} // namespace
+
+bool showsUnpaintedWindows(const QImage& frame, const QImage& before)
+{
+    if (frame.size() != before.size() || frame.isNull()) {
+        return false;
+    }
+    const QImage now = frame.convertToFormat(QImage::Format_RGB32);
+    const QImage then = before.convertToFormat(QImage::Format_RGB32);
+    constexpr int side = 16;
+    for (int y = 0; y < now.height(); y += side) {
+        for (int x = 0; x < now.width(); x += side) {
+            const QRect tile = QRect(x, y, side, side) & now.rect();
+            if (const auto colour = flatColour(now, tile); colour && flatColour(then, tile) != colour) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 } // namespace vantalo

@@ -32,6 +32,11 @@ public:
     // 1 (a pixel a point: on a 1× display the captured pixels, on a 2× one averaged down as they
     // are grabbed).
     int outputScale = 2;
+    // The whole display as it was before Vantalo's overlays covered it, where the screen keeps no
+    // pictures of covered windows (no compositor); null otherwise. The recording then starts once
+    // the region shows its windows again (they repaint after the overlays go), at most 200 ms
+    // later, so that it never begins with their blank backgrounds.
+    QImage screenBefore;
     // Called on the GUI thread, once a recording, when the maximum duration has passed.
     std::function<void()> onMaxDurationReached;
     // Where every frame goes, oldest first, on the capture thread; read at each start, which fails

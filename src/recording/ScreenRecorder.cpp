@@ -94,6 +94,27 @@ ScreenRecorder::~ScreenRecorder()
     }
 }
 
+void ScreenRecorder::waitForRepaints(CaptureStream& stream, const QImage& before, Job& job)
+{
+    const auto began = Clock::now();
+    const auto limit = began + std::chrono::milliseconds(200);
+    int grabs = 0;
+    for (;;) {
+        auto grabbed = stream.grab();
+        ++grabs;
+        if (!grabbed || (*grabbed && !showsUnpaintedWindows(**grabbed, before))) {
+            break;
+        }
+        std::unique_lock lock(job.mutex);
+        if (Clock::now() >= limit ||
+            job.wake.wait_for(lock, std::chrono::milliseconds(10), [&] { return job.stop; })) {
+            break;
+        }
+    }
+    qCDebug(lcRecorder, "the region showed its windows again after %.0f ms (%d grabs)",
+            std::chrono::duration<double, std::milli>(Clock::now() - began).count(), grabs);
+}
+
 void ScreenRecorder::startRecording(const QRectF& region, const QString& displayName, int frameRate,
                                     double maxDurationSeconds, StartDone done)
 {
@@ -134,7 +155,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             Qt::QueuedConnection);
     };
 
-    job->thread = std::thread([job, backend, region, displayName, frameRate, dpr, post,
+    job->thread = std::thread([job, backend, region, displayName, frameRate, dpr, post, before = screenBefore,
                                outputScale = outputScale == 1 ? 1 : 2, done = std::move(done)]() mutable {
         auto displays = backend->displays();
         std::expected<std::unique_ptr<CaptureStream>, Failure> stream = std::unexpected(Failure{});
@@ -156,6 +177,11 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
         }
         qCDebug(lcRecorder) << "capturing" << plan->nativeRect << "of" << plan->display.name << "scale"
                             << plan->scale;
+        if (before.size() == plan->display.nativeGeometry.size()) {
+            waitForRepaints(**stream,
+                            before.copy(plan->nativeRect.translated(-plan->display.nativeGeometry.topLeft())),
+                            *job);
+        }
         post([done = std::move(done), job](ScreenRecorder& recorder) {
             recorder.m_starting = false;
             recorder.m_isRecording = true;

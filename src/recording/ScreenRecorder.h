@@ -83,6 +83,10 @@ public:
 
 private:
     struct Job;
+    // On the capture thread, before the timeline starts: grabs until the region no longer shows
+    // the bare backgrounds of windows that have not repainted since the overlays went (compared
+    // with `before`, the region before them), for at most 200 ms.
+    static void waitForRepaints(CaptureStream& stream, const QImage& before, Job& job);
     void startDurationTimer(quint64 generation);
     void checkDuration();
     void handleStreamError(const std::shared_ptr<Job>& job, const QString& description);

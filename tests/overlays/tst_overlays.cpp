@@ -18,6 +18,13 @@
 #include <QScreen>
 #include <QTest>
 
+#include <xcb/xcb.h>
+
+#include <poll.h>
+
+#include <atomic>
+#include <thread>
+
 using namespace vantalo;
 using namespace vantalo::geometry;
 
@@ -66,6 +73,65 @@ QColor dimmed(const QColor& c, double alpha)
     return QColor(qRound(c.red() * (1 - alpha)), qRound(c.green() * (1 - alpha)),
                   qRound(c.blue() * (1 - alpha)));
 }
+
+// Another application's window, as many toolkits make them: the X server paints its white
+// background at once where it is uncovered, and the window draws its picture (one colour) 150 ms
+// after each expose.
+class SlowWindow
+{
+public:
+    SlowWindow(const QRect& frame, const QColor& colour)
+        : m_connection(xcb_connect(nullptr, nullptr)), m_frame(frame), m_colour(colour.rgb() & 0xffffff)
+    {
+        xcb_connection_t* c = m_connection;
+        const xcb_screen_t* screen = xcb_setup_roots_iterator(xcb_get_setup(c)).data;
+        m_window = xcb_generate_id(c);
+        const uint32_t values[] = {screen->white_pixel, 1, XCB_EVENT_MASK_EXPOSURE};
+        xcb_create_window(c, XCB_COPY_FROM_PARENT, m_window, screen->root, int16_t(frame.x()),
+                          int16_t(frame.y()), uint16_t(frame.width()), uint16_t(frame.height()), 0,
+                          XCB_WINDOW_CLASS_INPUT_OUTPUT, screen->root_visual,
+                          XCB_CW_BACK_PIXEL | XCB_CW_OVERRIDE_REDIRECT | XCB_CW_EVENT_MASK, values);
+        m_gc = xcb_generate_id(c);
+        xcb_create_gc(c, m_gc, m_window, XCB_GC_FOREGROUND, &m_colour);
+        xcb_map_window(c, m_window);
+        xcb_flush(c);
+        m_thread = std::thread([this] { run(); });
+    }
+    ~SlowWindow()
+    {
+        m_stop = true;
+        m_thread.join();
+        xcb_disconnect(m_connection);
+    }
+
+private:
+    void run()
+    {
+        pollfd fd{xcb_get_file_descriptor(m_connection), POLLIN, 0};
+        while (!m_stop) {
+            bool exposed = false;
+            while (xcb_generic_event_t* event = xcb_poll_for_event(m_connection)) {
+                exposed |= (event->response_type & 0x7f) == XCB_EXPOSE;
+                std::free(event);
+            }
+            if (exposed) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(150));
+                const xcb_rectangle_t all{0, 0, uint16_t(m_frame.width()), uint16_t(m_frame.height())};
+                xcb_poly_fill_rectangle(m_connection, m_window, m_gc, 1, &all);
+                xcb_flush(m_connection);
+            }
+            poll(&fd, 1, 20);
+        }
+    }
+
+    xcb_connection_t* m_connection;
+    QRect m_frame;
+    uint32_t m_colour;
+    xcb_window_t m_window = 0;
+    xcb_gcontext_t m_gc = 0;
+    std::atomic<bool> m_stop = false;
+    std::thread m_thread;
+};
 
 } // namespace
 
@@ -375,6 +441,41 @@ private Q_SLOTS:
         toolbar.toolbarState().startTimer();
         QTRY_VERIFY(!toolbar.panel()->isVisible());
         toolbar.hide();
+    }
+
+    // Without a compositor the windows under the overlays repaint only once the overlays have
+    // gone: a recording begins when they have (so the GIF never opens on their blank backgrounds),
+    // and an overlay that follows another paints the screen as it was before the first one.
+    void theFirstFrameShowsTheWindowsUnderTheOverlays()
+    {
+        setCompositing(false);
+        const QColor red(220, 30, 30);
+        SlowWindow slow(QRect(1000, 300, 400, 300), red);
+        QTRY_VERIFY(near(screenPixel(1200, 450), red));
+        const auto stills = std::make_shared<ScreenStills>();
+        RegionSelectionWindowController selector([] { return false; }, {}, stills);
+        RegionPreviewOverlay preview([] { return false; }, stills);
+        const DisplayInfo display{QGuiApplication::primaryScreen()->name(), kScreen};
+        selector.show(std::nullopt);
+        QVERIFY(QTest::qWaitForWindowExposed(selector.windows().first()));
+        selector.dismiss();
+        preview.show(display, QRectF(1000, 480, 400, 300)); // the window's frame
+        QVERIFY(QTest::qWaitForWindowExposed(preview.window()));
+        QTest::qWait(400); // the slow window has repainted under the selection's still by now
+        QVERIFY2(near(screenPixel(1200, 450), red), qPrintable(screenPixel(1200, 450).name()));
+
+        Platform platform = loadPlatform();
+        ScreenRecorder recorder(std::move(platform.capture), ScreenRecorder::screenPixelRatio);
+        recorder.screenBefore = preview.stillOf(display.name);
+        QVERIFY(!recorder.screenBefore.isNull());
+        preview.hide();
+        QVERIFY(preview.stillOf(display.name).isNull()); // the next capture takes its own
+        const FrameList frames = testing::record(recorder, QRectF(1000, 300, 400, 300),
+                                                 std::chrono::milliseconds(300), display.name);
+        QVERIFY(!frames.isEmpty());
+        const QImage first = frames.first().fullSize();
+        QVERIFY2(near(first.pixelColor(first.width() / 2, first.height() / 2), red),
+                 qPrintable(first.pixelColor(first.width() / 2, first.height() / 2).name()));
     }
 
     void selectingAndHitting()

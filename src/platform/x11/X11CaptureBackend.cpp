@@ -1,5 +1,6 @@
 #include "X11CaptureBackend.h"
 
+#include <QGuiApplication>
 #include <QLoggingCategory>
 #include <QPainter>
 
@@ -216,6 +217,15 @@ private:
 } // namespace
 
 X11CaptureBackend::X11CaptureBackend(QByteArray displayName) : m_displayName(std::move(displayName)) {}
+
+void X11CaptureBackend::prepare()
+{
+    const auto* x11 = qGuiApp ? qGuiApp->nativeInterface<QNativeInterface::QX11Application>() : nullptr;
+    if (xcb_connection_t* c = x11 ? x11->connection() : nullptr) {
+        // A round trip: every request before it has been carried out when its answer comes.
+        std::free(xcb_get_input_focus_reply(c, xcb_get_input_focus(c), nullptr));
+    }
+}
 
 std::expected<QList<CaptureDisplay>, Failure> X11CaptureBackend::displays()
 {

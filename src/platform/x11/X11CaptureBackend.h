@@ -15,6 +15,9 @@ public:
     // `displayName` empty: the DISPLAY of the environment.
     explicit X11CaptureBackend(QByteArray displayName = {});
 
+    // Waits until the X server has carried out what the application's own connection asked so far
+    // (overlays just hidden are gone before the capture looks at the screen).
+    void prepare() override;
     std::expected<QList<CaptureDisplay>, Failure> displays() override;
     std::expected<std::unique_ptr<CaptureStream>, Failure> openStream(const QRect& nativeRect) override;
 
