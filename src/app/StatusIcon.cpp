@@ -7,8 +7,8 @@ namespace vantalo {
 
 namespace {
 const QColor kRecordRed(255, 59, 48);
-const QColor kOutline(232, 232, 232);
-const QColor kOutlineEdge(40, 40, 40, 170);
+const QColor kOutline(240, 240, 240);
+const QColor kDisc(38, 38, 40);
 } // namespace
 
 QImage renderStatusIcon(StatusIconLook look, int sizePx)
@@ -34,16 +34,19 @@ QImage renderStatusIcon(StatusIconLook look, int sizePx)
         p.setPen(Qt::NoPen);
         p.drawEllipse(centre, inner * 0.85, inner * 0.85);
     } else {
-        // A ring and a dot; a thin dark edge keeps it visible on light and dark trays alike.
+        // A light ring and dot on a dark disc: the disc stands out on a light panel, the ring and
+        // the dot on a dark one.
+        p.setPen(Qt::NoPen);
+        p.setBrush(kDisc);
+        p.drawEllipse(centre, s * 0.47, s * 0.47);
         const qreal ringWidth = std::max(1.5, s * 0.09);
+        const qreal ringRadius = s * 0.3;
         p.setBrush(Qt::NoBrush);
-        p.setPen(QPen(kOutlineEdge, ringWidth + 1.5));
-        p.drawEllipse(centre, outer - ringWidth / 2, outer - ringWidth / 2);
         p.setPen(QPen(kOutline, ringWidth));
-        p.drawEllipse(centre, outer - ringWidth / 2, outer - ringWidth / 2);
-        p.setPen(QPen(kOutlineEdge, 1.0));
+        p.drawEllipse(centre, ringRadius, ringRadius);
+        p.setPen(Qt::NoPen);
         p.setBrush(kOutline);
-        p.drawEllipse(centre, inner, inner);
+        p.drawEllipse(centre, inner * 0.75, inner * 0.75);
     }
     return image;
 }

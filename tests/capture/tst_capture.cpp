@@ -17,6 +17,7 @@
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QPainter>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -517,6 +518,32 @@ private Q_SLOTS:
         m_rig->selector->onCancelled();
         m_rig->selector->displayList = {m_primary, m_secondary};
         QVERIFY(!lastRegionItem()->isEnabled());
+    }
+
+    // Both looks of the tray icon stand out from light and dark panels alike: a good part of it
+    // differs from the panel by more than a third of the range.
+    void theTrayIconShowsOnLightAndDarkPanels()
+    {
+        for (const StatusIconLook look : {StatusIconLook::idle, StatusIconLook::recording}) {
+            for (const QColor panel :
+                 {QColor(245, 245, 245), QColor(190, 190, 190), QColor(43, 43, 43), QColor(Qt::black)}) {
+                QImage tray(22, 22, QImage::Format_RGB32);
+                tray.fill(panel);
+                QPainter(&tray).drawImage(0, 0, renderStatusIcon(look, 22));
+                int standingOut = 0;
+                for (int y = 0; y < tray.height(); ++y) {
+                    for (int x = 0; x < tray.width(); ++x) {
+                        const QColor c = tray.pixelColor(x, y);
+                        standingOut += std::max({qAbs(c.red() - panel.red()), qAbs(c.green() - panel.green()),
+                                                 qAbs(c.blue() - panel.blue())}) > 85;
+                    }
+                }
+                QVERIFY2(standingOut >= 100, qPrintable(QStringLiteral("%1 on %2: %3 pixels")
+                                                            .arg(int(look))
+                                                            .arg(panel.name())
+                                                            .arg(standingOut)));
+            }
+        }
     }
 
     void stopFromTheMenuTheTimeLimitAndQuit()
