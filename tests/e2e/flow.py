@@ -172,6 +172,8 @@ class Flow:
     def run(self):
         if self.args.quit_while_asking:
             return self.quit_while_asking()
+        if self.args.choosing:
+            return self.choosing()
         if self.args.app_checks:
             self.command_line()
         elif not self.args.wayland:
@@ -340,6 +342,115 @@ class Flow:
         self.quit_from_tray_menu()
         self.log(f"end to end OK ({'with' if self.args.compositor else 'without'} a compositor); "
                  f"screenshots in {self.artifacts}")
+
+    def choosing(self):
+        """What a user records, chosen on a desktop with a window manager: the whole screen dragged
+        corner to corner and started with Return, a region at the top edge started from its
+        toolbar, a window taken with a click, the last region again (Return on its outline, and
+        `vantalo --toggle --last-region`), and a typed size. Each GIF (1×) is the size chosen."""
+        self.start(["openbox"])
+        self.wait_for("the window manager", lambda: "window id" in subprocess.run(
+            ["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], capture_output=True, text=True).stdout)
+        self.start_tray()
+        self.animated_window()
+        self.write_settings("outputScale=1\noutputFrameRate=10\n")
+        env = dict(os.environ, QT_LOGGING_RULES="vantalo.*.debug=true", QT_MESSAGE_PATTERN=LOG_PATTERN)
+        self.app = self.start([self.args.binary], log="vantalo.log", env=env)
+        self.wait_for("Vantalo to start", lambda: "launched" in self.app_log())
+        time.sleep(2.5)
+
+        def record(name, choose, begin=("key", "ctrl+g")):
+            kept = {item["id"] for item in self.history()}
+            log = self.app_log()
+            selections, ready, recordings = (log.count(s) for s in ("-> selecting", "-> readyToRecord", "-> recording"))
+            if begin[0] == "key":
+                self.xdotool(*begin)
+                self.wait_for(f"{name}: the overlay", lambda: self.app_log().count("-> selecting") > selections)
+            else:
+                subprocess.run([self.args.binary, *begin], check=True, timeout=15)
+                self.wait_for(f"{name}: the region", lambda: self.app_log().count("-> readyToRecord") > ready)
+            time.sleep(0.6)
+            choose()
+            self.wait_for(f"{name}: the recording", lambda: self.app_log().count("-> recording") > recordings)
+            time.sleep(1.2)
+            self.xdotool("key", "ctrl+g")
+            items = self.wait_for(f"{name}: the GIF", lambda: [i for i in self.history() if i["id"] not in kept])
+            self.wait_for("the preview panel", lambda: self.window("Vantalo Preview"))
+            with Image.open(self.data / "gifs" / items[0]["filename"]) as gif:
+                return gif.size
+
+        def drag(x0, y0, x1, y1):
+            self.xdotool("mousemove", x0, y0, "mousedown", 1)
+            for step in range(1, 9):
+                self.xdotool("mousemove", x0 + (x1 - x0) * step // 8, y0 + (y1 - y0) * step // 8)
+                time.sleep(0.03)
+            self.xdotool("mouseup", 1)
+            self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
+            time.sleep(0.3)
+
+        def bar():
+            """The toolbar's capsule (its window has 20 points of clear padding round it)."""
+            x, y, w, h = self.window("Vantalo Recording Toolbar")
+            return x + 20, y + 20, w - 40, h - 40
+
+        def whole_screen():
+            self.shot("choosing-hint")
+            drag(0, 0, SCREEN[0] - 1, SCREEN[1] - 1)
+            x, y, w, h = bar()
+            assert 0 <= x and 0 <= y and x + w <= SCREEN[0] and y + h <= SCREEN[1], (x, y, w, h)
+            self.shot("toolbar-inside-the-whole-screen")
+            self.xdotool("key", "Return")
+        assert record("the whole screen", whole_screen) == SCREEN
+
+        def top_edge():
+            drag(700, 0, 1100, 300)
+            x, y, w, h = bar()
+            assert y >= 0, f"the toolbar is off the screen at y = {y}"
+            self.shot("toolbar-of-a-region-at-the-top")
+            self.click(x + w // 2, y + h // 2)
+        assert record("a region at the top edge", top_edge) == (400, 300)
+
+        animate = subprocess.run(["xdotool", "search", "--onlyvisible", "--class", "animate"], capture_output=True,
+                                 text=True).stdout.split()[0]
+        info = subprocess.run(["xwininfo", "-id", animate], capture_output=True, text=True).stdout
+        ax, ay, aw, ah = (int(re.search(rf"{key}:\s+(-?\d+)", info).group(1)) for key in
+                          ("Absolute upper-left X", "Absolute upper-left Y", "Width", "Height"))
+        extents = subprocess.run(["xprop", "-id", animate, "_NET_FRAME_EXTENTS"], capture_output=True,
+                                 text=True).stdout
+        left, right, top, bottom = (int(n) for n in re.findall(r"\d+", extents.split("=")[1]))
+        frame = (aw + left + right, ah + top + bottom)
+        assert top > 0, f"openbox drew no frame: {extents}"
+
+        def a_window():
+            self.xdotool("mousemove", ax + aw // 2, ay + ah // 2)
+            time.sleep(0.4)
+            self.shot("a-window-under-the-pointer")
+            self.xdotool("click", 1)
+            self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
+            self.xdotool("key", "Return")
+        assert record("a window", a_window) == frame
+
+        def the_last_region():
+            self.shot("the-last-region")
+            self.xdotool("key", "Return")  # on the selection overlay: the last region
+            self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
+            self.xdotool("key", "Return")
+        assert record("the last region", the_last_region) == frame
+        assert record("the last region from the command line", lambda: self.xdotool("key", "Return"),
+                      begin=("--toggle", "--last-region")) == frame
+
+        def typed():
+            drag(200, 600, 500, 800)
+            self.xdotool("key", "Tab")
+            time.sleep(0.3)
+            self.xdotool("type", "320x240")
+            self.shot("a-typed-size")
+            self.xdotool("key", "Return")
+            time.sleep(0.3)
+            self.xdotool("key", "Return")
+        assert record("a typed size", typed) == (320, 240)
+        self.quit_from_tray_menu()
+        self.log(f"end to end OK (choosing what to record); screenshots in {self.artifacts}")
 
     def trim_and_fit(self, panel, gif, item):
         """Trim and more… from the panel's Fit menu: both handles dragged inwards, Return saves a
@@ -617,19 +728,20 @@ class Flow:
         self.shot(f"dropped-{count}")
 
     def tray_menu(self, *keys):
-        """The tray menu, by keyboard from its first item: Record GIF, the shortcut, History..., Preferences..."""
+        """The tray menu, by keyboard from its last item up (the items above History... change with what
+        there is to record): Quit Vantalo, About Vantalo, Preferences..., History..."""
         icon = self.tray_icon()
         self.click(icon[0], icon[1], button=3)
         time.sleep(0.6)
         self.xdotool("key", *keys)
 
     def open_history(self):
-        self.tray_menu("Down", "Down", "Return")
+        self.tray_menu("Up", "Up", "Up", "Up", "Return")
 
     def open_preferences(self, times=1):
         """Preferences from the tray menu, asked for `times` times: one window, in the middle of the screen."""
         for _ in range(times):
-            self.tray_menu("Down", "Down", "Down", "Return")
+            self.tray_menu("Up", "Up", "Up", "Return")
             window = self.wait_for("the preferences", lambda: self.window("Vantalo Preferences"))
             time.sleep(0.5)
         shown = self.xdotool("search", "--onlyvisible", "--name", "^Vantalo Preferences$").split()
@@ -792,6 +904,8 @@ def main():
     parser.add_argument("--output", default="2x15", help="SCALExRATE: the output settings stored before the start")
     parser.add_argument("--app-checks", action="store_true", help="also check the command line, the single "
                         "instance, --toggle, a tray host that starts late and the preferences window")
+    parser.add_argument("--choosing", action="store_true", help="with a window manager: the whole screen, "
+                        "the top edge, a window, the last region and a typed size")
     parser.add_argument("--quit-while-asking", action="store_true", help="inside tests/wayland/with-portal.sh: "
                         "quit while the desktop's share question goes unanswered")
     parser.add_argument("--demo", action="store_true", help="keep the GIF, print where things are, and leave "
