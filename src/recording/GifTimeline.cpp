@@ -15,21 +15,50 @@ QImage GifTimeline::preview(int index) const
     return QImage::fromData(previews[index], "JPG");
 }
 
+namespace {
+std::optional<QRgb> flatColour(const QImage& picture)
+{
+    const QImage image = picture.convertToFormat(QImage::Format_ARGB32);
+    if (image.isNull()) {
+        return std::nullopt;
+    }
+    const QRgb first = image.pixel(0, 0);
+    for (int y = 0; y < image.height(); ++y) {
+        const auto* line = reinterpret_cast<const QRgb*>(image.constScanLine(y));
+        if (std::any_of(line, line + image.width(), [first](QRgb p) { return p != first; })) {
+            return std::nullopt;
+        }
+    }
+    return first;
+}
+} // namespace
+
 FrameSpan GifTimeline::suggestedSpan(int still) const
 {
     const int count = frameCount();
     if (count < 2) {
         return {};
     }
-    // The still start: frame 0 and the unchanged frames after it; the last of them stays.
-    int first = 0;
-    qint64 held = delays[0];
+    // Blank frames at the start, unless the GIF shows that blank again later (or is all blank).
+    int begin = 0;
+    if (flat.size() == count) {
+        const auto picture = std::find(flat.begin(), flat.end(), std::optional<QRgb>());
+        const auto blankAgain = [&](const std::optional<QRgb>& colour) {
+            return colour && std::find(flat.begin(), picture, colour) != picture;
+        };
+        if (picture != flat.end() && std::none_of(picture, flat.end(), blankAgain)) {
+            begin = int(picture - flat.begin());
+        }
+    }
+    // The still start: the first frame and the unchanged frames after it; the last of them stays.
+    int first = begin;
+    qint64 held = delays[first];
     while (first + 1 < count && !changed[first + 1]) {
         ++first;
         held += delays[first];
     }
     if (held <= still || first == count - 1) {
-        first = 0;
+        first = begin;
     }
     // The still end: the last changed frame and the unchanged ones after it; the first stays.
     int last = count - 1;
@@ -69,6 +98,8 @@ std::expected<GifTimeline, Failure> readGifTimeline(const QString& path, QSize p
                                                          : timeline.starts.last() + timeline.delays.last());
         timeline.delays.append((*reader)->delay());
         timeline.changed.append(timeline.delays.size() == 1 || (*reader)->changed());
+        timeline.flat.append(timeline.changed.last() ? flatColour((*reader)->picture())
+                                                     : timeline.flat.last());
         QByteArray jpeg;
         QBuffer buffer(&jpeg);
         buffer.open(QIODevice::WriteOnly);

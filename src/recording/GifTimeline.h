@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <chrono>
 #include <expected>
+#include <optional>
 #include <stop_token>
 
 namespace vantalo {
@@ -23,6 +24,8 @@ struct GifTimeline
     QList<int> delays;    // hundredths of a second
     QList<qint64> starts; // when each frame starts, from the first, and the end after the last
     QList<bool> changed;  // whether the frame changed any pixel of the one before
+    // The colour of a frame whose picture is all one colour (a blank one), or nothing.
+    QList<std::optional<QRgb>> flat;
     QList<QByteArray> previews;
 
     int frameCount() const { return int(delays.size()); }
@@ -31,7 +34,8 @@ struct GifTimeline
     QImage preview(int index) const;
 
     // The frames worth keeping: a still start and a still end (the same picture for longer than
-    // `still` hundredths) are left out but for their last and first frame.
+    // `still` hundredths) are left out but for their last and first frame, and so are blank frames
+    // at the start (a window that had not painted yet) when no later frame is blank like them.
     FrameSpan suggestedSpan(int still = 50) const;
 };
 

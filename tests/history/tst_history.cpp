@@ -366,6 +366,31 @@ private Q_SLOTS:
         QCOMPARE(m_controller->viewModel()->items(), QList<GifHistoryItem>{items[0]});
     }
 
+    // The suggested span leaves out blank frames at the start (a window not painted yet), unless
+    // the GIF goes blank like that again or is blank throughout.
+    void blankStartsAreNotSuggested()
+    {
+        const std::optional<QRgb> w = qRgb(255, 255, 255);
+        const std::optional<QRgb> picture;
+        const struct
+        {
+            QList<std::optional<QRgb>> flat;
+            QList<bool> changed;
+            FrameSpan span;
+        } rows[] = {
+            {{w, w, picture, picture, picture}, {true, false, true, true, true}, {2, 5}},
+            {{w, picture, picture, w, picture}, {true, true, true, true, true}, {0, 5}},
+            {{w, w, w}, {true, false, false}, {0, 3}},
+        };
+        for (const auto& [flat, changed, span] : rows) {
+            GifTimeline timeline;
+            timeline.flat = flat;
+            timeline.changed = changed;
+            timeline.delays = QList<int>(flat.size(), 7);
+            QCOMPARE(timeline.suggestedSpan(), span);
+        }
+    }
+
     // The trim window: opens on the suggested span (a still start and end left out), plays it,
     // moves the handles by key and by drag, estimates the result, and saves exactly the kept
     // frames with their delays, at the size asked for.
