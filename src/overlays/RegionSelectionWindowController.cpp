@@ -34,15 +34,14 @@ RegionSelectionView::RegionSelectionView(QScreen* screen, const QImage& still,
             }
         }
     }
-    m_message = m_windows
-                    ? QStringLiteral("Drag to select an area \u00B7 Click a window \u00B7 Click the desktop "
-                                     "for the whole screen \u00B7 Esc to cancel")
-                    : QStringLiteral("Drag to select an area \u00B7 Click for the whole screen \u00B7 Esc to "
-                                     "cancel");
+    QStringList hint{QStringLiteral("Drag to select an area")};
+    hint << (m_windows ? QStringLiteral("Click a window \u00B7 Click the desktop for the whole screen")
+                       : QStringLiteral("Click for the whole screen"));
     if (m_lastRegion) {
-        m_message.replace(QStringLiteral(" \u00B7 Esc"),
-                          QStringLiteral(" \u00B7 Return for the last region \u00B7 Esc"));
+        hint << QStringLiteral("Return for the last region");
     }
+    hint << QStringLiteral("Esc to cancel");
+    m_message = hint.join(QStringLiteral(" \u00B7 "));
     QTimer::singleShot(hintMs, this, [this] {
         if (m_message != tooSmallText) {
             m_message.clear();
