@@ -151,6 +151,12 @@ void AppDelegate::wireCoordinator()
     m_captureCoordinator->onRecordingFailed = [self](const QString& line) {
         if (self) {
             self->showRecordingFailedAlert(line);
+            self->quitIfDone();
+        }
+    };
+    m_previewPanelController->onWorkFinished = [self] {
+        if (self) {
+            self->quitIfDone();
         }
     };
     m_captureCoordinator->registerHotkey();
@@ -189,7 +195,7 @@ void AppDelegate::rebuildMenu()
     m_menu.addSeparator();
     m_menu.addAction(QStringLiteral("About Vantalo"), this, &AppDelegate::showAbout);
     m_menu.addSeparator();
-    m_menu.addAction(QStringLiteral("Quit Vantalo"), qApp, &QCoreApplication::quit);
+    m_menu.addAction(QStringLiteral("Quit Vantalo"), this, &AppDelegate::quit);
 }
 
 void AppDelegate::startRecording()
@@ -286,6 +292,33 @@ void AppDelegate::keepAndShow(const QString& gifPath)
     }
 }
 
+bool AppDelegate::isBusy() const
+{
+    const CaptureState state = m_captureCoordinator->state();
+    return state == CaptureState::recording || state == CaptureState::encoding ||
+           m_previewPanelController->isWorking();
+}
+
+void AppDelegate::quit()
+{
+    if (m_quitting || !isBusy()) {
+        m_services.quitApplication();
+        return;
+    }
+    m_quitting = true;
+    m_services.print(QStringLiteral("Quitting once the GIF is saved (Quit again to quit at once)"));
+    if (m_captureCoordinator->state() == CaptureState::recording) {
+        stopRecording();
+    }
+}
+
+void AppDelegate::quitIfDone()
+{
+    if (m_quitting && !isBusy()) {
+        m_services.quitApplication();
+    }
+}
+
 void AppDelegate::handleGifCreated(const QString& gifPath, RecordingEnd end)
 {
     keepAndShow(gifPath);
@@ -299,6 +332,7 @@ void AppDelegate::handleGifCreated(const QString& gifPath, RecordingEnd end)
         budget > 0) {
         m_previewPanelController->fitShown(budget, true);
     }
+    quitIfDone();
 }
 
 void AppDelegate::showShortcutUnavailableAlert()

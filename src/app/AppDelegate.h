@@ -9,6 +9,7 @@
 #include "common/Console.h"
 #include "settings/PreferencesWindow.h"
 
+#include <QCoreApplication>
 #include <QMenu>
 #include <QMessageBox>
 #include <QObject>
@@ -33,6 +34,8 @@ struct AppServices
     ScreenCapturePermission& capturePermission;
     HistoryStore& historyStore;
     LinePrinter print = stdoutPrinter();
+    // Ends the application (QCoreApplication::quit, unless a test counts the calls).
+    std::function<void()> quitApplication = [] { QCoreApplication::quit(); };
 };
 
 // The top of the application: the tray icon and its menu, the long-lived controllers, the launch
@@ -59,6 +62,10 @@ public:
     void showHistory();
     void openPreferences();
     void showAbout();
+    // Quit Vantalo: at once when nothing is under way; a recording is stopped first, and its GIF
+    // (or one being written or fitted) finished and listed. A second Quit meanwhile exits at once.
+    void quit();
+    bool isQuitting() const { return m_quitting; }
 
     // `vantalo --toggle` acts exactly as a press of the shortcut; with `--last-region`, a capture
     // it starts goes straight to the last recorded region.
@@ -86,6 +93,9 @@ private:
     void rebuildMenu();
     QString currentShortcutLabel() const;
     void reportMissingTray();
+    // Whether a GIF is being recorded, written or fitted.
+    bool isBusy() const;
+    void quitIfDone();
 
     AppServices m_services;
     std::unique_ptr<QSystemTrayIcon> m_statusItem;
@@ -99,6 +109,7 @@ private:
     QPointer<QMessageBox> m_aboutBox;
     QMenu m_menu;
     StatusIconLook m_look = StatusIconLook::idle;
+    bool m_quitting = false;
 };
 
 } // namespace vantalo

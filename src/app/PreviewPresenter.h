@@ -24,6 +24,10 @@ public:
     virtual void copyShown() = 0;
     // A word on the GIF shown, on the panel for a few seconds.
     virtual void tell(const QString& notice) = 0;
+    // Whether a fit is writing a GIF.
+    virtual bool isWorking() const = 0;
+    // A fit has ended, whichever way.
+    std::function<void()> onWorkFinished;
     // "Trim and more…" for the GIF shown.
     std::function<void(const QString& gifPath, const std::optional<QUuid>& historyItemId)> onTrim;
 };

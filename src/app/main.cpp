@@ -32,7 +32,13 @@
 #include <QCommandLineParser>
 #include <QDir>
 #include <QProcessEnvironment>
+#include <QSocketNotifier>
 #include <QTimer>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <csignal>
 
 #include <cstdio>
 #include <optional>
@@ -40,6 +46,15 @@
 using namespace vantalo;
 
 namespace {
+
+// SIGTERM (a logout) reaches the event loop through this pipe.
+int g_terminationPipe[2] = {-1, -1};
+
+void onTermination(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(g_terminationPipe[1], &byte, 1);
+}
 
 struct Request
 {
@@ -255,6 +270,23 @@ int main(int argc, char** argv)
                          }
                      });
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, &AppDelegate::applicationWillTerminate);
+    // A logout quits as Quit does (a recording under way is saved first), within 5 s.
+    std::unique_ptr<QSocketNotifier> termination;
+    if (::pipe2(g_terminationPipe, O_CLOEXEC | O_NONBLOCK) == 0) {
+        termination = std::make_unique<QSocketNotifier>(g_terminationPipe[0], QSocketNotifier::Read);
+        QObject::connect(termination.get(), &QSocketNotifier::activated, &delegate, [&delegate] {
+            char byte = 0;
+            while (::read(g_terminationPipe[0], &byte, 1) > 0) {
+            }
+            delegate.quit();
+            QTimer::singleShot(5000, qApp, &QCoreApplication::quit);
+        });
+        struct sigaction action = {};
+        action.sa_handler = onTermination;
+        sigemptyset(&action.sa_mask);
+        action.sa_flags = SA_RESTART;
+        sigaction(SIGTERM, &action, nullptr);
+    }
     QTimer::singleShot(0, &delegate, [&delegate, request] {
         delegate.setupApplication();
         if (request.toggle) {

@@ -300,6 +300,9 @@ void PreviewPanelController::fitUnder(const QString& gifPath, qint64 budget, boo
                 // Deleted once this signal has returned.
                 m_job.release()->deleteLater();
                 finishFit(outcome, fitted, replacing);
+                if (onWorkFinished) {
+                    onWorkFinished();
+                }
             });
 }
 

@@ -59,6 +59,7 @@ public:
     void fitShown(qint64 budget, bool replacing) override;
     void copyShown() override;
     void tell(const QString& notice) override { showNotice(notice); }
+    bool isWorking() const override { return m_job != nullptr; }
 
     // The panel's frame, y-up: `inset` points in from the bottom-right of the usable area.
     static QRectF panelFrame(const QSizeF& size, const QRectF& visibleFrame);

@@ -65,7 +65,13 @@ public:
         shown.push_back({gifPath, historyItemId});
     }
     void dismiss() override { ++dismissed; }
-    void fitShown(qint64 budget, bool replacing) override { fitted.append(replacing ? budget : -budget); }
+    void fitShown(qint64 budget, bool replacing) override
+    {
+        fitted.append(replacing ? budget : -budget);
+        working = true;
+    }
+    bool isWorking() const override { return working; }
+    bool working = false;
     void copyShown() override { ++copied; }
     void tell(const QString& notice) override { told << notice; }
     std::vector<Shown> shown;
@@ -145,6 +151,7 @@ class TestCapture : public QObject
     FakeHistoryWindow* m_historyWindow = nullptr;
     FakeTrim* m_trim = nullptr;
     QStringList m_printed;
+    int m_quits = 0;
     std::unique_ptr<AppDelegate> m_delegate;
 
     void startApplication()
@@ -157,7 +164,7 @@ class TestCapture : public QObject
         m_trim = trim.get();
         m_delegate = std::make_unique<AppDelegate>(
             AppServices{*m_defaults, m_keychain, m_notifier, m_rig->permission, m_history,
-                        [this](const QString& line) { m_printed << line; }},
+                        [this](const QString& line) { m_printed << line; }, [this] { ++m_quits; }},
             std::move(m_c), std::move(preview), std::move(historyWindow), std::move(trim));
         m_delegate->setupApplication();
     }
@@ -194,6 +201,7 @@ private Q_SLOTS:
         m_history.failure.reset();
         m_history.added.clear();
         m_printed.clear();
+        m_quits = 0;
     }
     void cleanup()
     {
@@ -570,6 +578,24 @@ private Q_SLOTS:
         QTRY_COMPARE(coordinator().state(), CaptureState::idle);
         QTRY_COMPARE(m_history.added.size(), 2);
         QCOMPARE(m_preview->told, QStringList{QStringLiteral("Stopped at 30 s")});
+
+        // Quit while recording stops it, and quits once the GIF is listed and fitted (the setting
+        // on); a second Quit quits at once, the recording unsaved.
+        m_defaults->setInteger(SettingsKey::fitUnderBytes, 1000000);
+        selectAndStart();
+        menuAction(m_delegate->menu(), QStringLiteral("Quit Vantalo"))->trigger();
+        QTRY_COMPARE(m_preview->fitted.size(), 1);
+        QCOMPARE(m_history.added.size(), 3);
+        QCOMPARE(m_quits, 0);
+        m_preview->working = false;
+        m_preview->onWorkFinished();
+        QCOMPARE(m_quits, 1);
+        selectAndStart();
+        m_delegate->quit();
+        QCOMPARE(m_quits, 2);
+        QCOMPARE(coordinator().state(), CaptureState::recording);
+        m_rig->toolbar->onStop();
+        QTRY_COMPARE(coordinator().state(), CaptureState::idle);
 
         // Quitting takes down what is on screen and lets go of the shortcut.
         selectRegion();

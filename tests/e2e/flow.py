@@ -347,7 +347,8 @@ class Flow:
         """What a user records, chosen on a desktop with a window manager: the whole screen dragged
         corner to corner and started with Return, a region at the top edge started from its
         toolbar, a window taken with a click, the last region again (Return on its outline, and
-        `vantalo --toggle --last-region`), and a typed size. Each GIF (1×) is the size chosen."""
+        `vantalo --toggle --last-region`), and a typed size. Each GIF (1×) is the size chosen. Quit
+        while recording keeps the recording."""
         self.start(["openbox"])
         self.wait_for("the window manager", lambda: "window id" in subprocess.run(
             ["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], capture_output=True, text=True).stdout)
@@ -449,7 +450,30 @@ class Flow:
             time.sleep(0.3)
             self.xdotool("key", "Return")
         assert record("a typed size", typed) == (320, 240)
-        self.quit_from_tray_menu()
+
+        # Quit while recording, then a logout (SIGTERM): each GIF is written and listed first.
+        for ending in ("Quit", "SIGTERM"):
+            kept = len(self.history())
+            recordings = self.app_log().count("-> recording")
+            subprocess.run([self.args.binary, "--toggle", "--last-region"], check=True, timeout=15)
+            self.wait_for("the region", lambda: self.window("Vantalo Recording Toolbar"))
+            self.xdotool("key", "Return")
+            self.wait_for("the recording", lambda: self.app_log().count("-> recording") > recordings)
+            time.sleep(1.5)
+            if ending == "Quit":
+                self.quit_from_tray_menu()
+                (self.artifacts / "vantalo.log").rename(self.artifacts / "vantalo-before-quit.log")
+                self.app = self.start([self.args.binary], log="vantalo.log", env=env)
+                self.wait_for("Vantalo to start again", lambda: "launched" in self.app_log())
+                time.sleep(1.0)
+            else:
+                self.app.terminate()
+                assert self.app.wait(timeout=8) == 0, "Vantalo did not end cleanly on SIGTERM"
+            assert len(self.history()) == kept + 1, f"{ending} lost the recording"
+            with Image.open(self.data / "gifs" / self.history()[0]["filename"]) as gif:
+                assert gif.size == (320, 240) and gif.n_frames >= 10, (gif.size, gif.n_frames)
+                gif.seek(gif.n_frames - 1)
+                gif.load()
         self.log(f"end to end OK (choosing what to record); screenshots in {self.artifacts}")
 
     def trim_and_fit(self, panel, gif, item):
