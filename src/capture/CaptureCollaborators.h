@@ -40,6 +40,8 @@ public:
     virtual ~RegionAdjuster() = default;
     virtual void show(const DisplayInfo& display, const QRectF& region) = 0;
     virtual void hide() = 0;
+    // Large in the middle of the region: the seconds left before the recording; 0 takes it away.
+    virtual void showCountdown(int secondsLeft) = 0;
     // The display as it was before the overlays covered it, where they had to take a picture of it
     // (no compositor keeps covered windows' pictures); a null image otherwise.
     virtual QImage stillOf(const QString& displayName) const

@@ -53,6 +53,8 @@ CaptureCoordinator::CaptureCoordinator(CaptureCollaborators collaborators, UserD
         }
     };
     m_c.toolbarController->toolbarState().setLimitSeconds(maxDurationSeconds);
+    m_countdownTimer.setInterval(1000);
+    connect(&m_countdownTimer, &QTimer::timeout, this, &CaptureCoordinator::countDown);
 }
 
 CaptureCoordinator::~CaptureCoordinator() = default;
@@ -105,7 +107,9 @@ void CaptureCoordinator::handleHotkeyPress()
         break;
     case CaptureState::selectingRegion:
     case CaptureState::readyToRecord:
-        cancelCapture();
+        if (!cancelCountdown()) {
+            cancelCapture();
+        }
         break;
     case CaptureState::recording:
         later(&CaptureCoordinator::stopRecording);
@@ -177,19 +181,19 @@ void CaptureCoordinator::handleRegionSelected(const QRectF& region, const Displa
         }
     };
     m_c.regionPreview->onCancelled = [self] {
-        if (self) {
+        if (self && !self->cancelCountdown()) {
             self->cancelCapture();
         }
     };
     m_c.regionPreview->onConfirmed = [self] {
         if (self) {
-            self->later(&CaptureCoordinator::startRecording);
+            self->later(&CaptureCoordinator::requestStart);
         }
     };
 
     m_c.toolbarController->onStart = [self] {
         if (self) {
-            self->later(&CaptureCoordinator::startRecording);
+            self->later(&CaptureCoordinator::requestStart);
         }
     };
     m_c.toolbarController->onRestart = [self] {
@@ -209,6 +213,41 @@ void CaptureCoordinator::handleRegionChanged(const QRectF& region)
 {
     m_selectedRegion = region;
     m_c.toolbarController->follow(region);
+}
+
+void CaptureCoordinator::requestStart()
+{
+    if (m_state != CaptureState::readyToRecord || m_starting || cancelCountdown()) {
+        return;
+    }
+    m_countdownLeft = readOutputPreferences(m_defaults).preferences.countdownSeconds;
+    if (m_countdownLeft <= 0) {
+        startRecording();
+        return;
+    }
+    m_c.regionPreview->showCountdown(m_countdownLeft);
+    m_countdownTimer.start();
+}
+
+void CaptureCoordinator::countDown()
+{
+    if (--m_countdownLeft > 0) {
+        m_c.regionPreview->showCountdown(m_countdownLeft);
+        return;
+    }
+    cancelCountdown();
+    startRecording();
+}
+
+bool CaptureCoordinator::cancelCountdown()
+{
+    if (m_countdownLeft <= 0) {
+        return false;
+    }
+    m_countdownTimer.stop();
+    m_countdownLeft = 0;
+    m_c.regionPreview->showCountdown(0);
+    return true;
 }
 
 void CaptureCoordinator::startRecording()
@@ -372,6 +411,7 @@ void CaptureCoordinator::discardSession()
 
 void CaptureCoordinator::cancelCapture()
 {
+    cancelCountdown();
     discardSession();
     m_c.regionSelector->dismiss();
     m_c.toolbarController->hide();

@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QRectF>
 #include <QString>
+#include <QTimer>
 
 #include <expected>
 #include <functional>
@@ -100,6 +101,12 @@ public:
 private:
     void handleRegionSelected(const QRectF& region, const DisplayInfo& display);
     void handleRegionChanged(const QRectF& region);
+    // Start or Return: the countdown of the settings, then the recording; during the countdown,
+    // Start again (as Escape and the shortcut) cancels it.
+    void requestStart();
+    void countDown();
+    // Returns whether there was a countdown to cancel.
+    bool cancelCountdown();
     void startRecording();
     void stopAtTheLimit();
     void restartRecording();
@@ -125,6 +132,8 @@ private:
     std::optional<DisplayInfo> m_selectedScreen;
     // Set while a recorder start is awaited, so a second Start in that gap does nothing.
     bool m_starting = false;
+    int m_countdownLeft = 0; // seconds, while counting down
+    QTimer m_countdownTimer;
     int m_frameRate = 15; // of the recording under way
     RecordingEnd m_end = RecordingEnd::stoppedByUser;
     // The GIF of the running recording, encoded as its frames arrive.

@@ -97,6 +97,12 @@ void RegionPreviewView::keyPressEvent(QKeyEvent* event)
     }
 }
 
+void RegionPreviewView::setCountdown(int secondsLeft)
+{
+    m_countdown = secondsLeft;
+    update();
+}
+
 void RegionPreviewView::editSize()
 {
     if (m_sizeEditor) {
@@ -200,6 +206,22 @@ void RegionPreviewView::paintEvent(QPaintEvent*)
         p.drawEllipse(centre, geometry::handleRadius, geometry::handleRadius);
     }
 
+    if (m_countdown > 0) {
+        // Large in the middle of the region, on a dark disc: seen over any content.
+        const QRectF hole = toWidget(m_region);
+        const double side = std::clamp(std::min(hole.width(), hole.height()) * 0.6, 24.0, 160.0);
+        QRectF disc(QPointF(), QSizeF(side, side));
+        disc.moveCenter(hole.center());
+        p.setPen(Qt::NoPen);
+        p.setBrush(QColor(0, 0, 0, 150));
+        p.drawEllipse(disc);
+        QFont font = p.font();
+        font.setPixelSize(int(side * 0.6));
+        font.setWeight(QFont::Bold);
+        p.setFont(font);
+        p.setPen(Qt::white);
+        p.drawText(disc, Qt::AlignCenter, QString::number(m_countdown));
+    }
     if (!m_sizeEditor) {
         m_labelBox = paintSizePill(p, m_region, 11, 0.65, [&](const QSizeF& text) {
             return geometry::previewLabelBox(m_region, text, QSizeF(size()));
@@ -238,6 +260,13 @@ void RegionPreviewOverlay::show(const DisplayInfo& display, const QRectF& region
     view->raise();
     view->grabKeyboard();
     m_window = view;
+}
+
+void RegionPreviewOverlay::showCountdown(int secondsLeft)
+{
+    if (m_window) {
+        m_window->setCountdown(secondsLeft);
+    }
 }
 
 void RegionPreviewOverlay::hide()

@@ -28,6 +28,8 @@ public:
     // The size editor over the label, open until a size is taken or Escape; null when closed.
     QComboBox* sizeEditor() const { return m_sizeEditor; }
     void editSize();
+    void setCountdown(int secondsLeft);
+    int countdown() const { return m_countdown; }
 
 protected:
     void mousePressEvent(QMouseEvent* event) override;
@@ -51,6 +53,7 @@ private:
     QRectF m_baseRegion;
     QRectF m_labelBox; // widget coordinates, as last painted
     QPointer<QComboBox> m_sizeEditor;
+    int m_countdown = 0;
 };
 
 class RegionPreviewOverlay final : public RegionAdjuster
@@ -68,6 +71,7 @@ public:
     void show(const DisplayInfo& display, const QRectF& region) override;
     // Ends the capture's stills.
     void hide() override;
+    void showCountdown(int secondsLeft) override;
     QImage stillOf(const QString& displayName) const override { return m_stills->takenOf(displayName); }
     RegionPreviewView* window() const { return m_window; }
 

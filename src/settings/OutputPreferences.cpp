@@ -31,6 +31,9 @@ StoredOutputPreferences readOutputPreferences(const UserDefaults& defaults)
     read(
         SettingsKey::fitUnderBytes, [](qint64 v) { return v == 0 || v >= minimumFitBudget; },
         out.fitUnderBytes);
+    read(
+        SettingsKey::countdownSeconds, [](qint64 v) { return countdownChoices.contains(int(v)); },
+        out.countdownSeconds);
     return stored;
 }
 
@@ -39,6 +42,7 @@ void storeOutputPreferences(UserDefaults& defaults, const OutputPreferences& pre
     defaults.setInteger(SettingsKey::outputScale, preferences.scale);
     defaults.setInteger(SettingsKey::outputFrameRate, preferences.frameRate);
     defaults.setInteger(SettingsKey::fitUnderBytes, preferences.fitUnderBytes);
+    defaults.setInteger(SettingsKey::countdownSeconds, preferences.countdownSeconds);
 }
 
 } // namespace vantalo

@@ -14,6 +14,7 @@ struct OutputPreferences
     int scale = 2;            // 2: twice the region's points; 1: a pixel a point
     int frameRate = 15;       // 15, 10 or 5
     qint64 fitUnderBytes = 0; // 0: off; else every recording is fitted under this many bytes
+    int countdownSeconds = 0; // counted down after Start before the recording begins; 0: none
 
     friend bool operator==(const OutputPreferences&, const OutputPreferences&) = default;
 };
@@ -21,6 +22,7 @@ struct OutputPreferences
 // The choices Preferences offers for each.
 inline const QList<int> outputScales{2, 1};
 inline const QList<int> outputFrameRates{15, 10, 5};
+inline const QList<int> countdownChoices{0, 3, 5};
 // The smallest size a recording can be fitted under: below it, no GIF worth having fits.
 inline constexpr qint64 minimumFitBudget = 1000;
 

@@ -78,20 +78,27 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
         m_fitUnder->addItem(QStringLiteral("Under %1").arg(budgetLabel(current.fitUnderBytes)),
                             current.fitUnderBytes);
     }
+    m_countdown = new QComboBox(outputBox);
+    for (const int seconds : countdownChoices) {
+        m_countdown->addItem(seconds ? QStringLiteral("%1 s").arg(seconds) : QStringLiteral("Off"), seconds);
+    }
     const auto bindChoice = [this](QComboBox* box, qint64 value) {
         box->setCurrentIndex(box->findData(value));
         connect(box, &QComboBox::currentIndexChanged, this, [this] {
             storeOutputPreferences(m_defaults, OutputPreferences{m_outputScale->currentData().toInt(),
                                                                  m_outputFrameRate->currentData().toInt(),
-                                                                 m_fitUnder->currentData().toLongLong()});
+                                                                 m_fitUnder->currentData().toLongLong(),
+                                                                 m_countdown->currentData().toInt()});
         });
     };
     bindChoice(m_outputScale, current.scale);
     bindChoice(m_outputFrameRate, current.frameRate);
     bindChoice(m_fitUnder, current.fitUnderBytes);
+    bindChoice(m_countdown, current.countdownSeconds);
     output->addRow(QStringLiteral("Size"), m_outputScale);
     output->addRow(QStringLiteral("Frame Rate"), m_outputFrameRate);
     output->addRow(QStringLiteral("Fit Each Recording"), m_fitUnder);
+    output->addRow(QStringLiteral("Countdown"), m_countdown);
     layout->addWidget(outputBox);
 
     auto* credentialsBox = new QGroupBox(QStringLiteral("AWS Credentials"), this);

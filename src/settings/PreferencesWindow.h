@@ -47,6 +47,7 @@ public:
     QComboBox* outputScaleBox() const { return m_outputScale; }
     QComboBox* outputFrameRateBox() const { return m_outputFrameRate; }
     QComboBox* fitUnderBox() const { return m_fitUnder; }
+    QComboBox* countdownBox() const { return m_countdown; }
 
     void save();
     bool hasUnsavedCredentials() const;
@@ -76,6 +77,7 @@ private:
     QComboBox* m_outputScale;
     QComboBox* m_outputFrameRate;
     QComboBox* m_fitUnder;
+    QComboBox* m_countdown;
     QLabel* m_saved;
     QPointer<QMessageBox> m_closeQuestion;
     // Asks what to do with the credentials typed and not saved; closes unless the answer is Cancel.

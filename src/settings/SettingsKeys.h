@@ -18,6 +18,8 @@ inline const QString outputScale = QStringLiteral("outputScale");
 inline const QString outputFrameRate = QStringLiteral("outputFrameRate");
 // 0, or the bytes every recording is fitted under right after it stops.
 inline const QString fitUnderBytes = QStringLiteral("fitUnderBytes");
+// 0, 3 or 5: the seconds counted down between Start and the recording.
+inline const QString countdownSeconds = QStringLiteral("countdownSeconds");
 // The last recorded region with its display's name and frame (JSON), offered by the next capture.
 inline const QString lastRegion = QStringLiteral("lastRegion");
 

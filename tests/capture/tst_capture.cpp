@@ -289,6 +289,34 @@ private Q_SLOTS:
         QVERIFY(m_rig->journal.printed.isEmpty());
     }
 
+    // With a countdown set, Start (or Return) counts down on the region before the recording;
+    // Start again, Escape or the shortcut cancel it, and the region stays to adjust.
+    void aCountdownBeforeTheRecording()
+    {
+        m_defaults->setInteger(SettingsKey::countdownSeconds, 3);
+        const auto& j = m_rig->journal;
+        selectRegion();
+        const std::function<void()> cancels[] = {[this] { m_rig->toolbar->onStart(); },
+                                                 [this] { m_rig->preview->onCancelled(); },
+                                                 [this] { m_c->handleHotkeyPress(); }};
+        for (const auto& cancel : cancels) {
+            pressToolbar(m_rig->preview->onConfirmed);
+            QCOMPARE(j.entries.last(), QStringLiteral("preview.countdown 3"));
+            pressToolbar(cancel);
+            QCOMPARE(j.entries.last(), QStringLiteral("preview.countdown 0"));
+            QCOMPARE(m_c->state(), CaptureState::readyToRecord);
+        }
+        pressToolbar(m_rig->toolbar->onStart);
+        QTRY_COMPARE(m_c->state(), CaptureState::recording);
+        const QStringList order{QStringLiteral("preview.countdown 2"), QStringLiteral("preview.countdown 1"),
+                                QStringLiteral("preview.hide"),
+                                QStringLiteral("recorder.start 0,780 400x300 @15 max30 x2")};
+        for (qsizetype i = 1; i < order.size(); ++i) {
+            QVERIFY2(j.at(order[i - 1]) >= 0 && j.at(order[i - 1]) < j.at(order[i]),
+                     qPrintable(j.entries.join('\n')));
+        }
+    }
+
     void startWithoutPermissionWaitsForIt()
     {
         m_rig->permission.granted = false;

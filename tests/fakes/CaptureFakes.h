@@ -188,6 +188,10 @@ public:
         m_j.add("preview.show " + d.name + ' ' + rectText(r));
     }
     void hide() override { m_j.add(QStringLiteral("preview.hide")); }
+    void showCountdown(int secondsLeft) override
+    {
+        m_j.add("preview.countdown " + QString::number(secondsLeft));
+    }
 };
 
 class FakeToolbar final : public ToolbarPresenter, Journaled

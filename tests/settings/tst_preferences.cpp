@@ -156,7 +156,9 @@ private Q_SLOTS:
         window->outputFrameRateBox()->setCurrentText(QStringLiteral("5 fps"));
         QCOMPARE(window->fitUnderBox()->currentText(), QStringLiteral("Off"));
         window->fitUnderBox()->setCurrentText(QStringLiteral("Under 5 MB"));
-        QCOMPARE(readOutputPreferences(defaults).preferences, (OutputPreferences{1, 5, 5'000'000}));
+        QCOMPARE(window->countdownBox()->currentText(), QStringLiteral("Off"));
+        window->countdownBox()->setCurrentText(QStringLiteral("3 s"));
+        QCOMPARE(readOutputPreferences(defaults).preferences, (OutputPreferences{1, 5, 5'000'000, 3}));
 
         // S3 fields are stored as they are typed; a cleared field stores the empty string.
         window->regionField()->selectAll();
