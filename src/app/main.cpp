@@ -237,8 +237,8 @@ int main(int argc, char** argv)
     };
     auto coordinator =
         std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults, *platform.permission, print);
-    // The uploaders read their settings and credentials once, now; changes apply at the next start.
-    CloudUploader::Config s3Config = CloudUploader::Config::load(defaults, keychain);
+    // Uploads read the settings and credentials as they are then; the endpoint is checked now too.
+    const CloudUploader::Config s3Config = CloudUploader::Config::load(defaults, keychain);
     auto hostedUploader = HostedUploader::create();
     if (const auto problem = s3EndpointProblem(s3Config.endpoint); problem && !hostedUploader) {
         print(QStringLiteral("Uploads will fail: ") + *problem + QStringLiteral(" (the endpoint is ") +
@@ -246,7 +246,8 @@ int main(int argc, char** argv)
     }
     PreviewPanelServices panelServices{
         .historyStore = historyStore,
-        .cloudUploader = std::make_unique<CloudUploader>(std::move(s3Config)),
+        .cloudUploader = std::make_unique<CloudUploader>(
+            [&defaults, &keychain] { return CloudUploader::Config::load(defaults, keychain); }),
         .hostedUploader = std::move(hostedUploader),
         .scheduler = std::make_unique<TimerScheduler>(),
         .compositing = compositing,

@@ -27,7 +27,11 @@ CloudUploader::Config CloudUploader::Config::load(const UserDefaults& defaults, 
     };
 }
 
-CloudUploader::CloudUploader(Config config)
+CloudUploader::CloudUploader(Config config) : CloudUploader([config = std::move(config)] { return config; })
+{
+}
+
+CloudUploader::CloudUploader(std::function<Config()> config)
     : m_config(std::move(config)), m_context(std::make_unique<QObject>()),
       m_http(std::make_unique<HttpClient>())
 {
@@ -69,7 +73,7 @@ void CloudUploader::upload(const QByteArray& data, const QString& filename, Prog
                              }
                          });
         });
-    watcher->setFuture(QtConcurrent::run([config = m_config, filename, data] {
+    watcher->setFuture(QtConcurrent::run([config = m_config(), filename, data] {
         return buildS3Request(config, config.endpoint, filename, data, QDateTime::currentDateTimeUtc());
     }));
 }

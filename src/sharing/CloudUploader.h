@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 class QObject;
@@ -39,14 +40,15 @@ public:
     static inline const char* endpointVariable = "VANTALO_S3_ENDPOINT";
 
     explicit CloudUploader(Config config);
+    // The settings and credentials as they are at each upload: changed in Preferences, they apply
+    // to the next one.
+    explicit CloudUploader(std::function<Config()> config);
     ~CloudUploader() override;
-
-    const Config& config() const { return m_config; }
 
     void upload(const QByteArray& data, const QString& filename, Progress progress, Completion done) override;
 
 private:
-    Config m_config;
+    std::function<Config()> m_config;
     std::unique_ptr<QObject> m_context; // the signing jobs' watchers
     std::unique_ptr<HttpClient> m_http;
 };

@@ -107,6 +107,20 @@ private Q_SLOTS:
             QCOMPARE(server.requests.first().target, QByteArray("/vantalo-test/gifs/clip.gif"));
         }
 
+        // Built from the settings as they are at each upload: a bucket changed in Preferences is
+        // the next upload's, without a restart.
+        {
+            HttpFixture server;
+            server.handler = [](const HttpFixture::Request&) { return HttpFixture::Response{200, {}}; };
+            CloudUploader::Config config = s3Config(server.url());
+            CloudUploader uploader([&config] { return config; });
+            QVERIFY(await(uploader, "GIF89a").outcome);
+            config.bucketName = QStringLiteral("renamed");
+            QVERIFY(await(uploader, "GIF89a").outcome);
+            QCOMPARE(server.requests.size(), 2);
+            QCOMPARE(server.requests.last().target, QByteArray("/renamed/gifs/clip.gif"));
+        }
+
         // The hosted service's address: the first source that has one.
         using Text = std::optional<QString>;
         const Text none;
