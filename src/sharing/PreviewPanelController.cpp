@@ -211,6 +211,8 @@ void PreviewPanelController::finishUpload(const std::shared_ptr<PreviewPanelStat
         showFeedback(QStringLiteral("Upload failed"));
         m_services.print(QStringLiteral("Upload error: ") + outcome.error().description);
         state->setUploading(false);
+        // Why, on the panel where the actions stand, until they come back.
+        showNotice(outcome.error().description);
         return;
     }
     if (historyItemID) {

@@ -199,9 +199,12 @@ private Q_SLOTS:
         PreviewPanelView* panel = m_controller->panel();
         QCOMPARE(panel->shownRow(), PreviewPanelState::Row::ready);
 
-        // A failed upload says so and goes back to ready.
+        // A failed upload says so, and why on the panel for a while, then the actions come back.
         panel->uploadButton()->click();
         m_cloud->calls[0].done(std::unexpected(Failure{QStringLiteral("Upload failed: HTTP 403")}));
+        QCOMPARE(panel->shownRow(), PreviewPanelState::Row::notice);
+        QCOMPARE(panel->rowText(), QStringLiteral("Upload failed: HTTP 403"));
+        m_clock->advance(PreviewPanelController::noticeInterval);
         QCOMPARE(panel->shownRow(), PreviewPanelState::Row::ready);
         QCOMPARE(feedbackShown(), QStringList{QStringLiteral("Upload failed")});
         QCOMPARE(m_printed, QStringList{QStringLiteral("Upload error: Upload failed: HTTP 403")});
@@ -240,8 +243,9 @@ private Q_SLOTS:
         m_controller->show(m_history->dir.filePath(QStringLiteral("gone.gif")), std::nullopt);
         m_controller->panel()->uploadButton()->click();
         QCOMPARE(m_cloud->calls.size(), size_t(2));
-        QCOMPARE(m_controller->panel()->shownRow(), PreviewPanelState::Row::ready);
+        QCOMPARE(m_controller->panel()->shownRow(), PreviewPanelState::Row::notice);
         QVERIFY(m_printed.last().startsWith(QStringLiteral("Upload error: ")));
+        QCOMPARE(QStringLiteral("Upload error: ") + m_controller->panel()->rowText(), m_printed.last());
     }
 
     void uploadOutlivesItsPanelAndTheHostedServiceTakesEveryUpload()
