@@ -784,8 +784,8 @@ class Flow:
         window = self.open_preferences(times=2)
         self.click(window[0] + window[2] - 62, window[1] + 50)  # the shortcut button
         self.xdotool("key", "ctrl+shift+r")
-        # Past the three output choices to the credentials.
-        for tabs, field in ((4, "AKIDEXAMPLE"), (1, "a secret")):
+        # Past the four output choices to the credentials.
+        for tabs, field in ((5, "AKIDEXAMPLE"), (1, "a secret")):
             self.xdotool("key", *["Tab"] * tabs)
             self.xdotool("type", field)
         self.xdotool("key", "Return")
