@@ -14,6 +14,7 @@
 #include <ctime>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 Q_LOGGING_CATEGORY(lcRecorder, "vantalo.recorder", QtInfoMsg)
 
@@ -140,6 +141,8 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
     m_job = job;
     const double dpr = m_devicePixelRatio ? m_devicePixelRatio(displayName) : 1.0;
     m_backend->prepare();
+    // Handed to this recording's capture thread alone.
+    const QImage before = std::exchange(screenBefore, QImage());
     QPointer self(this);
     CaptureBackend* backend = m_backend.get();
 
@@ -155,7 +158,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             Qt::QueuedConnection);
     };
 
-    job->thread = std::thread([job, backend, region, displayName, frameRate, dpr, post, before = screenBefore,
+    job->thread = std::thread([job, backend, region, displayName, frameRate, dpr, post, before,
                                outputScale = outputScale == 1 ? 1 : 2, done = std::move(done)]() mutable {
         auto displays = backend->displays();
         std::expected<std::unique_ptr<CaptureStream>, Failure> stream = std::unexpected(Failure{});
