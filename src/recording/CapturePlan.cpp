@@ -116,15 +116,19 @@ bool showsUnpaintedWindows(const QImage& frame, const QImage& before)
     const QImage now = frame.convertToFormat(QImage::Format_RGB32);
     const QImage then = before.convertToFormat(QImage::Format_RGB32);
     constexpr int side = 16;
+    int tiles = 0;
+    int blank = 0;
     for (int y = 0; y < now.height(); y += side) {
         for (int x = 0; x < now.width(); x += side) {
             const QRect tile = QRect(x, y, side, side) & now.rect();
+            ++tiles;
             if (const auto colour = flatColour(now, tile); colour && flatColour(then, tile) != colour) {
-                return true;
+                ++blank;
             }
         }
     }
-    return false;
+    // A flat shape that moved (an animation) is not a window's background.
+    return blank * 10 >= tiles;
 }
 
 } // namespace vantalo

@@ -38,8 +38,9 @@ long long latestSlotDue(std::chrono::nanoseconds elapsed, int frameRate);
 long long slotsBefore(std::chrono::nanoseconds elapsed, int frameRate);
 
 // Whether `frame` still shows windows that have not repainted since Vantalo's overlays went: a
-// tile of 16 × 16 pixels all of one colour (a window's bare background) where `before`, the same
-// pixels before the overlays, showed something else. Images of different sizes say nothing.
+// tenth or more of its tiles of 16 × 16 pixels all of one colour (a window's bare background)
+// where `before`, the same pixels before the overlays, showed something else. Images of
+// different sizes say nothing.
 bool showsUnpaintedWindows(const QImage& frame, const QImage& before);
 
 } // namespace vantalo

@@ -9,6 +9,7 @@
 #include "overlays/RegionPreviewOverlay.h"
 #include "overlays/RegionSelectionWindowController.h"
 #include "platform/Platform.h"
+#include "recording/CapturePlan.h"
 #include "recording/ScreenRecorder.h"
 
 #include <QApplication>
@@ -468,6 +469,16 @@ private Q_SLOTS:
         ScreenRecorder recorder(std::move(platform.capture), ScreenRecorder::screenPixelRatio);
         recorder.screenBefore = preview.stillOf(display.name);
         QVERIFY(!recorder.screenBefore.isNull());
+        // A flat shape that moved meanwhile (an animation) is no unpainted window; a bare
+        // background over part of the region is.
+        QImage before(320, 240, QImage::Format_RGB32);
+        before.fill(QColor(32, 56, 92));
+        QImage moved = before;
+        QPainter(&moved).fillRect(100, 100, 60, 60, Qt::yellow);
+        QVERIFY(!showsUnpaintedWindows(moved, before));
+        QImage bare = before;
+        QPainter(&bare).fillRect(0, 0, 320, 60, Qt::white);
+        QVERIFY(showsUnpaintedWindows(bare, before));
         preview.hide();
         QVERIFY(preview.stillOf(display.name).isNull()); // the next capture takes its own
         const FrameList frames = testing::record(recorder, QRectF(1000, 300, 400, 300),
