@@ -138,6 +138,11 @@ void AppDelegate::wireCoordinator()
             self->updateStatusIcon(recording);
         }
     };
+    m_captureCoordinator->onPausedChanged = [self](bool) {
+        if (self) {
+            self->updateStatusIcon(true);
+        }
+    };
     m_captureCoordinator->onHotkeyPermissionDenied = [self] {
         if (self) {
             self->showShortcutUnavailableAlert();
@@ -179,6 +184,11 @@ void AppDelegate::rebuildMenu()
     m_menu.clear();
     if (m_captureCoordinator->state() != CaptureState::idle) {
         m_menu.addAction(QStringLiteral("Stop Recording"), this, &AppDelegate::stopRecording);
+        if (m_captureCoordinator->state() == CaptureState::recording) {
+            m_menu.addAction(m_captureCoordinator->isPaused() ? QStringLiteral("Resume Recording")
+                                                              : QStringLiteral("Pause Recording"),
+                             this, &AppDelegate::togglePause);
+        }
     } else {
         m_menu.addAction(QStringLiteral("Record GIF"), this, &AppDelegate::startRecording);
         QAction* shortcutLine = m_menu.addAction(currentShortcutLabel());
@@ -220,6 +230,13 @@ void AppDelegate::toggleCapture(bool lastRegion)
     }
 }
 
+void AppDelegate::togglePause()
+{
+    // After the menu (or the command's hand-over) has finished with its own event.
+    QMetaObject::invokeMethod(m_captureCoordinator.get(), &CaptureCoordinator::togglePause,
+                              Qt::QueuedConnection);
+}
+
 void AppDelegate::recordLastRegion()
 {
     m_captureCoordinator->recordLastRegion();
@@ -234,7 +251,8 @@ void AppDelegate::openPreferences()
 {
     if (!m_preferencesWindow) {
         m_preferencesWindow =
-            new PreferencesWindow(m_services.defaults, m_services.keychain, m_services.hotkeySettings);
+            new PreferencesWindow(m_services.defaults, m_services.keychain, m_services.hotkeySettings,
+                                  m_captureCoordinator->hasMoreShortcuts());
         m_preferencesWindow->setAttribute(Qt::WA_DeleteOnClose);
         m_preferencesWindow->setWindowIcon(applicationIcon());
         if (QScreen* screen = QGuiApplication::primaryScreen()) {
@@ -275,7 +293,9 @@ void AppDelegate::showAbout()
 
 void AppDelegate::updateStatusIcon(bool recording)
 {
-    m_look = recording ? StatusIconLook::recording : StatusIconLook::idle;
+    m_look = !recording                         ? StatusIconLook::idle
+             : m_captureCoordinator->isPaused() ? StatusIconLook::paused
+                                                : StatusIconLook::recording;
     if (m_statusItem) {
         m_statusItem->setIcon(statusIcon(m_look));
     }

@@ -59,6 +59,8 @@ public:
     void startRecording();
     void recordLastRegion();
     void stopRecording();
+    // Pause Recording / Resume Recording, and `vantalo --pause`.
+    void togglePause();
     void showHistory();
     void openPreferences();
     void showAbout();

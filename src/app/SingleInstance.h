@@ -19,6 +19,8 @@ public:
     static inline const QByteArray toggleMessage = QByteArrayLiteral("toggle");
     // `vantalo --toggle --last-region`
     static inline const QByteArray toggleLastRegionMessage = QByteArrayLiteral("toggle-last-region");
+    // `vantalo --pause`
+    static inline const QByteArray pauseMessage = QByteArrayLiteral("pause");
     static inline const QByteArray activateMessage = QByteArrayLiteral("activate");
 
     explicit SingleInstance(QString socketPath, QObject* parent = nullptr);

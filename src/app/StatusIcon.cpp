@@ -1,5 +1,7 @@
 #include "StatusIcon.h"
 
+#include "capture/RecordingLook.h"
+
 #include <QPainter>
 #include <QPainterPath>
 
@@ -23,7 +25,18 @@ QImage renderStatusIcon(StatusIconLook look, int sizePx)
     const qreal outer = s * 0.42;
     const qreal inner = s * 0.2;
 
-    if (look == StatusIconLook::recording) {
+    if (look == StatusIconLook::paused) {
+        // The amber disc of a paused recording with the pause bars on it.
+        p.setPen(Qt::NoPen);
+        p.setBrush(pausedAmber());
+        p.drawEllipse(centre, outer, outer);
+        p.setBrush(Qt::white);
+        const qreal bar = std::max(1.5, s * 0.11);
+        const qreal height = s * 0.36;
+        for (const qreal x : {centre.x() - bar * 1.4, centre.x() + bar * 0.4}) {
+            p.drawRect(QRectF(x, centre.y() - height / 2, bar, height));
+        }
+    } else if (look == StatusIconLook::recording) {
         // A filled red disc with the record dot cut out, as in the filled record symbol.
         QPainterPath disc;
         disc.addEllipse(centre, outer, outer);

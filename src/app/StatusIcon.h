@@ -9,6 +9,7 @@ enum class StatusIconLook
 {
     idle,      // an outlined record symbol
     recording, // a filled red record symbol
+    paused,    // an amber disc with pause bars
 };
 
 // The tray icon, drawn for every size a tray may ask for.

@@ -60,6 +60,7 @@ struct Request
 {
     bool toggle = false;
     bool lastRegion = false;     // with toggle: straight to the last recorded region
+    bool pause = false;          // pause or resume the running instance's recording
     std::optional<int> exitCode; // set when the command line is done without the tray
 };
 
@@ -84,6 +85,9 @@ Request parseCommandLine(int& argc, char** argv)
     const QCommandLineOption lastRegion(QStringLiteral("last-region"),
                                         QStringLiteral("With --toggle: start with the last recorded region "
                                                        "(the selection where there is none)."));
+    const QCommandLineOption pause(QStringLiteral("pause"),
+                                   QStringLiteral("Pause the recording under way, or resume it (for a key "
+                                                  "binding of the desktop)."));
     const QCommandLineOption fit(QStringLiteral("fit"),
                                  QStringLiteral("Write the GIF at the best quality that is at most <size> "
                                                 "(10MB, 2.5MB, 800KB; a MB is 1,000,000 bytes)."),
@@ -100,27 +104,31 @@ Request parseCommandLine(int& argc, char** argv)
                                    QStringLiteral("level"));
     const QCommandLineOption output({QStringLiteral("o"), QStringLiteral("output")},
                                     QStringLiteral("Where to write the GIF."), QStringLiteral("file"));
-    parser.addOptions({toggle, lastRegion, fit, scale, fps, lossy, output});
+    parser.addOptions({toggle, lastRegion, pause, fit, scale, fps, lossy, output});
     parser.addPositionalArgument(QStringLiteral("GIF"), QStringLiteral("A GIF to write smaller (with -o)."));
     if (!parser.parse(core.arguments())) {
         std::fprintf(stderr, "vantalo: %s (see vantalo --help)\n", qPrintable(parser.errorText()));
-        return Request{false, false, 2};
+        return Request{false, false, false, 2};
     }
     parser.process(core); // --help, --help-all and --version print and exit
     const bool tool = !parser.positionalArguments().isEmpty() ||
                       std::ranges::any_of(QList{fit, scale, fps, lossy, output},
                                           [&parser](const QCommandLineOption& o) { return parser.isSet(o); });
     if (tool) {
-        return Request{false, false,
+        return Request{false, false, false,
                        runGifTool(GifToolRequest{parser.value(fit), parser.value(scale), parser.value(fps),
                                                  parser.value(lossy), parser.positionalArguments(),
                                                  parser.value(output)})};
     }
     if (parser.isSet(lastRegion) && !parser.isSet(toggle)) {
         std::fprintf(stderr, "vantalo: --last-region goes with --toggle (see vantalo --help)\n");
-        return Request{false, false, 2};
+        return Request{false, false, false, 2};
     }
-    return Request{parser.isSet(toggle), parser.isSet(lastRegion), std::nullopt};
+    if (parser.isSet(pause) && parser.isSet(toggle)) {
+        std::fprintf(stderr, "vantalo: --pause goes alone (see vantalo --help)\n");
+        return Request{false, false, false, 2};
+    }
+    return Request{parser.isSet(toggle), parser.isSet(lastRegion), parser.isSet(pause), std::nullopt};
 }
 
 } // namespace
@@ -132,14 +140,15 @@ int main(int argc, char** argv)
         return *request.exitCode;
     }
     const QString socketPath = SingleInstance::defaultSocketPath();
-    const QByteArray handedOver = !request.toggle      ? SingleInstance::activateMessage
+    const QByteArray handedOver = request.pause        ? SingleInstance::pauseMessage
+                                  : !request.toggle    ? SingleInstance::activateMessage
                                   : request.lastRegion ? SingleInstance::toggleLastRegionMessage
                                                        : SingleInstance::toggleMessage;
     // The exit code when a running Vantalo took the request, or is there but busy.
     const auto handOver = [&]() -> std::optional<int> {
         switch (SingleInstance::sendToRunningInstance(socketPath, handedOver)) {
         case SingleInstance::Handover::delivered:
-            if (!request.toggle) {
+            if (!request.toggle && !request.pause) {
                 printLineToStdout(QStringLiteral("Vantalo is already running"));
             }
             return 0;
@@ -154,6 +163,10 @@ int main(int argc, char** argv)
     };
     if (const std::optional<int> code = handOver()) {
         return *code;
+    }
+    if (request.pause) {
+        printLineToStdout(QStringLiteral("Nothing to pause: Vantalo is not running"));
+        return 1;
     }
 
     // On a Wayland desktop the windows are XWayland's: only X11 lets Vantalo place its overlays,
@@ -234,6 +247,8 @@ int main(int argc, char** argv)
             [&windows](QWindow* window, const QRegion& region) { windows.setInputRegion(window, region); }),
         std::make_unique<RecordingBorderOverlay>(compositing),
         std::make_unique<RegionPreviewOverlay>(compositing, stills),
+        std::move(platform.pauseShortcut),
+        std::move(platform.lastRegionShortcut),
     };
     auto coordinator =
         std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults, *platform.permission, print);
@@ -268,6 +283,8 @@ int main(int argc, char** argv)
                          if (message == SingleInstance::toggleMessage ||
                              message == SingleInstance::toggleLastRegionMessage) {
                              delegate.toggleCapture(message == SingleInstance::toggleLastRegionMessage);
+                         } else if (message == SingleInstance::pauseMessage) {
+                             delegate.togglePause();
                          }
                      });
     QObject::connect(&app, &QCoreApplication::aboutToQuit, &delegate, &AppDelegate::applicationWillTerminate);

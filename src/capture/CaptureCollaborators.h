@@ -56,7 +56,8 @@ public:
     std::function<void()> onConfirmed;
 };
 
-// The floating toolbar above the region: Start, then Restart, Stop and the elapsed time.
+// The floating toolbar above the region: Start, then Restart, Pause or Resume, Stop and the
+// elapsed time.
 class ToolbarPresenter
 {
 public:
@@ -73,16 +74,24 @@ public:
     // Read at the moment of the press, so callbacks set after show still apply.
     std::function<void()> onStart;
     std::function<void()> onRestart;
+    std::function<void()> onPauseResume;
     std::function<void()> onStop;
 };
 
-// The red frame round the region while it is recorded.
+// The red frame round the region while it is recorded; amber and still while the recording is
+// paused, when dragging it moves the region (never off its display).
 class BorderPresenter
 {
 public:
     virtual ~BorderPresenter() = default;
-    virtual void show(const QRectF& region) = 0;
+    // `display` is the frame of the region's display (y-up, global).
+    virtual void show(const QRectF& region, const QRectF& display) = 0;
     virtual void hide() = 0;
+    // The paused look, or back to recording; the border stays where it is.
+    virtual void setPaused(bool paused) = 0;
+
+    // While paused, as the border is dragged: the region where it now is.
+    std::function<void(const QRectF& region)> onMoved;
 };
 
 // Whether this process may capture the screen; the request shows the system's own prompt where

@@ -89,6 +89,39 @@ void CaptureCoordinator::registerHotkey()
             self->handleHotkeyPress();
         }
     });
+    const auto registerMore = [&](HotkeyRegistrar* registrar, ShortcutAction action, auto handler) {
+        if (!registrar) {
+            return;
+        }
+        const Shortcut more = readShortcut(m_defaults, action);
+        registrar->onPermissionDenied = [self, action, more] {
+            if (self) {
+                self->m_print(QStringLiteral("%1 has no shortcut: %2 is taken by another application")
+                                  .arg(shortcutActionName(action), nativeShortcutLabel(more)));
+            }
+        };
+        registrar->registerHotkey(more, [self, handler] {
+            if (self) {
+                (self->*handler)();
+            }
+        });
+    };
+    registerMore(m_c.pauseHotkey.get(), ShortcutAction::pauseRecording, &CaptureCoordinator::togglePause);
+    registerMore(m_c.lastRegionHotkey.get(), ShortcutAction::recordLastRegion,
+                 &CaptureCoordinator::recordLastRegion);
+}
+
+QString CaptureCoordinator::pauseShortcutLabel() const
+{
+    return m_c.pauseHotkey ? displayShortcutLabel(readShortcut(m_defaults, ShortcutAction::pauseRecording))
+                           : QString();
+}
+
+QString CaptureCoordinator::lastRegionShortcutLabel() const
+{
+    return m_c.lastRegionHotkey
+               ? displayShortcutLabel(readShortcut(m_defaults, ShortcutAction::recordLastRegion))
+               : QString();
 }
 
 QString CaptureCoordinator::shortcutLabel() const
@@ -206,6 +239,16 @@ void CaptureCoordinator::handleRegionSelected(const QRectF& region, const Displa
             self->later(&CaptureCoordinator::stopRecording);
         }
     };
+    m_c.toolbarController->onPauseResume = [self] {
+        if (self) {
+            self->later(&CaptureCoordinator::togglePause);
+        }
+    };
+    m_c.recordingBorder->onMoved = [self](const QRectF& moved) {
+        if (self) {
+            self->handleRegionMoved(moved);
+        }
+    };
     m_c.toolbarController->show(region, display.frame);
 }
 
@@ -213,6 +256,45 @@ void CaptureCoordinator::handleRegionChanged(const QRectF& region)
 {
     m_selectedRegion = region;
     m_c.toolbarController->follow(region);
+}
+
+void CaptureCoordinator::handleRegionMoved(const QRectF& region)
+{
+    if (m_state != CaptureState::recording || !m_paused) {
+        return;
+    }
+    // Only the place changes: the recorder takes it at the resume, at the GIF's size.
+    m_selectedRegion.moveTopLeft(region.topLeft());
+    m_c.toolbarController->follow(m_selectedRegion);
+}
+
+void CaptureCoordinator::togglePause()
+{
+    if (m_state != CaptureState::recording || !m_selectedScreen) {
+        return;
+    }
+    if (!m_paused) {
+        m_c.screenRecorder->pauseRecording();
+        setPaused(true);
+        return;
+    }
+    m_c.screenRecorder->resumeRecording(displayLocalRect(m_selectedRegion, m_selectedScreen->frame));
+    storeLastRegion(m_defaults, {m_selectedRegion, *m_selectedScreen});
+    setPaused(false);
+}
+
+void CaptureCoordinator::setPaused(bool paused)
+{
+    if (paused == m_paused) {
+        return;
+    }
+    m_paused = paused;
+    qCDebug(lcCapture, paused ? "recording paused" : "recording resumed");
+    m_c.toolbarController->toolbarState().setPaused(paused);
+    m_c.recordingBorder->setPaused(paused);
+    if (onPausedChanged) {
+        onPausedChanged(paused);
+    }
 }
 
 void CaptureCoordinator::requestStart()
@@ -307,7 +389,7 @@ void CaptureCoordinator::startRecording()
             storeLastRegion(self->m_defaults, {self->m_selectedRegion, *self->m_selectedScreen});
             self->reportRecording(true);
             self->m_c.toolbarController->toolbarState().startTimer();
-            self->m_c.recordingBorder->show(self->m_selectedRegion);
+            self->m_c.recordingBorder->show(self->m_selectedRegion, self->m_selectedScreen->frame);
         });
 }
 
@@ -325,8 +407,9 @@ void CaptureCoordinator::stopRecording()
         return;
     }
     setState(CaptureState::encoding);
-    m_c.toolbarController->toolbarState().stopTimer();
     m_c.recordingBorder->hide();
+    setPaused(false);
+    m_c.toolbarController->toolbarState().stopTimer();
     m_c.toolbarController->hide();
 
     QPointer self(this);
@@ -391,10 +474,11 @@ void CaptureCoordinator::restartRecording()
         if (!self || self->m_state != CaptureState::recording) {
             return;
         }
+        self->m_c.recordingBorder->hide();
+        self->setPaused(false);
         auto& toolbarState = self->m_c.toolbarController->toolbarState();
         toolbarState.stopTimer();
         toolbarState.setElapsedSeconds(0);
-        self->m_c.recordingBorder->hide();
         self->discardSession();
         self->setState(CaptureState::readyToRecord);
         self->m_readyPayload = std::pair(self->m_selectedRegion, *self->m_selectedScreen);
@@ -416,6 +500,7 @@ void CaptureCoordinator::cancelCapture()
     m_c.regionSelector->dismiss();
     m_c.toolbarController->hide();
     m_c.recordingBorder->hide();
+    setPaused(false);
     m_c.regionPreview->hide();
     setState(CaptureState::idle);
     m_readyPayload.reset();
@@ -446,6 +531,11 @@ void CaptureCoordinator::reportRecording(bool recording)
 void CaptureCoordinator::dismissOverlays()
 {
     m_c.hotkeyManager->unregisterHotkey();
+    for (HotkeyRegistrar* more : {m_c.pauseHotkey.get(), m_c.lastRegionHotkey.get()}) {
+        if (more) {
+            more->unregisterHotkey();
+        }
+    }
     m_c.regionSelector->dismiss();
     m_c.toolbarController->hide();
     m_c.recordingBorder->hide();

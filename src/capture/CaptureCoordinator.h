@@ -48,6 +48,10 @@ struct CaptureCollaborators
     std::unique_ptr<ToolbarPresenter> toolbarController;
     std::unique_ptr<BorderPresenter> recordingBorder;
     std::unique_ptr<RegionAdjuster> regionPreview;
+    // Shortcuts of their own for Pause / Resume and Record Last Region, where the platform lets
+    // Vantalo have more than one (none otherwise: `vantalo --pause` and the menu remain).
+    std::unique_ptr<HotkeyRegistrar> pauseHotkey;
+    std::unique_ptr<HotkeyRegistrar> lastRegionHotkey;
 };
 
 // The state machine of one recording, from the shortcut to the finished file. Lives on the GUI
@@ -69,7 +73,7 @@ public:
     QRectF selectedRegion() const { return m_selectedRegion; }
     std::optional<DisplayInfo> selectedScreen() const { return m_selectedScreen; }
 
-    // Reads the shortcut from the settings and (re)registers it.
+    // Reads the shortcuts from the settings and (re)registers them.
     void registerHotkey();
     // How the user starts a capture without the menu, as the menu shows it: the registered
     // shortcut, the keys the desktop bound instead, or the command where the desktop lets no
@@ -84,6 +88,14 @@ public:
     void recordLastRegion();
     bool hasLastRegion();
     void stopRecording();
+    // Pauses the recording under way, or resumes it (from where the region was moved to meanwhile).
+    void togglePause();
+    bool isPaused() const { return m_paused; }
+    // The keys of Pause / Resume as the menu shows them; empty where there is no such shortcut.
+    QString pauseShortcutLabel() const;
+    QString lastRegionShortcutLabel() const;
+    // Whether the platform gives Pause / Resume and Record Last Region shortcuts of their own.
+    bool hasMoreShortcuts() const { return m_c.pauseHotkey != nullptr; }
     void dismissOverlays();
 
     FrameRecorder& screenRecorder() { return *m_c.screenRecorder; }
@@ -91,6 +103,7 @@ public:
     // With how the recording ended: the user's stop, or the time limit.
     std::function<void(const QString& gifPath, RecordingEnd end)> onGifCreated;
     std::function<void(bool recording)> onRecordingStateChanged;
+    std::function<void(bool paused)> onPausedChanged;
     // A new region is about to be chosen: whatever is on screen of an earlier GIF goes, before it
     // can stand in the region or be recorded.
     std::function<void()> onSelectionStarted;
@@ -101,6 +114,8 @@ public:
 private:
     void handleRegionSelected(const QRectF& region, const DisplayInfo& display);
     void handleRegionChanged(const QRectF& region);
+    void handleRegionMoved(const QRectF& region);
+    void setPaused(bool paused);
     // Start or Return: the countdown of the settings, then the recording; during the countdown,
     // Start again (as Escape and the shortcut) cancels it.
     void requestStart();
@@ -132,6 +147,7 @@ private:
     std::optional<DisplayInfo> m_selectedScreen;
     // Set while a recorder start is awaited, so a second Start in that gap does nothing.
     bool m_starting = false;
+    bool m_paused = false;
     int m_countdownLeft = 0; // seconds, while counting down
     QTimer m_countdownTimer;
     int m_frameRate = 15; // of the recording under way

@@ -9,8 +9,10 @@
 
 namespace vantalo {
 
-// The red frame 2 points outside the recorded region. Clicks pass through it; it only covers a
-// ring round the region, so nothing of it is ever captured.
+class RecordingBorderWindow;
+
+// The ring just outside the recorded region (RecordingBorderWindow), so nothing of it is ever
+// captured: red and click-through while recording, amber and draggable while paused.
 class RecordingBorderOverlay final : public BorderPresenter
 {
 public:
@@ -19,13 +21,21 @@ public:
     }
     ~RecordingBorderOverlay() override { hide(); }
 
-    void show(const QRectF& region) override;
+    void show(const QRectF& region, const QRectF& display) override;
     void hide() override;
-    QWidget* window() const { return m_window; }
+    void setPaused(bool paused) override;
+    QWidget* window() const;
 
 private:
+    void open();
+    void place();
+
     std::function<bool()> m_compositing;
-    QPointer<QWidget> m_window;
+    QRectF m_region;
+    QRectF m_display;
+    QRectF m_pressedRegion; // where the region was when the drag began
+    bool m_paused = false;
+    QPointer<RecordingBorderWindow> m_window;
 };
 
 } // namespace vantalo

@@ -1,5 +1,6 @@
 #include "RecordingToolbarPanel.h"
 
+#include "RecordingLook.h"
 #include "common/FloatingWindow.h"
 #include "common/RegionGeometry.h"
 
@@ -56,7 +57,7 @@ bool RecordingToolbarPanel::recording() const
 
 QSize RecordingToolbarPanel::contentSize() const
 {
-    const double bar = recording() ? 2 * kButtonWidth + 2 * kSeparatorWidth + labelWidth() : kButtonWidth;
+    const double bar = recording() ? 3 * kButtonWidth + 3 * kSeparatorWidth + labelWidth() : kButtonWidth;
     return QSize(qCeil(bar + 2 * kPadding), qCeil(kBarHeight + 2 * kPadding));
 }
 
@@ -106,21 +107,22 @@ void RecordingToolbarPanel::relayout()
 
 QRectF RecordingToolbarPanel::buttonRect(Button button) const
 {
+    if (!recording()) {
+        return button == Button::recordStop ? QRectF(kPadding, kPadding, kButtonWidth, kBarHeight) : QRectF();
+    }
     double x = kPadding;
-    if (recording()) {
-        if (button == Button::restart) {
+    for (Button each : {Button::restart, Button::pauseResume, Button::recordStop}) {
+        if (each == button) {
             return {x, kPadding, kButtonWidth, kBarHeight};
         }
         x += kButtonWidth + kSeparatorWidth;
-    } else if (button == Button::restart) {
-        return {};
     }
-    return button == Button::recordStop ? QRectF(x, kPadding, kButtonWidth, kBarHeight) : QRectF();
+    return {};
 }
 
 RecordingToolbarPanel::Button RecordingToolbarPanel::buttonAt(const QPointF& p) const
 {
-    for (Button button : {Button::restart, Button::recordStop}) {
+    for (Button button : {Button::restart, Button::pauseResume, Button::recordStop}) {
         if (buttonRect(button).contains(p)) {
             return button;
         }
@@ -134,10 +136,25 @@ void RecordingToolbarPanel::mouseMoveEvent(QMouseEvent* event)
     if (now != m_hovered) {
         m_hovered = now;
         setCursor(now == Button::none ? Qt::ArrowCursor : Qt::PointingHandCursor);
-        setToolTip(now == Button::recordStop && !recording() ? QStringLiteral("Start recording (Return)")
-                                                             : QString());
+        setToolTip(toolTipFor(now));
         update();
     }
+}
+
+QString RecordingToolbarPanel::toolTipFor(Button button) const
+{
+    switch (button) {
+    case Button::recordStop:
+        return recording() ? QStringLiteral("Stop recording") : QStringLiteral("Start recording (Return)");
+    case Button::pauseResume:
+        return m_state && m_state->isPaused() ? QStringLiteral("Resume recording")
+                                              : QStringLiteral("Pause recording");
+    case Button::restart:
+        return QStringLiteral("Start over");
+    case Button::none:
+        break;
+    }
+    return {};
 }
 
 void RecordingToolbarPanel::leaveEvent(QEvent*)
@@ -200,6 +217,20 @@ void RecordingToolbarPanel::paintEvent(QPaintEvent*)
         p.setBrush(dim);
         p.drawPath(head);
         p.fillRect(QRectF(restart.right(), bar.center().y() - 9, kSeparatorWidth, 18), separator);
+
+        // Pause: two bars; Resume: the record dot, smaller than Start's.
+        const QRectF pause = buttonRect(Button::pauseResume);
+        highlight(Button::pauseResume);
+        p.setPen(Qt::NoPen);
+        if (m_state && m_state->isPaused()) {
+            p.setBrush(kRed);
+            p.drawEllipse(pause.center(), 6, 6);
+        } else {
+            p.setBrush(dim);
+            p.drawRoundedRect(QRectF(pause.center() + QPointF(-5.5, -7), QSizeF(4, 14)), 1, 1);
+            p.drawRoundedRect(QRectF(pause.center() + QPointF(1.5, -7), QSizeF(4, 14)), 1, 1);
+        }
+        p.fillRect(QRectF(pause.right(), bar.center().y() - 9, kSeparatorWidth, 18), separator);
     }
 
     const QRectF main = buttonRect(Button::recordStop);
@@ -210,7 +241,9 @@ void RecordingToolbarPanel::paintEvent(QPaintEvent*)
         p.drawRoundedRect(QRectF(main.center() - QPointF(6.5, 6.5), QSizeF(13, 13)), 3, 3);
         p.fillRect(QRectF(main.right(), bar.center().y() - 9, kSeparatorWidth, 18), separator);
         // The last seconds before the limit in the stop square's red.
-        p.setPen(m_state && m_state->nearTheLimit() ? kRed : dim);
+        p.setPen(m_state && m_state->isPaused()       ? pausedAmber()
+                 : m_state && m_state->nearTheLimit() ? kRed
+                                                      : dim);
         p.setFont(timeFont());
         const QRectF label(main.right() + kSeparatorWidth, bar.top(), labelWidth(), kBarHeight);
         p.drawText(label, Qt::AlignCenter, m_state ? m_state->label() : QString());

@@ -14,8 +14,8 @@ namespace vantalo {
 using InputRegionSetter = std::function<void(QWindow* window, const QRegion& region)>;
 
 // The floating toolbar: a 40-point capsule inside 20 points of padding, holding the red Start dot,
-// or, while recording, Restart, the stop square and the elapsed time. It never takes the keyboard
-// focus from the application in front.
+// or, while recording, Restart, Pause (Resume while paused), the stop square and the elapsed time. It never
+// takes the keyboard focus from the application in front.
 class RecordingToolbarPanel : public QWidget
 {
     Q_OBJECT
@@ -24,6 +24,7 @@ public:
     {
         none,
         restart,
+        pauseResume,
         recordStop,
     };
 
@@ -51,6 +52,7 @@ private:
     void relayout();
     bool recording() const;
     Button buttonAt(const QPointF& p) const;
+    QString toolTipFor(Button button) const;
     double labelWidth() const;
 
     // A panel fading out may outlive its controller and the state with it.

@@ -20,6 +20,7 @@ void RecordingToolbarState::setElapsedSeconds(double seconds)
 void RecordingToolbarState::startTimer()
 {
     m_isRecording = true;
+    m_isPaused = false;
     m_elapsedSeconds = 0;
     m_timer.start();
     Q_EMIT changed();
@@ -28,7 +29,22 @@ void RecordingToolbarState::startTimer()
 void RecordingToolbarState::stopTimer()
 {
     m_isRecording = false;
+    m_isPaused = false;
     m_timer.stop();
+    Q_EMIT changed();
+}
+
+void RecordingToolbarState::setPaused(bool paused)
+{
+    if (!m_isRecording || paused == m_isPaused) {
+        return;
+    }
+    m_isPaused = paused;
+    if (paused) {
+        m_timer.stop();
+    } else {
+        m_timer.start();
+    }
     Q_EMIT changed();
 }
 

@@ -21,17 +21,23 @@ public:
     void startTimer();
     // Start look; the time keeps its value.
     void stopTimer();
+    // While recording: the time stands still and the label reads "Paused" until the resume.
+    void setPaused(bool paused);
+    bool isPaused() const { return m_isPaused; }
 
     // "m:ss" of whole seconds; in the last five seconds before `limitSeconds`, the time left
     // ("3 s left"), so the end of a recording never comes as a surprise.
     static QString elapsedLabel(double seconds, double limitSeconds);
     // The recording's limit, for the label.
     void setLimitSeconds(double seconds) { m_limitSeconds = seconds; }
-    QString label() const { return elapsedLabel(m_elapsedSeconds, m_limitSeconds); }
+    QString label() const
+    {
+        return m_isPaused ? QStringLiteral("Paused") : elapsedLabel(m_elapsedSeconds, m_limitSeconds);
+    }
     // The label is in its last seconds.
     bool nearTheLimit() const
     {
-        return m_isRecording && m_limitSeconds - m_elapsedSeconds <= kWarningSeconds;
+        return m_isRecording && !m_isPaused && m_limitSeconds - m_elapsedSeconds <= kWarningSeconds;
     }
     static constexpr double kWarningSeconds = 5;
 
@@ -40,6 +46,7 @@ Q_SIGNALS:
 
 private:
     bool m_isRecording = false;
+    bool m_isPaused = false;
     double m_elapsedSeconds = 0;
     double m_limitSeconds = 30;
     QTimer m_timer;

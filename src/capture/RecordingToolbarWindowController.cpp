@@ -45,6 +45,10 @@ void RecordingToolbarWindowController::show(const QRectF& region, const QRectF& 
             if (onRestart) {
                 onRestart();
             }
+        } else if (button == RecordingToolbarPanel::Button::pauseResume) {
+            if (onPauseResume) {
+                onPauseResume();
+            }
         } else if (m_state.isRecording()) {
             if (onStop) {
                 onStop();

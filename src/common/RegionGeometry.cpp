@@ -244,9 +244,9 @@ QPointF snappedToViewEdges(const QPointF& viewPoint, const QSizeF& viewSize)
             viewPoint.y() <= 1 ? 0.0 : viewPoint.y()};
 }
 
-QRectF borderFrame(const QRectF& region)
+QRectF borderFrame(const QRectF& region, double ringWidth)
 {
-    return region.adjusted(-4, -4, 4, 4);
+    return region.adjusted(-ringWidth, -ringWidth, ringWidth, ringWidth);
 }
 
 QRectF borderPathRect(const QSizeF& windowSize)

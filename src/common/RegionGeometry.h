@@ -107,8 +107,9 @@ QRectF toolbarBar(const QRectF& panelFrame);
 // pointer itself never reaches: a drag to the bottom-right corner takes the whole display.
 QPointF snappedToViewEdges(const QPointF& viewPoint, const QSizeF& viewSize);
 
-// The border window (the region grown by 4) and its stroke's rectangle inside it (inset 2).
-QRectF borderFrame(const QRectF& region);
+// The border window (the region grown by the ring's width) and its stroke's rectangle inside it
+// (inset 2).
+QRectF borderFrame(const QRectF& region, double ringWidth);
 QRectF borderPathRect(const QSizeF& windowSize);
 
 } // namespace vantalo::geometry

@@ -20,6 +20,10 @@ public:
     void startRecording(const QRectF& region, const QString& displayName, int frameRate,
                         double maxDurationSeconds, StartDone done) override;
     void stopRecording(StopDone done) override;
+    // Nothing ever records, so nothing pauses.
+    void pauseRecording() override {}
+    void resumeRecording(const QRectF&) override {}
+    bool isPaused() const override { return false; }
 
 private:
     QString m_reason;

@@ -93,6 +93,10 @@ struct Platform
     PlatformChoice choice;
     std::unique_ptr<CaptureBackend> capture;
     std::unique_ptr<HotkeyRegistrar> shortcut;
+    // Shortcuts of their own for Pause / Resume and Record Last Region: X grabs any number of
+    // keys; the portal binds Vantalo's one (none here).
+    std::unique_ptr<HotkeyRegistrar> pauseShortcut;
+    std::unique_ptr<HotkeyRegistrar> lastRegionShortcut;
     std::unique_ptr<WindowSystem> windows;
     std::unique_ptr<ScreenCapturePermission> permission;
 };

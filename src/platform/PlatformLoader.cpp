@@ -152,8 +152,12 @@ Platform loadPlatform([[maybe_unused]] PlatformStore store, LinePrinter print)
     case ShortcutService::xGrab:
 #if defined(VANTALO_HAS_X11)
         if (connection) {
-            platform.shortcut = std::make_unique<X11HotkeyManager>(
-                connection, xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root, print);
+            const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(connection)).data->root;
+            platform.shortcut = std::make_unique<X11HotkeyManager>(connection, root, print);
+            // Their own lines when the grab is refused (the coordinator's), not the main one's.
+            const LinePrinter silent = [](const QString&) {};
+            platform.pauseShortcut = std::make_unique<X11HotkeyManager>(connection, root, silent);
+            platform.lastRegionShortcut = std::make_unique<X11HotkeyManager>(connection, root, silent);
         }
 #endif
         break;

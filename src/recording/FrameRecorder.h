@@ -27,6 +27,14 @@ public:
                                 double maxDurationSeconds, StartDone done) = 0;
     // Ends the recording once every frame so far has been handed to the sink.
     virtual void stopRecording(StopDone done) = 0;
+    // Pauses the recording under way: the slots before now become frames, and no picture is taken
+    // until the resume. The paused time is left out of the timeline and of the time limit; a stop
+    // while paused ends the recording where the pause began.
+    virtual void pauseRecording() = 0;
+    // Goes on recording `region` (as given to the start; moved, never resized): the timeline
+    // continues from the moment of the pause.
+    virtual void resumeRecording(const QRectF& region) = 0;
+    virtual bool isPaused() const = 0;
 
     // Output pixels a point of the region, read at each start: 2 (frames of twice its points) or
     // 1 (a pixel a point: on a 1× display the captured pixels, on a 2× one averaged down as they

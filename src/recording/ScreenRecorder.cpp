@@ -40,8 +40,12 @@ struct ScreenRecorder::Job
     std::condition_variable wake;
     bool go = false;
     bool stop = false;
+    // Slot 0's time; each resume moves it on by the time paused, so the timeline is recorded time.
     Clock::time_point start;
     Clock::time_point stoppedAt; // when the stop was asked for; the timeline ends there
+    bool paused = false;
+    Clock::time_point pausedAt;
+    std::optional<QRectF> movedTo; // where to go on from after the pause, if elsewhere
 
     std::function<void(const Frame&)> sink;
     std::function<bool()> sinkIsBehind;
@@ -53,10 +57,42 @@ struct ScreenRecorder::Job
             std::lock_guard lock(mutex);
             if (!stop) {
                 stop = true;
-                stoppedAt = Clock::now();
+                stoppedAt = paused ? pausedAt : Clock::now();
             }
         }
         wake.notify_all();
+    }
+    void pause()
+    {
+        {
+            std::lock_guard lock(mutex);
+            if (paused || stop) {
+                return;
+            }
+            paused = true;
+            pausedAt = Clock::now();
+        }
+        wake.notify_all();
+    }
+    void resume(const QRectF& region)
+    {
+        {
+            std::lock_guard lock(mutex);
+            if (!paused || stop) {
+                return;
+            }
+            paused = false;
+            if (go) {
+                start += Clock::now() - pausedAt;
+            }
+            movedTo = region;
+        }
+        wake.notify_all();
+    }
+    Clock::time_point startTime()
+    {
+        std::lock_guard lock(mutex);
+        return start;
     }
     void join()
     {
@@ -188,6 +224,8 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
         post([done = std::move(done), job](ScreenRecorder& recorder) {
             recorder.m_starting = false;
             recorder.m_isRecording = true;
+            recorder.m_paused = false;
+            recorder.m_recordedBefore = 0;
             recorder.m_startTime.emplace();
             recorder.m_startTime->start();
             const quint64 generation = ++recorder.m_generation;
@@ -218,7 +256,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             CaptureStats& stats = job->stats;
             stats.frames = written;
             stats.threadCpuMs = threadCpuMs() - cpuAtStart;
-            stats.seconds = std::chrono::duration<double>(end - job->start).count();
+            stats.seconds = std::chrono::duration<double>(end - job->startTime()).count();
             stats.sourceFrames = (*stream)->sourceFrames();
             qCDebug(lcRecorder,
                     "capture stopped: %lld frames over %.3f s (%lld new pictures, %lld late, %lld while the "
@@ -226,6 +264,22 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
                     stats.frames, stats.seconds, stats.pictures, stats.late, stats.encoderBehind);
         };
         const auto period = std::chrono::nanoseconds(1'000'000'000LL / frameRate);
+        // After a pause, the same size from another place: the frames go on at the GIF's size.
+        const auto moveStream = [&](const QRectF& region) {
+            const std::optional<CapturePlan> moved =
+                planCapture(*displays, region, dpr, plan->display.name, outputScale);
+            if (!moved || moved->nativeRect == plan->nativeRect || moved->outputSize != plan->outputSize) {
+                return;
+            }
+            auto reopened = backend->openStream(moved->nativeRect);
+            if (!reopened) {
+                qCWarning(lcRecorder) << "the region stays where it was:" << reopened.error().description;
+                return;
+            }
+            *stream = std::move(*reopened);
+            plan = moved;
+            qCDebug(lcRecorder) << "capturing" << plan->nativeRect << "from now on";
+        };
         std::optional<Frame> last; // the latest picture
         // Slots before `upTo` show the latest picture. Before the first one there is nothing to
         // show: those slots are owed, and the first picture stands in for them.
@@ -239,13 +293,32 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
         };
         for (;;) {
             // The latest slot due, never a burst of the ones missed: they repeat the frame before.
-            const long long slot = std::max(written, latestSlotDue(Clock::now() - job->start, frameRate));
-            const Clock::time_point due = job->start + slotTime(slot, frameRate);
+            const Clock::time_point start = job->startTime();
+            const long long slot = std::max(written, latestSlotDue(Clock::now() - start, frameRate));
+            const Clock::time_point due = start + slotTime(slot, frameRate);
+            std::optional<QRectF> movedTo;
             {
                 std::unique_lock lock(job->mutex);
-                if (job->wake.wait_until(lock, due, [&] { return job->stop; })) {
-                    break;
+                if (job->wake.wait_until(lock, due, [&] { return job->stop || job->paused; })) {
+                    if (job->stop) {
+                        break;
+                    }
+                    // Paused: the slots before the pause are the last of this span; then nothing
+                    // until the resume, which moves the timeline's start on by the time paused.
+                    const auto before = slotsBefore(job->pausedAt - job->start, frameRate);
+                    lock.unlock();
+                    fill(before);
+                    lock.lock();
+                    job->wake.wait(lock, [&] { return job->stop || !job->paused; });
+                    if (job->stop) {
+                        break;
+                    }
+                    movedTo = std::exchange(job->movedTo, std::nullopt);
                 }
+            }
+            if (movedTo) {
+                moveStream(*movedTo);
+                continue;
             }
             fill(slot);
             if (last && job->sinkIsBehind && job->sinkIsBehind()) {
@@ -290,7 +363,7 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             std::lock_guard lock(job->mutex);
             stoppedAt = job->stoppedAt;
         }
-        fill(slotsBefore(stoppedAt - job->start, frameRate));
+        fill(slotsBefore(stoppedAt - job->startTime(), frameRate));
         closeStats(stoppedAt);
     });
 }
@@ -304,12 +377,39 @@ void ScreenRecorder::startDurationTimer(quint64 generation)
     m_durationTimer.start();
 }
 
-void ScreenRecorder::checkDuration()
+double ScreenRecorder::recordedSeconds() const
 {
-    if (!m_startTime) {
+    return m_recordedBefore + (m_startTime ? double(m_startTime->elapsed()) / 1000.0 : 0.0);
+}
+
+void ScreenRecorder::pauseRecording()
+{
+    if (!m_isRecording || !m_job || m_paused) {
         return;
     }
-    if (double(m_startTime->elapsed()) / 1000.0 >= m_timerMaxDuration) {
+    m_job->pause();
+    m_paused = true;
+    m_recordedBefore = recordedSeconds();
+    m_startTime.reset();
+}
+
+void ScreenRecorder::resumeRecording(const QRectF& region)
+{
+    if (!m_isRecording || !m_job || !m_paused) {
+        return;
+    }
+    m_job->resume(region);
+    m_paused = false;
+    m_startTime.emplace();
+    m_startTime->start();
+}
+
+void ScreenRecorder::checkDuration()
+{
+    if (!m_isRecording) {
+        return;
+    }
+    if (recordedSeconds() >= m_timerMaxDuration) {
         m_durationTimer.stop();
         if (onMaxDurationReached) {
             onMaxDurationReached();
@@ -331,7 +431,9 @@ void ScreenRecorder::stopRecording(StopDone done)
     m_lastStats = m_job->stats;
     m_job.reset();
     m_isRecording = false;
+    m_paused = false;
     m_startTime.reset();
+    m_recordedBefore = 0;
     QTimer::singleShot(0, this, [done = std::move(done)] { done({}); });
 }
 
@@ -339,6 +441,7 @@ void ScreenRecorder::handleStreamError(const std::shared_ptr<Job>& job, const QS
 {
     if (job == m_job) {
         m_isRecording = false;
+        m_paused = false;
         m_durationTimer.stop();
     }
     m_print(QStringLiteral("Stream stopped with error: ") + description);

@@ -60,7 +60,8 @@ struct CaptureStats
 // GIF lasts as long as the recording whatever the load. A slot gets a new picture when the
 // capture thread reaches it in time and the frame sink keeps up; otherwise it repeats the picture
 // before, which the encoder stores as a frame with nothing changed. The capture thread never waits
-// for the sink: while the sink is behind it takes no pictures, so memory stays bounded.
+// for the sink: while the sink is behind it takes no pictures, so memory stays bounded. A pause
+// stops the timeline: the frame before it is followed by the first picture after the resume.
 class ScreenRecorder final : public QObject, public FrameRecorder
 {
     Q_OBJECT
@@ -76,8 +77,13 @@ public:
     void startRecording(const QRectF& region, const QString& displayName, int frameRate,
                         double maxDurationSeconds, StartDone done) override;
     void stopRecording(StopDone done) override;
+    void pauseRecording() override;
+    void resumeRecording(const QRectF& region) override;
+    bool isPaused() const override { return m_paused; }
 
     bool isRecording() const { return m_isRecording.load(); }
+    // The time recorded so far, pauses left out.
+    double recordedSeconds() const;
     bool isDurationTimerActive() const { return m_durationTimer.isActive(); }
     CaptureStats lastStats() const { return m_lastStats; }
 
@@ -99,7 +105,9 @@ private:
     std::atomic<bool> m_isRecording = false;
     int m_frameRate = 15;
     double m_maxDurationSeconds = 30.0;
-    std::optional<QElapsedTimer> m_startTime;
+    std::optional<QElapsedTimer> m_startTime; // since the start or the last resume; none while paused
+    double m_recordedBefore = 0;              // seconds recorded before that
+    bool m_paused = false;
     QTimer m_durationTimer;
     double m_timerMaxDuration = 0;
     quint64 m_generation = 0;

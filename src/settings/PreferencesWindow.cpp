@@ -35,26 +35,41 @@ QLineEdit* field(QWidget* parent)
 } // namespace
 
 PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keychain,
-                                     HotkeySettingsNotifier& hotkeySettings, QWidget* parent)
+                                     HotkeySettingsNotifier& hotkeySettings, bool moreShortcuts,
+                                     QWidget* parent)
     : QDialog(parent, Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint | Qt::CustomizeWindowHint),
       m_defaults(defaults), m_keychain(keychain), m_hotkeySettings(hotkeySettings)
 {
     setWindowTitle(title);
-    setFixedSize(420, 530);
+    setFixedSize(420, moreShortcuts ? 600 : 570);
     setModal(false);
 
     auto* layout = new QVBoxLayout(this);
 
-    auto* shortcutBox = new QGroupBox(QStringLiteral("Keyboard Shortcut"), this);
-    auto* shortcutRow = new QHBoxLayout(shortcutBox);
-    shortcutRow->addWidget(new QLabel(QStringLiteral("Start Recording"), shortcutBox));
-    shortcutRow->addStretch();
-    m_recorder = new HotkeyRecorderButton(shortcutBox);
-    m_recorder->setMinimumSize(80, 22);
-    m_recorder->setMaximumSize(140, 28);
-    shortcutRow->addWidget(m_recorder, 0, Qt::AlignVCenter);
-    m_recorderView = std::make_unique<HotkeyRecorderView>(m_recorder);
-    refreshRecorder();
+    auto* shortcutBox = new QGroupBox(
+        moreShortcuts ? QStringLiteral("Keyboard Shortcuts") : QStringLiteral("Keyboard Shortcut"), this);
+    auto* shortcutRows = new QFormLayout(shortcutBox);
+    for (const ShortcutAction action : allShortcutActions) {
+        if (action != ShortcutAction::toggleRecording && !moreShortcuts) {
+            continue;
+        }
+        auto* recorder = new HotkeyRecorderButton(shortcutBox);
+        recorder->setMinimumSize(80, 22);
+        recorder->setMaximumSize(140, 28);
+        shortcutRows->addRow(shortcutActionName(action), recorder);
+        m_recorders.insert(action, recorder);
+        m_recorderViews.emplace(action, HotkeyRecorderView(recorder));
+    }
+    if (!moreShortcuts) {
+        auto* note =
+            new QLabel(QStringLiteral("To pause and resume with a key, bind \u201Cvantalo --pause\u201D "
+                                      "to it in your desktop's keyboard settings."),
+                       shortcutBox);
+        note->setWordWrap(true);
+        note->setEnabled(false);
+        shortcutRows->addRow(note);
+    }
+    refreshRecorders();
     layout->addWidget(shortcutBox);
 
     // Applied from the next recording; stored as chosen.
@@ -251,17 +266,26 @@ void PreferencesWindow::setSavedShown(bool shown)
     fade->start(QAbstractAnimation::DeleteWhenStopped);
 }
 
-void PreferencesWindow::storeShortcut(quint16 keyCode, quint64 modifiers)
+void PreferencesWindow::storeShortcut(ShortcutAction action, const Shortcut& shortcut)
 {
-    vantalo::storeShortcut(m_defaults, Shortcut{keyCode, modifiers});
+    const Shortcut before = readShortcut(m_defaults, action);
+    for (const ShortcutAction other : allShortcutActions) {
+        if (other != action && m_recorders.contains(other) && readShortcut(m_defaults, other) == shortcut) {
+            vantalo::storeShortcut(m_defaults, before, other);
+        }
+    }
+    vantalo::storeShortcut(m_defaults, shortcut, action);
     m_hotkeySettings.post();
-    refreshRecorder();
+    refreshRecorders();
 }
 
-void PreferencesWindow::refreshRecorder()
+void PreferencesWindow::refreshRecorders()
 {
-    m_recorderView->update(readShortcut(m_defaults),
-                           [this](quint16 keyCode, quint64 modifiers) { storeShortcut(keyCode, modifiers); });
+    for (auto& [action, view] : m_recorderViews) {
+        view.update(readShortcut(m_defaults, action), [this, action](quint16 keyCode, quint64 modifiers) {
+            storeShortcut(action, Shortcut{keyCode, modifiers});
+        });
+    }
 }
 
 } // namespace vantalo

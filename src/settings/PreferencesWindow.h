@@ -1,5 +1,6 @@
 #pragma once
 
+#include "ShortcutSettings.h"
 #include "hotkey/HotkeyRecorderButton.h"
 
 #include <QComboBox>
@@ -10,6 +11,9 @@
 #include <QPointer>
 #include <QPushButton>
 
+#include <QMap>
+
+#include <map>
 #include <memory>
 #include <utility>
 
@@ -28,15 +32,20 @@ class PreferencesWindow : public QDialog
 public:
     static inline const QString title = QStringLiteral("Vantalo Preferences");
 
+    // With `moreShortcuts`, Pause / Resume and Record Last Region get shortcuts of their own (the
+    // platform can register them); without, the window says how a desktop key binding does it.
     PreferencesWindow(UserDefaults& defaults, KeychainStore& keychain, HotkeySettingsNotifier& hotkeySettings,
-                      QWidget* parent = nullptr);
+                      bool moreShortcuts = true, QWidget* parent = nullptr);
 
     // The question asked on closing over unsaved credentials (Save, Discard, Cancel), while shown.
     QMessageBox* closeQuestion() const { return m_closeQuestion; }
     bool isSavedShown() const { return m_showSaved; }
     // "Saved", or what was not saved and why.
     QString savedNote() const;
-    HotkeyRecorderButton* recorderButton() const { return m_recorder; }
+    HotkeyRecorderButton* recorderButton(ShortcutAction action = ShortcutAction::toggleRecording) const
+    {
+        return m_recorders.value(action);
+    }
     QLineEdit* accessKeyIdField() const { return m_accessKeyId; }
     QLineEdit* secretAccessKeyField() const { return m_secretAccessKey; }
     QLineEdit* bucketNameField() const { return m_bucketName; }
@@ -58,16 +67,17 @@ protected:
 
 private:
     void loadCredentials();
-    void storeShortcut(quint16 keyCode, quint64 modifiers);
-    void refreshRecorder();
+    // Another action's shortcut given to this one trades places with this one's.
+    void storeShortcut(ShortcutAction action, const Shortcut& shortcut);
+    void refreshRecorders();
     void setSavedShown(bool shown);
 
     UserDefaults& m_defaults;
     KeychainStore& m_keychain;
     HotkeySettingsNotifier& m_hotkeySettings;
 
-    HotkeyRecorderButton* m_recorder;
-    std::unique_ptr<HotkeyRecorderView> m_recorderView;
+    QMap<ShortcutAction, HotkeyRecorderButton*> m_recorders;
+    std::map<ShortcutAction, HotkeyRecorderView> m_recorderViews;
     QLineEdit* m_accessKeyId;
     QLineEdit* m_secretAccessKey;
     QLineEdit* m_bucketName;

@@ -6,6 +6,10 @@ namespace vantalo::SettingsKey {
 
 inline const QString hotkeyKeyCode = QStringLiteral("hotkeyKeyCode");
 inline const QString hotkeyModifiers = QStringLiteral("hotkeyModifiers");
+inline const QString pauseHotkeyKeyCode = QStringLiteral("pauseHotkeyKeyCode");
+inline const QString pauseHotkeyModifiers = QStringLiteral("pauseHotkeyModifiers");
+inline const QString lastRegionHotkeyKeyCode = QStringLiteral("lastRegionHotkeyKeyCode");
+inline const QString lastRegionHotkeyModifiers = QStringLiteral("lastRegionHotkeyModifiers");
 inline const QString s3BucketName = QStringLiteral("s3BucketName");
 inline const QString s3Region = QStringLiteral("s3Region");
 inline const QString cdnDomain = QStringLiteral("cdnDomain");

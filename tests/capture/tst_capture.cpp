@@ -513,6 +513,61 @@ private Q_SLOTS:
                  QStringLiteral("\u201Cvantalo --toggle\u201D (disabled)"));
     }
 
+    // A recording pauses and resumes from the toolbar, the tray menu, its own shortcut and
+    // `vantalo --pause`; paused, its border can be dragged, and it goes on from there. A stop
+    // while paused writes the GIF.
+    void pauseAndResumeFromEveryPlace()
+    {
+        m_rig->selector->displayList = {m_primary};
+        startApplication();
+        const auto& j = m_rig->journal;
+        QCOMPARE(m_rig->pauseHotkey->registered, (Shortcut{KeyCode::g, 0x120000}));
+        QCOMPARE(m_rig->lastRegionHotkey->registered, (Shortcut{KeyCode::g, 0x180000}));
+        m_rig->pauseHotkey->press(); // nothing to pause yet
+        QVERIFY(!j.has(QStringLiteral("recorder.pause")));
+        selectAndStart(QRectF(0, 0, 300, 300));
+        QCOMPARE(menuLines(m_delegate->menu()).mid(0, 2),
+                 (QStringList{QStringLiteral("Stop Recording"), QStringLiteral("Pause Recording")}));
+
+        menuAction(m_delegate->menu(), QStringLiteral("Pause Recording"))->trigger();
+        QTRY_VERIFY(coordinator().isPaused());
+        QVERIFY(m_rig->recorder->paused && m_rig->toolbar->state.isPaused());
+        QCOMPARE(m_rig->toolbar->state.label(), QStringLiteral("Paused"));
+        QVERIFY(!m_rig->toolbar->state.isTimerRunning());
+        QCOMPARE(j.entries.last(), QStringLiteral("border.paused 1"));
+        QCOMPARE(menuLines(m_delegate->menu()).at(1), QStringLiteral("Resume Recording"));
+
+        // Dragged while paused: the toolbar follows, and the recording goes on from there.
+        m_rig->border->onMoved(QRectF(100, 200, 300, 300));
+        QCOMPARE(j.entries.last(), QStringLiteral("toolbar.follow 100,200 300x300"));
+        m_rig->pauseHotkey->press();
+        QTRY_VERIFY(!coordinator().isPaused());
+        QVERIFY(j.has(QStringLiteral("recorder.resume 100,580 300x300")));
+        QCOMPARE(j.entries.last(), QStringLiteral("border.paused 0"));
+        QVERIFY(m_rig->toolbar->state.isTimerRunning());
+        // A drag while recording moves nothing.
+        const qsizetype entries = j.entries.size();
+        m_rig->border->onMoved(QRectF(0, 0, 300, 300));
+        QCOMPARE(j.entries.size(), entries);
+
+        m_rig->toolbar->onPauseResume();
+        QTRY_VERIFY(coordinator().isPaused());
+        m_delegate->togglePause(); // `vantalo --pause`
+        QTRY_VERIFY(!coordinator().isPaused());
+        m_delegate->togglePause();
+        QTRY_VERIFY(coordinator().isPaused());
+        pressToolbar(m_rig->toolbar->onStop);
+        QTRY_COMPARE(m_history.added.size(), 1);
+        QVERIFY(!coordinator().isPaused() && !m_rig->toolbar->state.isPaused());
+        QVERIFY(j.at(QStringLiteral("border.hide")) < j.entries.lastIndexOf(QStringLiteral("recorder.stop")));
+        QCOMPARE(j.entries.count(QStringLiteral("recorder.pause")), 3);
+
+        // The last region, where the pause left it, has its own shortcut too.
+        m_rig->lastRegionHotkey->press();
+        QCOMPARE(coordinator().state(), CaptureState::readyToRecord);
+        QCOMPARE(coordinator().selectedRegion(), QRectF(100, 200, 300, 300));
+    }
+
     // The region of the last recording comes back, in this run and the next, while its display is
     // there as it was: outlined in the selection, or straight to the toolbar from the menu or
     // `vantalo --toggle --last-region`.

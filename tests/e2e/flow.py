@@ -227,7 +227,15 @@ class Flow:
         recording_shot = self.shot("recording")
         if not self.args.wayland:
             self.lock("Num Lock", True)
-        time.sleep(max(0.0, started + 3.0 - time.monotonic()))
+        else:
+            # Paused for a second through the portal as on X11: the stream stays open, its frames
+            # are not kept, and the GIF leaves the second out.
+            subprocess.run([self.args.binary, "--pause"], check=True, timeout=15)
+            self.wait_for("the pause", lambda: "recording paused" in self.app_log())
+            time.sleep(1.0)
+            subprocess.run([self.args.binary, "--pause"], check=True, timeout=15)
+            self.wait_for("the resume", lambda: "recording resumed" in self.app_log())
+        time.sleep(max(0.0, started + (4.0 if self.args.wayland else 3.0) - time.monotonic()))
         key_sent = time.monotonic()
         if self.args.wayland:
             # The desktop has no shortcut portal: the command bound to a key in its settings.
@@ -258,6 +266,8 @@ class Flow:
             time.sleep(4.0)
         gif = self.data / "gifs" / items[0]["filename"]
         self.check_gif(gif)
+        if self.args.wayland:
+            self.check_recorded_time(paused=True)
         self.check_history_file(items[0], gif)
         px, py, pw, ph = panel
         assert (px + pw, py + ph) == (self.screen[0] - 24, self.screen[1] - 24), f"panel at {panel}"
@@ -451,6 +461,8 @@ class Flow:
             self.xdotool("key", "Return")
         assert record("a typed size", typed) == (320, 240)
 
+        self.pause_and_move(ax, ay)
+
         # Quit while recording, then a logout (SIGTERM): each GIF is written and listed first.
         for ending in ("Quit", "SIGTERM"):
             kept = len(self.history())
@@ -471,10 +483,97 @@ class Flow:
                 assert self.app.wait(timeout=8) == 0, "Vantalo did not end cleanly on SIGTERM"
             assert len(self.history()) == kept + 1, f"{ending} lost the recording"
             with Image.open(self.data / "gifs" / self.history()[0]["filename"]) as gif:
-                assert gif.size == (320, 240) and gif.n_frames >= 10, (gif.size, gif.n_frames)
+                assert gif.size == (300, 200) and gif.n_frames >= 10, (gif.size, gif.n_frames)
                 gif.seek(gif.n_frames - 1)
                 gif.load()
         self.log(f"end to end OK (choosing what to record); screenshots in {self.artifacts}")
+
+    def check_recorded_time(self, paused):
+        """The recorder's timeline is the time between the start and the stop in Vantalo's log, less
+        the pause: the seconds it logged."""
+        seconds = float(re.findall(r"capture stopped: \d+ frames over ([\d.]+) s", self.app_log())[-1])
+        recorded = self.log_time("recording -> encoding") - self.log_time("-> recording")
+        if paused:
+            recorded -= self.log_time("recording resumed") - self.log_time("recording paused")
+        assert abs(recorded - seconds) < 0.05, f"{seconds} s on the timeline, {recorded:.3f} s recorded"
+        return seconds
+
+    def log_time(self, text):
+        """Vantalo's clock at the last log line holding `text`."""
+        lines = [line for line in self.app_log().splitlines() if text in line]
+        assert lines, f"no log line with {text!r}"
+        return float(lines[-1].split()[0])
+
+    def pause_and_move(self, ax, ay):
+        """A recording of a region inside the animated window, paused with `vantalo --pause` for
+        2 s while a magenta window covers it, its border dragged 200 points left while paused, and
+        resumed with the pause shortcut. The GIF lasts the recorded time, shows nothing of the
+        pause, and goes on from the new place."""
+        self.start(["xsetroot", "-solid", "#208040"]).wait()
+        kept = {item["id"] for item in self.history()}
+        recordings, selections = (self.app_log().count(s) for s in ("-> recording", "-> selecting"))
+        x, y = ax + 20, ay + 20  # the region: 300 × 200 points of the scene's plain background
+        self.xdotool("key", "ctrl+g")
+        self.wait_for("the overlay", lambda: self.app_log().count("-> selecting") > selections)
+        time.sleep(0.6)
+        self.xdotool("mousemove", x, y, "mousedown", 1)
+        for step in range(1, 9):
+            self.xdotool("mousemove", x + 300 * step // 8, y + 200 * step // 8)
+            time.sleep(0.03)
+        self.xdotool("mouseup", 1)
+        self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
+        time.sleep(0.3)
+        self.xdotool("key", "Return")
+        self.wait_for("the recording", lambda: self.app_log().count("-> recording") > recordings)
+        time.sleep(1.2)
+        subprocess.run([self.args.binary, "--pause"], check=True, timeout=15)
+        self.wait_for("the pause", lambda: self.app_log().count("recording paused") > 0)
+        time.sleep(0.3)
+        self.shot("paused")
+        covering = self.scratch / "magenta.png"
+        Image.new("RGB", (700, 420), (255, 0, 255)).save(covering)
+        cover = self.start(["display", "-title", "magenta", "-geometry", f"+{x - 260}+{y - 40}", str(covering)])
+        self.wait_for("the magenta window", lambda: self.window("magenta"))
+        time.sleep(2.0)
+        cover.terminate()
+        cover.wait()
+        self.wait_for("the magenta window to go", lambda: self.window("magenta") is None)
+        time.sleep(0.5)
+        # The paused border reaches 8 points out from the region: dragged by its left side.
+        self.xdotool("mousemove", x - 4, y + 100, "mousedown", 1)
+        for step in range(1, 9):
+            self.xdotool("mousemove", x - 4 - 200 * step // 8, y + 100)
+            time.sleep(0.03)
+        self.xdotool("mouseup", 1)
+        time.sleep(0.3)
+        self.shot("paused-and-moved")
+        self.xdotool("mousemove", 1800, 1000)
+        self.xdotool("key", "ctrl+shift+g")
+        self.wait_for("the resume", lambda: self.app_log().count("recording resumed") > 0)
+        time.sleep(1.2)
+        self.xdotool("key", "ctrl+g")
+        items = self.wait_for("the GIF", lambda: [i for i in self.history() if i["id"] not in kept])
+        self.wait_for("the preview panel", lambda: self.window("Vantalo Preview"))
+
+        # Its length is the time recorded (Vantalo's own clock), the pause left out, to the frame.
+        seconds = self.check_recorded_time(paused=True)
+        frames, delays = self.frames_and_delays(self.data / "gifs" / items[0]["filename"])
+        self.check_timeline(len(frames), sum(delays), rate=10)
+        assert all(d == 100 for d in delays), set(delays)
+        assert seconds < self.log_time("recording -> encoding") - self.log_time("-> recording") - 1.8
+        # Nothing of the pause; the scene before it, the desktop where the region was moved after.
+        scene, desktop = (32, 56, 92), (32, 128, 64)
+        near = lambda a, b: all(abs(p - q) <= 8 for p, q in zip(a, b))
+        magenta = [i for i, f in enumerate(frames) if f.getcolors(1 << 16) and
+                   any(near(c, (255, 0, 255)) for _, c in f.getcolors(1 << 16))]
+        assert not magenta, f"frames {magenta} show the window of the pause"
+        places = ["scene" if near(f.getpixel((50, 60)), scene) else "desktop" if near(f.getpixel((50, 60)), desktop)
+                  else str(f.getpixel((50, 60))) for f in frames]
+        switch = places.index("desktop")
+        assert set(places[:switch]) == {"scene"} and set(places[switch:]) == {"desktop"}, places
+        before = self.log_time("recording paused") - self.log_time("-> recording")
+        assert abs(switch - before * 10) <= 1, (switch, before)
+        self.log(f"paused and moved: {len(frames)} frames for {seconds} s recorded, the move at frame {switch}")
 
     def trim_and_fit(self, panel, gif, item):
         """Trim and more… from the panel's Fit menu: both handles dragged inwards, Return saves a
@@ -870,10 +969,10 @@ class Flow:
         self.log(f"stop by {how}: {latency * 1000:.0f} ms after the key")
         assert 0 <= latency < 1.0, f"the stop took effect {latency:.3f} s after the key"
 
-    def check_timeline(self, count, delays_ms):
+    def check_timeline(self, count, delays_ms, rate=None):
         """The GIF lasts as long as the recording, judged by the recording's own clock (the line the
         recorder logs when capture stops), whatever the machine's load: a frame every 1/rate s."""
-        rate = self.out_rate
+        rate = rate or self.out_rate
         match = re.findall(r"capture stopped: (\d+) frames over ([\d.]+) s", self.app_log())
         assert match, "the recorder logged no end of capture"
         frames, seconds = int(match[-1][0]), float(match[-1][1])

@@ -111,13 +111,26 @@ public:
             }
         }
         recording = false;
+        paused = false;
         QTimer::singleShot(0, [done = std::move(done), result] { done(result); });
     }
+    void pauseRecording() override
+    {
+        m_j.add(QStringLiteral("recorder.pause"));
+        paused = true;
+    }
+    void resumeRecording(const QRectF& region) override
+    {
+        m_j.add("recorder.resume " + rectText(region));
+        paused = false;
+    }
+    bool isPaused() const override { return paused; }
 
     std::optional<Failure> startFailure;
     std::optional<Failure> stopFailure;
     FrameList frames{Frame{QImage(4, 2, QImage::Format_RGB32), 2}};
     bool recording = false;
+    bool paused = false;
 };
 
 // Opens sessions that count the frames they are fed; finishing one (held by `gate` when set) gives
@@ -223,8 +236,9 @@ class FakeBorder final : public BorderPresenter, Journaled
 {
 public:
     using Journaled::Journaled;
-    void show(const QRectF& region) override { m_j.add("border.show " + rectText(region)); }
+    void show(const QRectF& region, const QRectF&) override { m_j.add("border.show " + rectText(region)); }
     void hide() override { m_j.add(QStringLiteral("border.hide")); }
+    void setPaused(bool paused) override { m_j.add(QStringLiteral("border.paused %1").arg(paused)); }
 };
 
 class FakePermission final : public ScreenCapturePermission
@@ -242,6 +256,8 @@ struct CoordinatorRig
     Journal journal;
     FakePermission permission;
     FakeHotkey* hotkey = nullptr;
+    FakeHotkey* pauseHotkey = nullptr;
+    FakeHotkey* lastRegionHotkey = nullptr;
     FakeRecorder* recorder = nullptr;
     std::shared_ptr<FakeEncoder> encoder = std::make_shared<FakeEncoder>();
     FakeSelector* selector = nullptr;
@@ -255,7 +271,7 @@ struct CoordinatorRig
     {
         auto coordinator = std::make_unique<CaptureCoordinator>(
             CaptureCollaborators{made(hotkey), made(recorder), encoder, made(selector), made(toolbar),
-                                 made(border), made(preview)},
+                                 made(border), made(preview), made(pauseHotkey), made(lastRegionHotkey)},
             defaults, permission, journal.printer(), temporaryDirectory);
         coordinator->onRecordingStateChanged = [this](bool recording) {
             reported << recording;

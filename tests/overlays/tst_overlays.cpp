@@ -378,12 +378,12 @@ private Q_SLOTS:
 
         // The recording look: the stop square in the middle button sends Stop.
         toolbar.toolbarState().startTimer();
-        QTRY_COMPARE(toolbar.panelSize(), QSizeF(200, 80));
+        QTRY_COMPARE(toolbar.panelSize(), QSizeF(245, 80));
         // Qt knows the new geometry at once; the X server a moment later.
         QTRY_COMPARE(xdotool(QStringLiteral("getwindowgeometry %1").arg(toolbar.panel()->winId()))
                          .section(QStringLiteral("Geometry: "), 1)
                          .trimmed(),
-                     QStringLiteral("200x80"));
+                     QStringLiteral("245x80"));
         QTest::qWait(100);
         const QRectF stopButton = toolbar.panel()->buttonRect(RecordingToolbarPanel::Button::recordStop);
         const QPoint stop = toolbar.panel()->mapToGlobal(stopButton.center().toPoint());
@@ -400,7 +400,7 @@ private Q_SLOTS:
         // The border round the region while recording: its stroke 2 points outside the left edge
         // is red, and it lets clicks through.
         RecordingBorderOverlay border([this] { return m_compositing; });
-        border.show(QRectF(300, 430, 500, 400)); // (300, 250)-(800, 650) on screen
+        border.show(QRectF(300, 430, 500, 400), kScreen); // (300, 250)-(800, 650) on screen
         QVERIFY(QTest::qWaitForWindowExposed(border.window()));
         QCOMPARE(border.window()->geometry(), QRect(296, 246, 508, 408));
         QTRY_VERIFY2(screenPixel(298, 450).red() > 200 && screenPixel(298, 450).green() < 120,
@@ -429,6 +429,33 @@ private Q_SLOTS:
             }
         }
         QVERIFY2(others.isEmpty(), qPrintable(others.join(QStringLiteral(", "))));
+
+        // Paused, the border is amber and wider, and takes the pointer: a drag moves the region,
+        // never off the screen; recording again, clicks pass through once more.
+        QList<QRectF> moves;
+        border.onMoved = [&moves](const QRectF& region) { moves << region; };
+        border.setPaused(true);
+        QVERIFY(QTest::qWaitForWindowExposed(border.window()));
+        QCOMPARE(border.window()->geometry(), QRect(292, 242, 516, 416));
+        QTRY_VERIFY2(screenPixel(296, 450).red() > 200 && screenPixel(296, 450).green() > 140 &&
+                         screenPixel(296, 450).blue() < 80,
+                     qPrintable(screenPixel(296, 450).name()));
+        m_backdrop->clicks.clear();
+        xdotool(
+            QStringLiteral("mousemove 296 450 mousedown 1 mousemove 346 420 mousemove 396 390 mouseup 1"));
+        QTRY_COMPARE(moves.size() > 0 ? moves.last() : QRectF(), QRectF(400, 490, 500, 400));
+        QTRY_COMPARE(border.window()->geometry(), QRect(392, 182, 516, 416));
+        QVERIFY(m_backdrop->clicks.isEmpty());
+        xdotool(QStringLiteral("mousemove 396 390 mousedown 1 mousemove 1900 0 mousemove 1910 10 mouseup 1"));
+        QTRY_COMPARE(moves.last(), QRectF(1420, 680, 500, 400));
+        border.setPaused(false);
+        QVERIFY(QTest::qWaitForWindowExposed(border.window()));
+        QCOMPARE(border.window()->geometry(), QRect(1416, -4, 508, 408));
+        QTRY_VERIFY2(screenPixel(1418, 100).red() > 200 && screenPixel(1418, 100).green() < 120,
+                     qPrintable(screenPixel(1418, 100).name()));
+        m_backdrop->clicks.clear();
+        xdotool(QStringLiteral("mousemove 1418 100 click 1"));
+        QTRY_COMPARE(m_backdrop->clicks.size(), 1);
         border.hide();
         toolbar.hide();
         QCOMPARE(toolbar.toolbarState().elapsedSeconds(), 0.0);

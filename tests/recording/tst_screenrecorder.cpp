@@ -82,6 +82,43 @@ protected:
     }
 };
 
+// Every grab a new picture: its red is the number of the grab. Grab `slowGrab` takes a third of
+// a second.
+class CountingScreen final : public CaptureBackend, public CaptureStream
+{
+public:
+    std::expected<QList<CaptureDisplay>, Failure> displays() override
+    {
+        return QList<CaptureDisplay>{{QStringLiteral("screen"), QRect(0, 0, 640, 480)}};
+    }
+    std::expected<std::unique_ptr<CaptureStream>, Failure> openStream(const QRect& rect) override
+    {
+        size = rect.size();
+        opened.append(rect);
+        struct Borrowed final : CaptureStream
+        {
+            CaptureStream* screen;
+            std::expected<std::optional<QImage>, Failure> grab() override { return screen->grab(); }
+        };
+        auto stream = std::make_unique<Borrowed>();
+        stream->screen = this;
+        return stream;
+    }
+    std::expected<std::optional<QImage>, Failure> grab() override
+    {
+        if (++grabs == slowGrab) {
+            std::this_thread::sleep_for(330ms);
+        }
+        QImage picture(size, QImage::Format_RGB32);
+        picture.fill(qRgb(grabs % 256, 0, 0));
+        return picture;
+    }
+    std::atomic<int> grabs = 0;
+    int slowGrab = -1;
+    QSize size;
+    QList<QRect> opened; // on the capture thread, read once it has been joined
+};
+
 // Two displays side by side on the one Xvfb screen (Xvfb itself cannot present two monitors).
 class SplitDisplays final : public CaptureBackend
 {
@@ -186,38 +223,7 @@ private Q_SLOTS:
 
     void theTimelineHoldsOnABusyMachine()
     {
-        // Every grab a new picture, and one grab that takes a third of a second.
-        class CountingScreen final : public CaptureBackend, public CaptureStream
-        {
-        public:
-            std::expected<QList<CaptureDisplay>, Failure> displays() override
-            {
-                return QList<CaptureDisplay>{{QStringLiteral("screen"), QRect(0, 0, 640, 480)}};
-            }
-            std::expected<std::unique_ptr<CaptureStream>, Failure> openStream(const QRect& rect) override
-            {
-                size = rect.size();
-                struct Borrowed final : CaptureStream
-                {
-                    CaptureStream* screen;
-                    std::expected<std::optional<QImage>, Failure> grab() override { return screen->grab(); }
-                };
-                auto stream = std::make_unique<Borrowed>();
-                stream->screen = this;
-                return stream;
-            }
-            std::expected<std::optional<QImage>, Failure> grab() override
-            {
-                if (++grabs == 2) {
-                    std::this_thread::sleep_for(330ms);
-                }
-                QImage picture(size, QImage::Format_RGB32);
-                picture.fill(qRgb(grabs % 256, 0, 0));
-                return picture;
-            }
-            std::atomic<int> grabs = 0;
-            QSize size;
-        };
+        // Every grab a new picture, and the second one takes a third of a second.
         // The encoder's threads are all taken for the first 1.2 s, as on a busy machine.
         QThreadPool* pool = &codecThreadPool();
         const int threads = pool->maxThreadCount();
@@ -231,6 +237,7 @@ private Q_SLOTS:
         });
 
         auto backend = std::make_unique<CountingScreen>();
+        backend->slowGrab = 2;
         CountingScreen* screen = backend.get();
         auto recorder = makeRecorder(std::move(backend));
         auto session = std::make_shared<GifEncodingSession>();
@@ -286,6 +293,82 @@ private Q_SLOTS:
         QCOMPARE(reds.last(), screen->grabs.load() % 256);
         QVERIFY(std::is_sorted(reds.cbegin(), reds.cend()));
         QCOMPARE(QSet<int>(reds.cbegin(), reds.cend()).size(), stats.pictures);
+    }
+
+    void aPauseLeavesItsTimeOut()
+    {
+        using Seconds = std::chrono::duration<double>;
+        const auto now = [] { return std::chrono::steady_clock::now(); };
+        auto backend = std::make_unique<CountingScreen>();
+        CountingScreen* screen = backend.get();
+        auto recorder = makeRecorder(std::move(backend));
+        int reached = 0;
+        recorder->onMaxDurationReached = [&reached] { ++reached; };
+
+        // 0.4 s recorded, 0.9 s paused (no pictures taken but the one under way, the limit of
+        // 0.9 s not reached), then on from a moved region at the same size until the limit.
+        // Each moment the recorder sees lies between the two taken round the call.
+        const auto beforeStart = now();
+        QVERIFY(!startRecording(*recorder, QRectF(0, 0, 32, 24), {}, 0.9));
+        const auto afterStart = now();
+        QTest::qWait(400);
+        const int grabsAtPause = screen->grabs;
+        const auto beforePause = now();
+        recorder->pauseRecording();
+        const auto afterPause = now();
+        QVERIFY(recorder->isPaused());
+        QTest::qWait(900);
+        QVERIFY(screen->grabs <= grabsAtPause + 1);
+        const int grabsAtResume = screen->grabs;
+        QCOMPARE(reached, 0);
+        const auto beforeResume = now();
+        recorder->resumeRecording(QRectF(100, 50, 32.6, 24));
+        const auto afterResume = now();
+        QVERIFY(!recorder->isPaused());
+        QTRY_COMPARE_WITH_TIMEOUT(reached, 1, 3000);
+        const auto beforeStop = now();
+        const FrameList frames = stopRecording(*recorder);
+        const auto afterStop = now();
+        const CaptureStats stats = recorder->lastStats();
+
+        // The timeline is the recorded time; every slot of it a frame, every picture in it in
+        // order, the moved region's after the first place's, none taken while paused.
+        const double least = Seconds(beforeStop - afterStart - (afterResume - beforePause)).count();
+        const double most = Seconds(afterStop - beforeStart - (beforeResume - afterPause)).count();
+        QVERIFY2(stats.seconds >= least && stats.seconds <= most,
+                 qPrintable(QStringLiteral("%1 s on the timeline, %2 to %3 s recorded")
+                                .arg(stats.seconds)
+                                .arg(least)
+                                .arg(most)));
+        QCOMPARE(
+            frames.size(),
+            slotsBefore(std::chrono::duration_cast<std::chrono::nanoseconds>(Seconds(stats.seconds)), 15));
+        QCOMPARE(screen->opened, (QList<QRect>{QRect(0, 0, 32, 24), QRect(100, 50, 32, 24)}));
+        QList<int> reds;
+        for (const Frame& frame : frames) {
+            QCOMPARE(frame.size(), QSize(64, 48));
+            reds << qRed(frame.pixels.pixel(0, 0));
+        }
+        QVERIFY(std::is_sorted(reds.cbegin(), reds.cend()));
+        QCOMPARE(QSet<int>(reds.cbegin(), reds.cend()).size(), screen->grabs.load());
+        QVERIFY(reds.contains(grabsAtResume) && reds.contains(grabsAtResume + 1));
+
+        // A stop while paused ends the recording where the pause began.
+        const auto beforeAgain = now();
+        QVERIFY(!startRecording(*recorder, QRectF(0, 0, 32, 24)));
+        const auto afterAgain = now();
+        QTest::qWait(300);
+        const auto beforeSecondPause = now();
+        recorder->pauseRecording();
+        const auto afterSecondPause = now();
+        QTest::qWait(500);
+        const FrameList shorter = stopRecording(*recorder);
+        const double seconds = recorder->lastStats().seconds;
+        QVERIFY2(seconds >= Seconds(beforeSecondPause - afterAgain).count() &&
+                     seconds <= Seconds(afterSecondPause - beforeAgain).count(),
+                 qPrintable(QString::number(seconds)));
+        QCOMPARE(shorter.size(), recorder->lastStats().frames);
+        QVERIFY(!recorder->isPaused());
     }
 
     void theScreenComesBackDoubledWithThePointer()

@@ -99,7 +99,7 @@ private Q_SLOTS:
         auto window = std::make_unique<PreferencesWindow>(defaults, keychain, notifier);
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        QCOMPARE(window->size(), QSize(420, 530));
+        QCOMPARE(window->size(), QSize(420, 600));
         // Nothing stored: the fields are empty, with what would be used greyed in them.
         QVERIFY(window->bucketNameField()->text().isEmpty());
         QCOMPARE(window->bucketNameField()->placeholderText(), QStringLiteral("vantalo-uploads"));
@@ -147,6 +147,30 @@ private Q_SLOTS:
             QCOMPARE(button->text(), QString::fromUtf8(label));
         }
         QCOMPARE(notifications.count(), recorded.size());
+
+        // Pause / Resume and Record Last Region have their own; a shortcut another action has
+        // trades places with the one it replaces, so no two actions ever share keys.
+        HotkeyRecorderButton* pause = window->recorderButton(ShortcutAction::pauseRecording);
+        HotkeyRecorderButton* last = window->recorderButton(ShortcutAction::recordLastRegion);
+        QCOMPARE(pause->text(), QStringLiteral("Shift+Ctrl+G"));
+        QCOMPARE(last->text(), QStringLiteral("Alt+Ctrl+G"));
+        QTest::mouseClick(pause, Qt::LeftButton);
+        QTest::keyClick(pause, Qt::Key_R, Qt::ControlModifier | Qt::ShiftModifier);
+        QCOMPARE(readShortcut(defaults, ShortcutAction::pauseRecording), (Shortcut{15, 0x120000}));
+        QCOMPARE(readShortcut(defaults), (Shortcut{KeyCode::g, 0x120000}));
+        QCOMPARE(button->text(), QStringLiteral("Shift+Ctrl+G"));
+        QCOMPARE(pause->text(), QStringLiteral("Shift+Ctrl+R"));
+        QCOMPARE(last->text(), QStringLiteral("Alt+Ctrl+G"));
+        QCOMPARE(notifications.count(), recorded.size() + 1);
+        // Where the platform gives Vantalo one shortcut, the window says how to pause instead.
+        {
+            PreferencesWindow single(defaults, keychain, notifier, false);
+            QVERIFY(!single.recorderButton(ShortcutAction::pauseRecording));
+            const auto labels = single.findChildren<QLabel*>();
+            QVERIFY(std::ranges::any_of(labels, [](const QLabel* label) {
+                return label->text().contains(QStringLiteral("\u201Cvantalo --pause\u201D"));
+            }));
+        }
 
         // Output: the defaults shown, each choice stored as picked.
         QCOMPARE(window->outputScaleBox()->currentText(), QStringLiteral("2× — sharp on HiDPI screens"));
@@ -216,7 +240,7 @@ private Q_SLOTS:
         window->save();
         QTest::qWait(1300);
         QVERIFY(!window->isSavedShown());
-        QCOMPARE(notifications.count(), recorded.size()); // Save announces no shortcut
+        QCOMPARE(notifications.count(), recorded.size() + 1); // Save announces no shortcut
         // Nothing unsaved: Escape closes.
         QTest::keyClick(window->accessKeyIdField(), Qt::Key_Escape);
         QVERIFY(!window->isVisible());
@@ -227,7 +251,7 @@ private Q_SLOTS:
         again.show();
         QCOMPARE(again.accessKeyIdField()->text(), QStringLiteral("AKIDEXAMPLE"));
         QCOMPARE(again.bucketNameField()->text(), QString());
-        QCOMPARE(again.recorderButton()->text(), QStringLiteral("Shift+Ctrl+R"));
+        QCOMPARE(again.recorderButton()->text(), QStringLiteral("Shift+Ctrl+G"));
         QCOMPARE(again.outputScaleBox()->currentText(), QStringLiteral("1× — the screen's own pixels"));
         QCOMPARE(again.outputFrameRateBox()->currentText(), QStringLiteral("5 fps"));
         // A size of the settings file's own is offered as it is; one that cannot be used is off.
