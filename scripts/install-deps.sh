@@ -6,7 +6,7 @@ packages=(
   build-essential cmake ninja-build pkg-config clang-format clang-16 clang-tidy-16 libclang-rt-16-dev
   qt6-base-dev qt6-base-dev-tools qt6-qpa-plugins libqt6svg6 qtkeychain-qt6-dev qt6-httpserver-dev qt6-websockets-dev
   libgl-dev libxkbcommon-dev
-  libxcb1-dev libxcb-shm0-dev libxcb-xfixes0-dev libxcb-keysyms1-dev libxcb-randr0-dev libxcb-shape0-dev
+  libxcb1-dev libxcb-shm0-dev libxcb-xfixes0-dev libxcb-keysyms1-dev libxcb-randr0-dev libxcb-shape0-dev libxcb-xinput-dev
   libimagequant-dev libgif-dev libpipewire-0.3-dev
   xvfb xauth x11-utils x11-xserver-utils trayer xdotool xclip xcompmgr openbox imagemagick gifsicle
   dbus dbus-x11 gnome-keyring libsecret-1-0 libsecret-tools python3 python3-gi gir1.2-gtk-3.0 python3-dbus python3-botocore python3-pil

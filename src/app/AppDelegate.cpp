@@ -250,9 +250,14 @@ void AppDelegate::showHistory()
 void AppDelegate::openPreferences()
 {
     if (!m_preferencesWindow) {
-        m_preferencesWindow =
-            new PreferencesWindow(m_services.defaults, m_services.keychain, m_services.hotkeySettings,
-                                  m_captureCoordinator->hasMoreShortcuts());
+        m_preferencesWindow = new PreferencesWindow(
+            m_services.defaults, m_services.keychain, m_services.hotkeySettings,
+            m_captureCoordinator->hasMoreShortcuts(),
+            !m_services.waylandSession
+                ? std::nullopt
+                : std::optional(QStringLiteral(
+                      "On Wayland, Vantalo sees the clicks and keys that reach X11 applications (all of "
+                      "them where the desktop lets X11 applications read input, as KDE Plasma 6.1 can).")));
         m_preferencesWindow->setAttribute(Qt::WA_DeleteOnClose);
         m_preferencesWindow->setWindowIcon(applicationIcon());
         if (QScreen* screen = QGuiApplication::primaryScreen()) {

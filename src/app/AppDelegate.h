@@ -36,6 +36,8 @@ struct AppServices
     LinePrinter print = stdoutPrinter();
     // Ends the application (QCoreApplication::quit, unless a test counts the calls).
     std::function<void()> quitApplication = [] { QCoreApplication::quit(); };
+    // A Wayland session, where Vantalo sees only the input that reaches X11 applications.
+    bool waylandSession = false;
 };
 
 // The top of the application: the tray icon and its menu, the long-lived controllers, the launch

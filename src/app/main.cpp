@@ -229,8 +229,10 @@ int main(int argc, char** argv)
     const auto compositing = [&windows] { return windows.compositingManagerRunning(); };
     std::unique_ptr<FrameRecorder> recorder;
     if (platform.capture) {
-        recorder =
+        auto screenRecorder =
             std::make_unique<ScreenRecorder>(std::move(platform.capture), ScreenRecorder::screenPixelRatio);
+        screenRecorder->setInputSource(std::move(platform.input));
+        recorder = std::move(screenRecorder);
     } else {
         recorder = std::make_unique<UnavailableRecorder>(platform.choice.noCaptureReason);
     }
@@ -273,10 +275,11 @@ int main(int argc, char** argv)
     // The coordinator lives as long as the delegate that takes it over.
     auto historyPanel = std::make_unique<HistoryPanelController>(
         historyStore, [coordinator = coordinator.get()] { return coordinator->shortcutLabel(); });
-    AppDelegate delegate(
-        AppServices{defaults, keychain, hotkeySettings, *platform.permission, historyStore, print},
-        std::move(coordinator), std::move(previewPanel), std::move(historyPanel),
-        std::make_unique<TrimWindowController>());
+    AppDelegate delegate(AppServices{defaults, keychain, hotkeySettings, *platform.permission, historyStore,
+                                     print, [] { QCoreApplication::quit(); },
+                                     session == DesktopSession::waylandWithXWayland},
+                         std::move(coordinator), std::move(previewPanel), std::move(historyPanel),
+                         std::make_unique<TrimWindowController>());
 
     QObject::connect(&instance, &SingleInstance::messageReceived, &delegate,
                      [&delegate](const QByteArray& message) {

@@ -355,6 +355,8 @@ void CaptureCoordinator::startRecording()
     m_frameRate = output.preferences.frameRate;
     m_end = RecordingEnd::stoppedByUser;
     m_c.screenRecorder->outputScale = output.preferences.scale;
+    m_c.screenRecorder->inputShown =
+        InputShown{output.preferences.showClicks == 1, static_cast<KeysShown>(output.preferences.showKeys)};
     m_starting = true;
     // Frames go straight to the encoder while recording, so Stop only has the tail left to do.
     m_session = std::shared_ptr<EncodingSession>(m_c.gifEncoder->openSession());

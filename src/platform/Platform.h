@@ -5,6 +5,7 @@
 #include "hotkey/HotkeyRegistrar.h"
 #include "platform/DesktopSession.h"
 #include "recording/CaptureBackend.h"
+#include "recording/InputSource.h"
 
 #include <QList>
 #include <QProcessEnvironment>
@@ -99,6 +100,8 @@ struct Platform
     std::unique_ptr<HotkeyRegistrar> lastRegionShortcut;
     std::unique_ptr<WindowSystem> windows;
     std::unique_ptr<ScreenCapturePermission> permission;
+    // Clicks and keys for recordings that show them; none where they cannot be seen.
+    std::unique_ptr<InputSource> input;
 };
 
 // Picks and makes the services for the running session; call after the QGuiApplication exists.

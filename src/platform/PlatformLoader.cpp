@@ -9,6 +9,7 @@
 #if defined(VANTALO_HAS_X11)
 #include "x11/X11CaptureBackend.h"
 #include "x11/X11HotkeyManager.h"
+#include "x11/X11InputSource.h"
 #include "x11/X11WindowSystem.h"
 #endif
 #if defined(VANTALO_HAS_PORTAL)
@@ -178,6 +179,9 @@ Platform loadPlatform([[maybe_unused]] PlatformStore store, LinePrinter print)
         platform.windows = std::make_unique<X11WindowSystem>(
             connection, platform.choice.capture == CaptureService::portal ? WindowList::xwaylandOnly
                                                                           : WindowList::everyWindow);
+        // Under XWayland, the presses that reach X11 applications (all of them where the desktop
+        // lets X11 applications read them).
+        platform.input = std::make_unique<X11InputSource>();
     }
 #endif
     if (!platform.windows) {

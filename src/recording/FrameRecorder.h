@@ -1,6 +1,7 @@
 #pragma once
 
 #include "Frame.h"
+#include "InputOverlay.h"
 #include "common/Failure.h"
 
 #include <QRectF>
@@ -40,6 +41,9 @@ public:
     // 1 (a pixel a point: on a 1× display the captured pixels, on a 2× one averaged down as they
     // are grabbed).
     int outputScale = 2;
+    // The clicks and keys drawn into the frames, read at each start (where the recorder can see
+    // them).
+    InputShown inputShown;
     // The whole display as it was before Vantalo's overlays covered it, where the screen keeps no
     // pictures of covered windows (no compositor); null otherwise. The recording then starts once
     // the region shows its windows again (they repaint after the overlays go), at most 200 ms

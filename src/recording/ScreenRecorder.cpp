@@ -177,6 +177,12 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
     m_job = job;
     const double dpr = m_devicePixelRatio ? m_devicePixelRatio(displayName) : 1.0;
     m_backend->prepare();
+    // The clicks and keys go into a log of this recording's own, drawn by its capture thread.
+    const InputShown shown = m_input ? inputShown : InputShown{};
+    auto inputLog = shown.any() ? std::make_shared<InputEventLog>() : nullptr;
+    if (inputLog && !m_input->start(shown, inputLog)) {
+        inputLog.reset();
+    }
     // Handed to this recording's capture thread alone.
     const QImage before = std::exchange(screenBefore, QImage());
     QPointer self(this);
@@ -194,8 +200,9 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
             Qt::QueuedConnection);
     };
 
-    job->thread = std::thread([job, backend, region, displayName, frameRate, dpr, post, before,
-                               outputScale = outputScale == 1 ? 1 : 2, done = std::move(done)]() mutable {
+    job->thread = std::thread([job, backend, region, displayName, frameRate, dpr, post, before, shown,
+                               inputLog, outputScale = outputScale == 1 ? 1 : 2,
+                               done = std::move(done)]() mutable {
         auto displays = backend->displays();
         std::expected<std::unique_ptr<CaptureStream>, Failure> stream = std::unexpected(Failure{});
         std::optional<CapturePlan> plan;
@@ -346,6 +353,11 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
                 if (plan->scale == 1 && image.size() != plan->outputSize) {
                     image = image.scaled(plan->outputSize, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
                 }
+                if (inputLog) {
+                    const double pointPixels =
+                        double(image.width()) * outputScale / std::max(1, plan->outputSize.width());
+                    drawInput(image, plan->nativeRect, pointPixels, inputLog->recent(began), began, shown);
+                }
                 // An unchanged screen costs one image, however long it stays unchanged.
                 if (last && image == last->pixels) {
                     image = last->pixels;
@@ -425,6 +437,7 @@ void ScreenRecorder::stopRecording(StopDone done)
     }
     m_durationTimer.stop();
     ++m_generation;
+    stopInput();
     // The capture thread wakes at once; at most a grab in progress is waited for.
     m_job->requestStop();
     m_job->join();
@@ -440,6 +453,7 @@ void ScreenRecorder::stopRecording(StopDone done)
 void ScreenRecorder::handleStreamError(const std::shared_ptr<Job>& job, const QString& description)
 {
     if (job == m_job) {
+        stopInput();
         m_isRecording = false;
         m_paused = false;
         m_durationTimer.stop();
@@ -447,8 +461,16 @@ void ScreenRecorder::handleStreamError(const std::shared_ptr<Job>& job, const QS
     m_print(QStringLiteral("Stream stopped with error: ") + description);
 }
 
+void ScreenRecorder::stopInput()
+{
+    if (m_input) {
+        m_input->stop();
+    }
+}
+
 void ScreenRecorder::finishJob()
 {
+    stopInput();
     if (m_job) {
         m_job->requestStop();
         m_job->join();

@@ -24,6 +24,7 @@
 
 #include "CaptureBackend.h"
 #include "FrameRecorder.h"
+#include "InputSource.h"
 #include "common/Console.h"
 
 #include <QElapsedTimer>
@@ -81,6 +82,9 @@ public:
     void resumeRecording(const QRectF& region) override;
     bool isPaused() const override { return m_paused; }
 
+    // Where the clicks and keys of recordings that show them come from.
+    void setInputSource(std::unique_ptr<InputSource> source) { m_input = std::move(source); }
+
     bool isRecording() const { return m_isRecording.load(); }
     // The time recorded so far, pauses left out.
     double recordedSeconds() const;
@@ -98,7 +102,10 @@ private:
     void handleStreamError(const std::shared_ptr<Job>& job, const QString& description);
     void finishJob();
 
+    void stopInput();
+
     std::unique_ptr<CaptureBackend> m_backend;
+    std::unique_ptr<InputSource> m_input;
     PixelRatio m_devicePixelRatio;
     LinePrinter m_print;
 

@@ -34,6 +34,10 @@ StoredOutputPreferences readOutputPreferences(const UserDefaults& defaults)
     read(
         SettingsKey::countdownSeconds, [](qint64 v) { return countdownChoices.contains(int(v)); },
         out.countdownSeconds);
+    read(
+        SettingsKey::showClicks, [](qint64 v) { return v == 0 || v == 1; }, out.showClicks);
+    read(
+        SettingsKey::showKeys, [](qint64 v) { return showKeysChoices.contains(int(v)); }, out.showKeys);
     return stored;
 }
 
@@ -43,6 +47,8 @@ void storeOutputPreferences(UserDefaults& defaults, const OutputPreferences& pre
     defaults.setInteger(SettingsKey::outputFrameRate, preferences.frameRate);
     defaults.setInteger(SettingsKey::fitUnderBytes, preferences.fitUnderBytes);
     defaults.setInteger(SettingsKey::countdownSeconds, preferences.countdownSeconds);
+    defaults.setInteger(SettingsKey::showClicks, preferences.showClicks);
+    defaults.setInteger(SettingsKey::showKeys, preferences.showKeys);
 }
 
 } // namespace vantalo

@@ -15,6 +15,8 @@ struct OutputPreferences
     int frameRate = 15;       // 15, 10 or 5
     qint64 fitUnderBytes = 0; // 0: off; else every recording is fitted under this many bytes
     int countdownSeconds = 0; // counted down after Start before the recording begins; 0: none
+    int showClicks = 0;       // 1: a ring round each click in the frames
+    int showKeys = 0;         // 1: shortcuts and special keys in the frames; 2: all keys
 
     friend bool operator==(const OutputPreferences&, const OutputPreferences&) = default;
 };
@@ -23,6 +25,7 @@ struct OutputPreferences
 inline const QList<int> outputScales{2, 1};
 inline const QList<int> outputFrameRates{15, 10, 5};
 inline const QList<int> countdownChoices{0, 3, 5};
+inline const QList<int> showKeysChoices{0, 1, 2};
 // The smallest size a recording can be fitted under: below it, no GIF worth having fits.
 inline constexpr qint64 minimumFitBudget = 1000;
 

@@ -36,12 +36,12 @@ QLineEdit* field(QWidget* parent)
 
 PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keychain,
                                      HotkeySettingsNotifier& hotkeySettings, bool moreShortcuts,
-                                     QWidget* parent)
+                                     std::optional<QString> inputNote, QWidget* parent)
     : QDialog(parent, Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint | Qt::CustomizeWindowHint),
       m_defaults(defaults), m_keychain(keychain), m_hotkeySettings(hotkeySettings)
 {
     setWindowTitle(title);
-    setFixedSize(420, moreShortcuts ? 600 : 570);
+    setFixedSize(420, (moreShortcuts ? 640 : 610) + (inputNote ? 40 : 0));
     setModal(false);
 
     auto* layout = new QVBoxLayout(this);
@@ -56,7 +56,10 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
         auto* recorder = new HotkeyRecorderButton(shortcutBox);
         recorder->setMinimumSize(80, 22);
         recorder->setMaximumSize(140, 28);
-        shortcutRows->addRow(shortcutActionName(action), recorder);
+        auto* row = new QHBoxLayout;
+        row->addStretch();
+        row->addWidget(recorder, 0, Qt::AlignVCenter);
+        shortcutRows->addRow(shortcutActionName(action), row);
         m_recorders.insert(action, recorder);
         m_recorderViews.emplace(action, HotkeyRecorderView(recorder));
     }
@@ -97,23 +100,43 @@ PreferencesWindow::PreferencesWindow(UserDefaults& defaults, KeychainStore& keyc
     for (const int seconds : countdownChoices) {
         m_countdown->addItem(seconds ? QStringLiteral("%1 s").arg(seconds) : QStringLiteral("Off"), seconds);
     }
+    m_showClicks = new QComboBox(outputBox);
+    m_showClicks->addItem(QStringLiteral("Off"), 0);
+    m_showClicks->addItem(QStringLiteral("On"), 1);
+    m_showKeys = new QComboBox(outputBox);
+    m_showKeys->addItem(QStringLiteral("Off"), 0);
+    m_showKeys->addItem(QStringLiteral("Shortcuts and special keys"), 1);
+    m_showKeys->addItem(QStringLiteral("All keys"), 2);
     const auto bindChoice = [this](QComboBox* box, qint64 value) {
         box->setCurrentIndex(box->findData(value));
         connect(box, &QComboBox::currentIndexChanged, this, [this] {
             storeOutputPreferences(m_defaults, OutputPreferences{m_outputScale->currentData().toInt(),
                                                                  m_outputFrameRate->currentData().toInt(),
                                                                  m_fitUnder->currentData().toLongLong(),
-                                                                 m_countdown->currentData().toInt()});
+                                                                 m_countdown->currentData().toInt(),
+                                                                 m_showClicks->currentData().toInt(),
+                                                                 m_showKeys->currentData().toInt()});
         });
     };
     bindChoice(m_outputScale, current.scale);
     bindChoice(m_outputFrameRate, current.frameRate);
     bindChoice(m_fitUnder, current.fitUnderBytes);
     bindChoice(m_countdown, current.countdownSeconds);
+    bindChoice(m_showClicks, current.showClicks);
+    bindChoice(m_showKeys, current.showKeys);
     output->addRow(QStringLiteral("Size"), m_outputScale);
     output->addRow(QStringLiteral("Frame Rate"), m_outputFrameRate);
     output->addRow(QStringLiteral("Fit Each Recording"), m_fitUnder);
     output->addRow(QStringLiteral("Countdown"), m_countdown);
+    output->addRow(QStringLiteral("Show Clicks"), m_showClicks);
+    output->addRow(QStringLiteral("Show Keys"), m_showKeys);
+    if (inputNote) {
+        // Where Vantalo sees only part of the input (a Wayland session), it says which part.
+        auto* note = new QLabel(*inputNote, outputBox);
+        note->setWordWrap(true);
+        note->setEnabled(false);
+        output->addRow(note);
+    }
     layout->addWidget(outputBox);
 
     auto* credentialsBox = new QGroupBox(QStringLiteral("AWS Credentials"), this);

@@ -15,6 +15,7 @@
 
 #include <map>
 #include <memory>
+#include <optional>
 #include <utility>
 
 namespace vantalo {
@@ -34,8 +35,10 @@ public:
 
     // With `moreShortcuts`, Pause / Resume and Record Last Region get shortcuts of their own (the
     // platform can register them); without, the window says how a desktop key binding does it.
+    // `inputNote` goes under Show Clicks and Show Keys where the session sees only some input.
     PreferencesWindow(UserDefaults& defaults, KeychainStore& keychain, HotkeySettingsNotifier& hotkeySettings,
-                      bool moreShortcuts = true, QWidget* parent = nullptr);
+                      bool moreShortcuts = true, std::optional<QString> inputNote = std::nullopt,
+                      QWidget* parent = nullptr);
 
     // The question asked on closing over unsaved credentials (Save, Discard, Cancel), while shown.
     QMessageBox* closeQuestion() const { return m_closeQuestion; }
@@ -57,6 +60,8 @@ public:
     QComboBox* outputFrameRateBox() const { return m_outputFrameRate; }
     QComboBox* fitUnderBox() const { return m_fitUnder; }
     QComboBox* countdownBox() const { return m_countdown; }
+    QComboBox* showClicksBox() const { return m_showClicks; }
+    QComboBox* showKeysBox() const { return m_showKeys; }
 
     void save();
     bool hasUnsavedCredentials() const;
@@ -88,6 +93,8 @@ private:
     QComboBox* m_outputFrameRate;
     QComboBox* m_fitUnder;
     QComboBox* m_countdown;
+    QComboBox* m_showClicks;
+    QComboBox* m_showKeys;
     QLabel* m_saved;
     QPointer<QMessageBox> m_closeQuestion;
     // Asks what to do with the credentials typed and not saved; closes unless the answer is Cancel.

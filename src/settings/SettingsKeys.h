@@ -24,6 +24,10 @@ inline const QString outputFrameRate = QStringLiteral("outputFrameRate");
 inline const QString fitUnderBytes = QStringLiteral("fitUnderBytes");
 // 0, 3 or 5: the seconds counted down between Start and the recording.
 inline const QString countdownSeconds = QStringLiteral("countdownSeconds");
+// 1: clicks drawn into the frames as rings. 0 off, 1 shortcuts and special keys, 2 every key,
+// drawn as a label at the bottom of the frames.
+inline const QString showClicks = QStringLiteral("showClicks");
+inline const QString showKeys = QStringLiteral("showKeys");
 // The last recorded region with its display's name and frame (JSON), offered by the next capture.
 inline const QString lastRegion = QStringLiteral("lastRegion");
 

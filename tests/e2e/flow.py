@@ -364,7 +364,8 @@ class Flow:
             ["xprop", "-root", "_NET_SUPPORTING_WM_CHECK"], capture_output=True, text=True).stdout)
         self.start_tray()
         self.animated_window()
-        self.write_settings("outputScale=1\noutputFrameRate=10\n")
+        # Clicks and shortcuts shown in every recording of this run.
+        self.write_settings("outputScale=1\noutputFrameRate=10\nshowClicks=1\nshowKeys=1\n")
         env = dict(os.environ, QT_LOGGING_RULES="vantalo.*.debug=true", QT_MESSAGE_PATTERN=LOG_PATTERN)
         self.app = self.start([self.args.binary], log="vantalo.log", env=env)
         self.wait_for("Vantalo to start", lambda: "launched" in self.app_log())
@@ -462,6 +463,7 @@ class Flow:
         assert record("a typed size", typed) == (320, 240)
 
         self.pause_and_move(ax, ay)
+        self.clicks_and_keys()
 
         # Quit while recording, then a logout (SIGTERM): each GIF is written and listed first.
         for ending in ("Quit", "SIGTERM"):
@@ -483,10 +485,67 @@ class Flow:
                 assert self.app.wait(timeout=8) == 0, "Vantalo did not end cleanly on SIGTERM"
             assert len(self.history()) == kept + 1, f"{ending} lost the recording"
             with Image.open(self.data / "gifs" / self.history()[0]["filename"]) as gif:
-                assert gif.size == (300, 200) and gif.n_frames >= 10, (gif.size, gif.n_frames)
+                assert gif.size == (400, 300) and gif.n_frames >= 10, (gif.size, gif.n_frames)
                 gif.seek(gif.n_frames - 1)
                 gif.load()
         self.log(f"end to end OK (choosing what to record); screenshots in {self.artifacts}")
+
+    def clicks_and_keys(self):
+        """A click and Ctrl+Shift+P, then "abc" typed, in a recording of the desktop that shows
+        clicks and shortcuts: the ring in the frames of the click's 0.3 s round where it was, the
+        label in those of the second after the keys, and nothing of the letters."""
+        kept = {item["id"] for item in self.history()}
+        recordings, selections = (self.app_log().count(s) for s in ("-> recording", "-> selecting"))
+        self.xdotool("key", "ctrl+g")
+        self.wait_for("the overlay", lambda: self.app_log().count("-> selecting") > selections)
+        time.sleep(0.6)
+        self.xdotool("mousemove", 1000, 600, "mousedown", 1)
+        for step in range(1, 9):
+            self.xdotool("mousemove", 1000 + 400 * step // 8, 600 + 300 * step // 8)
+            time.sleep(0.03)
+        self.xdotool("mouseup", 1)
+        self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
+        time.sleep(0.3)
+        self.xdotool("key", "Return")
+        self.wait_for("the recording", lambda: self.app_log().count("-> recording") > recordings)
+        self.xdotool("mousemove", 1100, 700)
+        time.sleep(0.8)
+        clicked = time.monotonic()
+        self.xdotool("click", 1)
+        time.sleep(0.8)
+        pressed = time.monotonic()
+        self.xdotool("key", "ctrl+shift+p")
+        time.sleep(0.3)
+        self.xdotool("type", "abc")
+        time.sleep(1.6)
+        self.xdotool("key", "ctrl+g")
+        items = self.wait_for("the GIF", lambda: [i for i in self.history() if i["id"] not in kept])
+        self.wait_for("the preview panel", lambda: self.window("Vantalo Preview"))
+        frames, _ = self.frames_and_delays(self.data / "gifs" / items[0]["filename"])
+        start = self.log_time("-> recording")
+
+        def blue(frame, near):
+            return [(x, y) for x in range(0, 400, 2) for y in range(0, 300, 2)
+                    if (abs(x - 100) <= 45 and abs(y - 100) <= 45) == near
+                    and (lambda r, g, b: b > 180 and r < 120 and g > 60)(*frame.getpixel((x, y)))]
+
+        ringed = [i for i, frame in enumerate(frames) if blue(frame, True)]
+        assert not [i for i, frame in enumerate(frames) if blue(frame, False)], "blue away from the click"
+        at = (clicked - start) * 10
+        assert ringed and at - 1 <= ringed[0] and ringed[-1] <= at + 4, (ringed, at)
+
+        def label(frame):
+            return sum(1 for x in range(100, 300, 2) for y in range(220, 296, 2)
+                       if (lambda r, g, b: r < 45 and g < 70 and b < 50)(*frame.getpixel((x, y))))
+
+        labelled = [i for i, frame in enumerate(frames[:-2]) if label(frame) > 100]
+        at = (pressed - start) * 10
+        # Shown for the second after Ctrl+Shift+P; the letters typed 0.3 s later keep nothing longer.
+        assert labelled and at - 1 <= labelled[0] <= at + 2 and labelled[-1] <= at + 12, (labelled, at)
+        self.shot("clicks-and-keys")
+        frames[labelled[0] + 1].save(self.artifacts / "frame-with-a-key-label.png")
+        frames[ringed[0]].save(self.artifacts / "frame-with-a-click-ring.png")
+        self.log(f"clicks and keys: the ring in frames {ringed}, the label in {labelled[0]}-{labelled[-1]}")
 
     def check_recorded_time(self, paused):
         """The recorder's timeline is the time between the start and the stop in Vantalo's log, less
@@ -883,8 +942,8 @@ class Flow:
         window = self.open_preferences(times=2)
         self.click(window[0] + window[2] - 62, window[1] + 50)  # the shortcut button
         self.xdotool("key", "ctrl+shift+r")
-        # Past the four output choices to the credentials.
-        for tabs, field in ((5, "AKIDEXAMPLE"), (1, "a secret")):
+        # Past the two other shortcuts and the six output choices to the credentials.
+        for tabs, field in ((9, "AKIDEXAMPLE"), (1, "a secret")):
             self.xdotool("key", *["Tab"] * tabs)
             self.xdotool("type", field)
         self.xdotool("key", "Return")

@@ -8,6 +8,7 @@
 #include "recording/CapturePlan.h"
 #include "recording/CodecThreadPool.h"
 #include "recording/GifEncoder.h"
+#include "recording/InputOverlay.h"
 #include "recording/ScreenRecorder.h"
 #include "recording/StreamMapping.h"
 
@@ -369,6 +370,99 @@ private Q_SLOTS:
                  qPrintable(QString::number(seconds)));
         QCOMPARE(shorter.size(), recorder->lastStats().frames);
         QVERIFY(!recorder->isPaused());
+    }
+
+    // Clicks and keys drawn into a picture: a ring of the button's colour round the click for 0.3 s,
+    // the label of the last keys shown at the bottom centre for 1 s, counting repeats; with keys
+    // shown as shortcuts, text typed never shows.
+    void clicksAndKeysInThePicture()
+    {
+        using namespace std::chrono;
+        const auto key = [](QStringList modifiers, QString name, bool special = false) {
+            InputEvent event;
+            event.kind = InputEvent::Kind::key;
+            event.modifiers = std::move(modifiers);
+            event.key = std::move(name);
+            event.special = special;
+            return event;
+        };
+        const struct
+        {
+            InputEvent event;
+            const char* label;
+            bool asShortcut;
+        } keys[] = {
+            {key({QStringLiteral("Ctrl"), QStringLiteral("Shift")}, QStringLiteral("p")), "Ctrl + Shift + P",
+             true},
+            {key({QStringLiteral("Shift")}, QStringLiteral("P")), "P", false},
+            {key({}, QStringLiteral("j")), "j", false},
+            {key({}, QStringLiteral("Enter"), true), "Enter", true},
+            {key({QStringLiteral("Shift")}, QStringLiteral("Tab"), true), "Shift + Tab", true},
+            {key({QStringLiteral("Alt")}, QStringLiteral("\u00E9")), "Alt + \u00C9", true},
+            {key({QStringLiteral("Super")}, QStringLiteral("Space")), "Super + Space", true},
+        };
+        for (const auto& row : keys) {
+            QCOMPARE(keyLabel(row.event), QString::fromUtf8(row.label));
+            QCOMPARE(keyShown(row.event, KeysShown::shortcuts), row.asShortcut);
+            QVERIFY(keyShown(row.event, KeysShown::all) && !keyShown(row.event, KeysShown::none));
+        }
+
+        // A 200 × 100 region at (1000, 500), drawn at 2 pixels a point: a right click at (1050, 520)
+        // and "j" three times, the last 0.2 s before the picture.
+        const auto t0 = InputEvent::Clock::now();
+        InputEvent click;
+        click.at = t0;
+        click.position = QPoint(1050, 520);
+        click.button = 3;
+        std::vector<InputEvent> events{click};
+        for (int i = 0; i < 3; ++i) {
+            InputEvent j = key({}, QStringLiteral("j"));
+            j.at = t0 + milliseconds(100 * i);
+            events.push_back(j);
+        }
+        const QRect region(1000, 500, 200, 100);
+        const auto draw = [&](milliseconds after, InputShown shown) {
+            QImage picture(400, 200, QImage::Format_RGB32);
+            picture.fill(Qt::black);
+            drawInput(picture, region, 2, events, t0 + after, shown);
+            return picture;
+        };
+        const auto reddish = [](const QImage& image, const QRect& area) {
+            int count = 0;
+            for (int y = area.top(); y <= area.bottom(); ++y) {
+                for (int x = area.left(); x <= area.right(); ++x) {
+                    const QColor c = image.pixelColor(x, y);
+                    count += c.red() > 80 && c.green() < c.red() / 2;
+                }
+            }
+            return count;
+        };
+        const auto light = [](const QImage& image, const QRect& area) {
+            int count = 0;
+            for (int y = area.top(); y <= area.bottom(); ++y) {
+                for (int x = area.left(); x <= area.right(); ++x) {
+                    count += image.pixelColor(x, y).lightness() > 200;
+                }
+            }
+            return count;
+        };
+        const QRect round(100 - 60, 40 - 60, 120, 120); // the ring's reach round (100, 40)
+        const QRect bottom(100, 120, 200, 80);
+        const QImage early = draw(milliseconds(100), {true, KeysShown::all});
+        QVERIFY(reddish(early, round) > 100);
+        QCOMPARE(reddish(early, early.rect()), reddish(early, round)); // nowhere else
+        const QImage later = draw(milliseconds(350), {true, KeysShown::all});
+        QCOMPARE(reddish(later, later.rect()), 0); // the ring has gone
+        QVERIFY(light(later, bottom) > 50);        // "j ×3"
+        QCOMPARE(light(later, QRect(0, 0, 400, 110)), 0);
+        QCOMPARE(light(draw(milliseconds(1250), {true, KeysShown::all}), bottom), 0); // 1 s after the last
+        // Shown as shortcuts, or not at all: nothing of the typed letters; clicks off: no ring.
+        QCOMPARE(light(draw(milliseconds(350), {true, KeysShown::shortcuts}), bottom), 0);
+        const QImage none = draw(milliseconds(100), {false, KeysShown::none});
+        QCOMPARE(reddish(none, none.rect()) + light(none, none.rect()), 0);
+        // "j ×3" is wider than "j" alone.
+        events.erase(events.begin() + 1, events.begin() + 3);
+        QVERIFY(light(draw(milliseconds(350), {false, KeysShown::all}), bottom) < light(later, bottom));
     }
 
     void theScreenComesBackDoubledWithThePointer()

@@ -99,7 +99,7 @@ private Q_SLOTS:
         auto window = std::make_unique<PreferencesWindow>(defaults, keychain, notifier);
         window->show();
         QVERIFY(QTest::qWaitForWindowExposed(window.get()));
-        QCOMPARE(window->size(), QSize(420, 600));
+        QCOMPARE(window->size(), QSize(420, 640));
         // Nothing stored: the fields are empty, with what would be used greyed in them.
         QVERIFY(window->bucketNameField()->text().isEmpty());
         QCOMPARE(window->bucketNameField()->placeholderText(), QStringLiteral("vantalo-uploads"));
@@ -182,7 +182,11 @@ private Q_SLOTS:
         window->fitUnderBox()->setCurrentText(QStringLiteral("Under 5 MB"));
         QCOMPARE(window->countdownBox()->currentText(), QStringLiteral("Off"));
         window->countdownBox()->setCurrentText(QStringLiteral("3 s"));
-        QCOMPARE(readOutputPreferences(defaults).preferences, (OutputPreferences{1, 5, 5'000'000, 3}));
+        QCOMPARE(window->showClicksBox()->currentText(), QStringLiteral("Off"));
+        QCOMPARE(window->showKeysBox()->currentText(), QStringLiteral("Off"));
+        window->showClicksBox()->setCurrentText(QStringLiteral("On"));
+        window->showKeysBox()->setCurrentText(QStringLiteral("Shortcuts and special keys"));
+        QCOMPARE(readOutputPreferences(defaults).preferences, (OutputPreferences{1, 5, 5'000'000, 3, 1, 1}));
 
         // S3 fields are stored as they are typed; a cleared field stores the empty string.
         window->regionField()->selectAll();
