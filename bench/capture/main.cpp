@@ -85,7 +85,11 @@ int main(int argc, char** argv)
         QStringLiteral("Hand frames to a GIF session as they come, as the application does."));
     const QCommandLineOption animateOnly(QStringLiteral("animate-full-screen"),
                                          QStringLiteral("Only show the animation, full screen."));
-    parser.addOptions({seconds, size, still, encode, animateOnly});
+    const QCommandLineOption input(
+        QStringLiteral("input"),
+        QStringLiteral(
+            "Show clicks and all keys, with xdotool clicking and typing 10 times a second (X11)."));
+    parser.addOptions({seconds, size, still, encode, animateOnly, input});
     parser.process(app);
     if (parser.isSet(animateOnly)) {
         AnimatedWindow window(true);
@@ -139,6 +143,22 @@ int main(int argc, char** argv)
     }
 
     ScreenRecorder recorder(std::move(platform.capture), [](const QString&) { return 1.0; });
+    // Clicks and keys at 10 a second in the middle of the region, each drawn into the frames.
+    QProcess clicking;
+    QProcess typing;
+    if (parser.isSet(input)) {
+        recorder.setInputSource(std::move(platform.input));
+        recorder.inputShown = InputShown{true, KeysShown::all};
+        const int repeats = int(durationSeconds * 5) + 10;
+        clicking.start(QStringLiteral("xdotool"),
+                       {QStringLiteral("mousemove"), QString::number(region.center().x()),
+                        QString::number(region.center().y()), QStringLiteral("click"),
+                        QStringLiteral("--repeat"), QString::number(repeats), QStringLiteral("--delay"),
+                        QStringLiteral("200"), QStringLiteral("1")});
+        typing.start(QStringLiteral("xdotool"),
+                     {QStringLiteral("key"), QStringLiteral("--repeat"), QString::number(repeats),
+                      QStringLiteral("--delay"), QStringLiteral("200"), QStringLiteral("ctrl+shift+p")});
+    }
     double cpuAtStart = 0;
     std::shared_ptr<GifEncodingSession> session;
     FrameList frames; // without the encoder: filled on the capture thread, read once the stop has joined it
@@ -171,6 +191,10 @@ int main(int argc, char** argv)
     const double recordingCpuMs = (cpuSeconds() - cpuAtStart) * 1000;
     nativeWindow.kill();
     nativeWindow.waitForFinished();
+    for (QProcess* driver : {&clicking, &typing}) {
+        driver->kill();
+        driver->waitForFinished();
+    }
     if (exit != 0 || !stopped) {
         return 1;
     }
@@ -193,10 +217,12 @@ int main(int argc, char** argv)
     }
     const CaptureStats stats = recorder.lastStats();
     const double n = std::max<long long>(1, stats.pictures);
-    std::printf("region %dx%d for %.1f s%s%s: %lld frames, %lld new pictures (%lld stored once for being "
+    std::printf("region %dx%d for %.1f s%s%s%s: %lld frames, %lld new pictures (%lld stored once for being "
                 "unchanged)\n",
                 region.width(), region.height(), durationSeconds, parser.isSet(still) ? ", static" : "",
-                session ? ", encoded while recording" : "", stats.frames, stats.pictures, stats.sharedFrames);
+                session ? ", encoded while recording" : "",
+                parser.isSet(input) ? ", clicks and keys shown (10 a second)" : "", stats.frames,
+                stats.pictures, stats.sharedFrames);
     if (session) {
         std::printf("gif bytes=%lld finished %.3f s after the stop\n", static_cast<long long>(gifBytes),
                     tailSeconds);

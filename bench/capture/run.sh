@@ -21,6 +21,9 @@ run --seconds "$seconds" --size screen
 run --seconds "$seconds" --size 800x600 --static
 # As the application records: frames go to the GIF encoder as they come and are not kept.
 run --seconds "$seconds" --size 800x600 --encode
+# The same with clicks and keys shown while xdotool clicks and types 10 times a second: the
+# capture thread's ms per picture (cpu_ms_per_picture) beside the line above.
+run --seconds "$seconds" --size 800x600 --encode --input
 run --seconds "$seconds" --size screen --encode
 # The same on a busy machine: two busy loops a core beside the recording. The GIF still lasts as
 # long as the recording (gif_seconds against seconds); what gives is how many new pictures it has.
