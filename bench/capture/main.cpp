@@ -148,7 +148,7 @@ int main(int argc, char** argv)
     QProcess typing;
     if (parser.isSet(input)) {
         recorder.setInputSource(std::move(platform.input));
-        recorder.inputShown = InputShown{true, KeysShown::all};
+        recorder.inputShown = InputShown{true, KeysShown::all, {}};
         const int repeats = int(durationSeconds * 5) + 10;
         clicking.start(QStringLiteral("xdotool"),
                        {QStringLiteral("mousemove"), QString::number(region.center().x()),

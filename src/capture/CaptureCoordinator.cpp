@@ -355,8 +355,12 @@ void CaptureCoordinator::startRecording()
     m_frameRate = output.preferences.frameRate;
     m_end = RecordingEnd::stoppedByUser;
     m_c.screenRecorder->outputScale = output.preferences.scale;
-    m_c.screenRecorder->inputShown =
-        InputShown{output.preferences.showClicks == 1, static_cast<KeysShown>(output.preferences.showKeys)};
+    InputShown shown{
+        output.preferences.showClicks == 1, static_cast<KeysShown>(output.preferences.showKeys), {}};
+    for (const ShortcutAction action : allShortcutActions) {
+        shown.hiddenKeys << inputKeyLabel(readShortcut(m_defaults, action));
+    }
+    m_c.screenRecorder->inputShown = shown;
     m_starting = true;
     // Frames go straight to the encoder while recording, so Stop only has the tail left to do.
     m_session = std::shared_ptr<EncodingSession>(m_c.gifEncoder->openSession());

@@ -5,6 +5,8 @@
 #include <QStringList>
 #include <QSysInfo>
 
+#include <utility>
+
 namespace vantalo {
 
 QString keyName(quint16 keyCode)
@@ -54,6 +56,21 @@ QString nativeShortcutLabel(quint16 keyCode, quint64 modifiers)
 } // namespace vantalo
 
 namespace vantalo {
+QString inputKeyLabel(const Shortcut& shortcut)
+{
+    QStringList parts;
+    for (const auto& [flag, name] :
+         {std::pair(ModifierFlag::command, "Ctrl"), std::pair(ModifierFlag::option, "Alt"),
+          std::pair(ModifierFlag::shift, "Shift"), std::pair(ModifierFlag::control, "Super")}) {
+        if (shortcut.modifiers & flag) {
+            parts << QString::fromLatin1(name);
+        }
+    }
+    const KeyInfo* info = keyInfo(shortcut.keyCode);
+    parts << (info ? QString::fromUtf16(info->nativeLabel) : QStringLiteral("?"));
+    return parts.join(QStringLiteral(" + "));
+}
+
 QString displayShortcutLabel(const Shortcut& shortcut)
 {
     static const bool compact = QSysInfo::productType() == QLatin1String("macos");

@@ -31,4 +31,7 @@ inline QString nativeShortcutLabel(const Shortcut& s)
 namespace vantalo {
 // The label this platform's users read: the compact form on macOS, the spelled-out one elsewhere.
 QString displayShortcutLabel(const Shortcut& shortcut);
+// The shortcut as a recording's key label shows it ("Ctrl + Shift + G"): Ctrl, Alt, Shift and
+// Super, then the key.
+QString inputKeyLabel(const Shortcut& shortcut);
 } // namespace vantalo

@@ -107,6 +107,9 @@ void drawInput(QImage& image, const QRect& nativeRect, double pointPixels,
                 continue;
             }
             const QString text = keyLabel(event);
+            if (shown.hiddenKeys.contains(text)) {
+                continue;
+            }
             repeats = text == label && event.at - last <= kLabelTime ? repeats + 1 : 1;
             label = text;
             last = event.at;

@@ -25,6 +25,9 @@ struct InputShown
 {
     bool clicks = false;
     KeysShown keys = KeysShown::none;
+    // Keys never shown, as keyLabel writes them: Vantalo's own shortcuts (the stop key would
+    // otherwise end every recording).
+    QStringList hiddenKeys;
     bool any() const { return clicks || keys != KeysShown::none; }
     friend bool operator==(const InputShown&, const InputShown&) = default;
 };

@@ -320,8 +320,9 @@ void ScreenRecorder::startRecording(const QRectF& region, const QString& display
                     if (job->stop) {
                         break;
                     }
-                    movedTo = std::exchange(job->movedTo, std::nullopt);
                 }
+                // Also where a pause and its resume both came while a picture was being taken.
+                movedTo = std::exchange(job->movedTo, std::nullopt);
             }
             if (movedTo) {
                 moveStream(*movedTo);

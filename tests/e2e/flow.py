@@ -391,14 +391,7 @@ class Flow:
             with Image.open(self.data / "gifs" / items[0]["filename"]) as gif:
                 return gif.size
 
-        def drag(x0, y0, x1, y1):
-            self.xdotool("mousemove", x0, y0, "mousedown", 1)
-            for step in range(1, 9):
-                self.xdotool("mousemove", x0 + (x1 - x0) * step // 8, y0 + (y1 - y0) * step // 8)
-                time.sleep(0.03)
-            self.xdotool("mouseup", 1)
-            self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
-            time.sleep(0.3)
+        drag = self.drag_region
 
         def bar():
             """The toolbar's capsule (its window has 20 points of clear padding round it)."""
@@ -490,24 +483,32 @@ class Flow:
                 gif.load()
         self.log(f"end to end OK (choosing what to record); screenshots in {self.artifacts}")
 
+    def drag_region(self, x0, y0, x1, y1):
+        """On the selection overlay: a rectangle dragged as a hand drags it, then its toolbar."""
+        self.xdotool("mousemove", x0, y0, "mousedown", 1)
+        for step in range(1, 9):
+            self.xdotool("mousemove", x0 + (x1 - x0) * step // 8, y0 + (y1 - y0) * step // 8)
+            time.sleep(0.03)
+        self.xdotool("mouseup", 1)
+        self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
+        time.sleep(0.3)
+
+    def record_dragged(self, x0, y0, x1, y1):
+        """The shortcut, a region dragged, Return; back once it records."""
+        recordings, selections = (self.app_log().count(s) for s in ("-> recording", "-> selecting"))
+        self.xdotool("key", "ctrl+g")
+        self.wait_for("the overlay", lambda: self.app_log().count("-> selecting") > selections)
+        time.sleep(0.6)
+        self.drag_region(x0, y0, x1, y1)
+        self.xdotool("key", "Return")
+        self.wait_for("the recording", lambda: self.app_log().count("-> recording") > recordings)
+
     def clicks_and_keys(self):
         """A click and Ctrl+Shift+P, then "abc" typed, in a recording of the desktop that shows
         clicks and shortcuts: the ring in the frames of the click's 0.3 s round where it was, the
         label in those of the second after the keys, and nothing of the letters."""
         kept = {item["id"] for item in self.history()}
-        recordings, selections = (self.app_log().count(s) for s in ("-> recording", "-> selecting"))
-        self.xdotool("key", "ctrl+g")
-        self.wait_for("the overlay", lambda: self.app_log().count("-> selecting") > selections)
-        time.sleep(0.6)
-        self.xdotool("mousemove", 1000, 600, "mousedown", 1)
-        for step in range(1, 9):
-            self.xdotool("mousemove", 1000 + 400 * step // 8, 600 + 300 * step // 8)
-            time.sleep(0.03)
-        self.xdotool("mouseup", 1)
-        self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
-        time.sleep(0.3)
-        self.xdotool("key", "Return")
-        self.wait_for("the recording", lambda: self.app_log().count("-> recording") > recordings)
+        self.record_dragged(1000, 600, 1400, 900)
         self.xdotool("mousemove", 1100, 700)
         time.sleep(0.8)
         clicked = time.monotonic()
@@ -570,20 +571,8 @@ class Flow:
         pause, and goes on from the new place."""
         self.start(["xsetroot", "-solid", "#208040"]).wait()
         kept = {item["id"] for item in self.history()}
-        recordings, selections = (self.app_log().count(s) for s in ("-> recording", "-> selecting"))
         x, y = ax + 20, ay + 20  # the region: 300 × 200 points of the scene's plain background
-        self.xdotool("key", "ctrl+g")
-        self.wait_for("the overlay", lambda: self.app_log().count("-> selecting") > selections)
-        time.sleep(0.6)
-        self.xdotool("mousemove", x, y, "mousedown", 1)
-        for step in range(1, 9):
-            self.xdotool("mousemove", x + 300 * step // 8, y + 200 * step // 8)
-            time.sleep(0.03)
-        self.xdotool("mouseup", 1)
-        self.wait_for("the toolbar", lambda: self.window("Vantalo Recording Toolbar"))
-        time.sleep(0.3)
-        self.xdotool("key", "Return")
-        self.wait_for("the recording", lambda: self.app_log().count("-> recording") > recordings)
+        self.record_dragged(x, y, x + 300, y + 200)
         time.sleep(1.2)
         subprocess.run([self.args.binary, "--pause"], check=True, timeout=15)
         self.wait_for("the pause", lambda: self.app_log().count("recording paused") > 0)
