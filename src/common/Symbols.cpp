@@ -58,6 +58,17 @@ void paintSymbol(QPainter& painter, Symbol symbol, const QRectF& box, const QCol
         painter.drawLine(QPointF(10, 10), QPointF(10.3, 17.5));
         painter.drawLine(QPointF(14, 10), QPointF(13.7, 17.5));
         break;
+    case Symbol::arrowUturnLeft: {
+        QPainterPath turn;
+        turn.moveTo(5, 10);
+        turn.lineTo(15, 10);
+        turn.arcTo(QRectF(10, 10, 10, 10), 90, -180);
+        turn.lineTo(9, 20);
+        painter.drawPath(turn);
+        painter.drawLine(QPointF(5, 10), QPointF(9, 6));
+        painter.drawLine(QPointF(5, 10), QPointF(9, 14));
+        break;
+    }
     case Symbol::xmark:
         painter.drawLine(QPointF(5, 5), QPointF(19, 19));
         painter.drawLine(QPointF(19, 5), QPointF(5, 19));

@@ -18,6 +18,7 @@ enum class Symbol
     xmarkCircleFill, // a filled disc with the cross cut out
     photoStack,      // two tilted photographs
     arrowsInward,    // two arrows pointing at each other across a corner: make smaller
+    arrowUturnLeft,  // an arrow that turns back to the left: undo
 };
 
 // Draws `symbol` centred in `box` (its size is the symbol's point size) with lines `weight` thick.

@@ -6,6 +6,7 @@
 
 #include <QDateTime>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -191,6 +192,58 @@ void GifHistoryStore::deleteItem(const GifHistoryItem& item)
         items->removeIf([&](const GifHistoryItem& kept) { return kept.id == item.id; });
         save(*items);
     }
+}
+
+std::expected<GifHistoryStore::Trashed, Failure> GifHistoryStore::moveToTrash(const GifHistoryItem& item)
+{
+    const QList<GifHistoryItem> items = loadItems();
+    const auto listed =
+        std::ranges::find_if(items, [&](const GifHistoryItem& kept) { return kept.id == item.id; });
+    if (listed == items.end() || !isPlainFilename(item.filename)) {
+        return std::unexpected(Failure{QStringLiteral("the GIF is not in the history")});
+    }
+    // Qt puts the file beside the working directory when the home trash does not exist yet (a
+    // new user's): it is made first, as the trash specification has it.
+    const QDir home(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                    QStringLiteral("/Trash"));
+    for (const QString& part : {QStringLiteral("files"), QStringLiteral("info")}) {
+        if (!home.exists(part) && home.mkpath(part)) {
+            QFile::setPermissions(home.path(),
+                                  QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        }
+    }
+    QFile file(filePath(item));
+    if (!file.moveToTrash()) {
+        return std::unexpected(Failure{file.errorString()});
+    }
+    if (QFileInfo(file.fileName()).isRelative()) {
+        QFile::rename(file.fileName(), filePath(item));
+        return std::unexpected(Failure{QStringLiteral("no trash found for %1").arg(filePath(item))});
+    }
+    Trashed trashed{item, listed - items.begin(), file.fileName()};
+    if (auto changed = loadForChange()) {
+        changed->removeIf([&](const GifHistoryItem& kept) { return kept.id == item.id; });
+        save(*changed);
+    }
+    return trashed;
+}
+
+bool GifHistoryStore::restore(const Trashed& trashed)
+{
+    const QString target = filePath(trashed.item);
+    if (!isPlainFilename(trashed.item.filename) || QFile::exists(target) ||
+        !QFile::rename(trashed.pathInTrash, target)) {
+        return false;
+    }
+    // The trash's note of where the file came from goes with it (Trash/info beside Trash/files).
+    const QFileInfo inTrash(trashed.pathInTrash);
+    QFile::remove(inTrash.dir().filePath(QStringLiteral("../info/") + inTrash.fileName() +
+                                         QStringLiteral(".trashinfo")));
+    if (auto items = loadForChange()) {
+        items->insert(std::clamp<qsizetype>(trashed.index, 0, items->size()), trashed.item);
+        save(*items);
+    }
+    return true;
 }
 
 void GifHistoryStore::recover(const QString& temporaryDirectory)

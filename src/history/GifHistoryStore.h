@@ -36,6 +36,19 @@ public:
     std::expected<GifHistoryItem, Failure> addGif(const QString& gifPath) override;
     void updateUploadURL(const QUuid& id, const QUrl& url);
     void deleteItem(const GifHistoryItem& item);
+    // A GIF in the desktop's trash, and where its entry stood.
+    struct Trashed
+    {
+        GifHistoryItem item;
+        qsizetype index = 0;
+        QString pathInTrash;
+    };
+    // Moves the item's GIF to the desktop's trash and unlists it; where the trash cannot take it,
+    // nothing changes and the failure says why.
+    std::expected<Trashed, Failure> moveToTrash(const GifHistoryItem& item);
+    // Takes a trashed GIF back out of the trash into its place in the list. False where it is no
+    // longer in the trash (emptied meanwhile) or its name is taken again.
+    bool restore(const Trashed& trashed);
 
     // Run once at start, before anything else uses the store: removes what an interrupted save left
     // beside the file, and lists the finished GIFs an interrupted add left unlisted (in the GIF

@@ -25,7 +25,10 @@ void HistoryViewModel::reload()
 
 void HistoryViewModel::deleteItem(const GifHistoryItem& item)
 {
-    m_store.deleteItem(item);
+    // Into the desktop's trash, where it can be taken back; gone for good where there is none.
+    if (!m_store.moveToTrash(item)) {
+        m_store.deleteItem(item);
+    }
     m_items.removeIf([&item](const GifHistoryItem& kept) { return kept.id == item.id; });
     Q_EMIT itemsChanged();
 }

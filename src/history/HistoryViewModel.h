@@ -28,7 +28,7 @@ public:
     std::function<void(const GifHistoryItem&)> onOpen;
 
     void select(const GifHistoryItem& item);
-    // Removes the GIF and its entry for good.
+    // Moves the GIF to the desktop's trash (deletes it where there is none) and unlists it.
     void deleteItem(const GifHistoryItem& item);
     // Reads the list again.
     void reload();

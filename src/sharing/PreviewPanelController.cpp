@@ -84,6 +84,11 @@ void PreviewPanelController::show(const QString& gifPath, const std::optional<QU
     view->onClose = bind([](PreviewPanelController& c) { c.dismiss(); });
     view->onFit = bind([gifPath](PreviewPanelController& c, qint64 budget) { c.fitUnder(gifPath, budget); });
     view->onCancelWork = bind([](PreviewPanelController& c) { c.cancelWork(); });
+    view->onNoticeAction = bind([](PreviewPanelController& c) {
+        if (const auto act = std::exchange(c.m_noticeAct, nullptr)) {
+            act();
+        }
+    });
     view->onTrim = bind([gifPath, historyItemID](PreviewPanelController& c) {
         if (c.onTrim) {
             c.onTrim(gifPath, historyItemID);
@@ -252,17 +257,55 @@ void PreviewPanelController::deleteGIF(const QString& gifPath)
     bool deleted = false;
     if (m_currentHistoryItemID) {
         for (const GifHistoryItem& item : m_services.historyStore.loadItems()) {
-            if (item.id == *m_currentHistoryItemID) {
-                m_services.historyStore.deleteItem(item);
-                deleted = true;
-                break;
+            if (item.id != *m_currentHistoryItemID) {
+                continue;
             }
+            // Into the desktop's trash, with a few seconds to take it back here.
+            auto trashed = m_services.historyStore.moveToTrash(item);
+            if (trashed) {
+                showTrashed(*trashed);
+                return;
+            }
+            m_services.print(QStringLiteral("The trash did not take the GIF (%1): it is deleted")
+                                 .arg(trashed.error().description));
+            m_services.historyStore.deleteItem(item);
+            deleted = true;
+            break;
         }
     }
     if (!deleted) {
         QFile::remove(gifPath);
     }
     dismiss();
+}
+
+void PreviewPanelController::showTrashed(const GifHistoryStore::Trashed& trashed)
+{
+    cancelAutoDismissTimer();
+    const QPointer<PreviewPanelController> self(this);
+    const std::shared_ptr<PreviewPanelState> state = m_panelState;
+    showNotice(
+        QStringLiteral("Moved to Trash"), QStringLiteral("Undo"),
+        [self, state, trashed] {
+            if (!self || self->m_panelState != state) {
+                return;
+            }
+            if (!self->m_services.historyStore.restore(trashed)) {
+                self->showNotice(QStringLiteral("The trash no longer has it"));
+                return;
+            }
+            if (self->m_noticeTimer) {
+                self->m_services.scheduler->cancel(*std::exchange(self->m_noticeTimer, std::nullopt));
+            }
+            state->setNotice({});
+            self->resetAutoDismissTimer();
+        },
+        // The panel of a GIF in the trash goes when its Undo does.
+        [self, state] {
+            if (self && self->m_panelState == state) {
+                self->dismiss();
+            }
+        });
 }
 
 void PreviewPanelController::openInDefaultApp(const QString& gifPath)
@@ -347,20 +390,29 @@ void PreviewPanelController::finishFit(const GifJobOutcome& outcome, const std::
     show(m_services.historyStore.filePath(*item), item->id);
 }
 
-void PreviewPanelController::showNotice(const QString& notice)
+void PreviewPanelController::showNotice(const QString& notice, const QString& action,
+                                        std::function<void()> act, std::function<void()> expired)
 {
     if (m_noticeTimer) {
         m_services.scheduler->cancel(*m_noticeTimer);
     }
     const std::shared_ptr<PreviewPanelState> state = m_panelState;
-    state->setNotice(notice);
+    state->setNotice(notice, action);
+    m_noticeAct = std::move(act);
     const QPointer<PreviewPanelController> self(this);
-    m_noticeTimer = m_services.scheduler->schedule(noticeInterval, [self, state] {
-        state->setNotice({});
-        if (self) {
-            self->m_noticeTimer.reset();
-        }
-    });
+    m_noticeTimer =
+        m_services.scheduler->schedule(noticeInterval, [self, state, expired = std::move(expired)] {
+            if (expired) {
+                expired();
+            }
+            state->setNotice({});
+            if (self) {
+                self->m_noticeTimer.reset();
+                if (self->m_panelState == state) {
+                    self->m_noticeAct = nullptr;
+                }
+            }
+        });
 }
 
 void PreviewPanelController::showFeedback(const QString& message)

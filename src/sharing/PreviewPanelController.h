@@ -7,6 +7,7 @@
 #include "app/PreviewPresenter.h"
 #include "common/Console.h"
 #include "common/Scheduler.h"
+#include "history/GifHistoryStore.h"
 #include "recording/GifJob.h"
 
 #include <QObject>
@@ -20,8 +21,6 @@
 #include <optional>
 
 namespace vantalo {
-
-class GifHistoryStore;
 
 // What the controller works with.
 struct PreviewPanelServices
@@ -89,7 +88,11 @@ private:
     void resetAutoDismissTimer();
     void cancelAutoDismissTimer();
     void showFeedback(const QString& message);
-    void showNotice(const QString& notice);
+    // A notice in the action row for a few seconds; with `action`, a button that calls `act`
+    // meanwhile. `expired` runs when the notice goes by itself.
+    void showNotice(const QString& notice, const QString& action = {}, std::function<void()> act = {},
+                    std::function<void()> expired = {});
+    void showTrashed(const GifHistoryStore::Trashed& trashed);
     void finishFit(const GifJobOutcome& outcome, const std::optional<QUuid>& fitted, bool replacing);
     void finishUpload(const std::shared_ptr<PreviewPanelState>& state,
                       const std::optional<QUuid>& historyItemID, const UploadOutcome& outcome);
@@ -104,6 +107,7 @@ private:
     QString m_currentPath;
     std::unique_ptr<GifJob> m_job;
     std::optional<Scheduler::TaskId> m_noticeTimer;
+    std::function<void()> m_noticeAct; // the shown notice's button
 };
 
 } // namespace vantalo

@@ -30,6 +30,8 @@ public:
     const QString& work() const { return m_work; }
     double workProgress() const { return m_workProgress; }
     const QString& notice() const { return m_notice; }
+    // The button beside the notice ("Undo"), or nothing.
+    const QString& noticeAction() const { return m_noticeAction; }
     Row row() const
     {
         if (m_uploading) {
@@ -83,9 +85,10 @@ public:
         m_workProgress = fraction;
         Q_EMIT changed();
     }
-    void setNotice(const QString& notice)
+    void setNotice(const QString& notice, const QString& action = {})
     {
         m_notice = notice;
+        m_noticeAction = notice.isEmpty() ? QString() : action;
         Q_EMIT changed();
     }
 
@@ -100,6 +103,7 @@ private:
     QString m_work;
     double m_workProgress = 0.0;
     QString m_notice;
+    QString m_noticeAction;
 };
 
 } // namespace vantalo

@@ -119,8 +119,10 @@ PreviewPanelView::PreviewPanelView(const QString& gifPath, const QString& fileSi
         }
     });
     connect(m_cancel, &QAbstractButton::clicked, this, [this] {
-        if (onCancelWork) {
-            onCancelWork();
+        // The same place serves a running job's Cancel and a notice's action.
+        const auto& call = m_shownRow == PreviewPanelState::Row::notice ? onNoticeAction : onCancelWork;
+        if (call) {
+            call();
         }
     });
 
@@ -151,7 +153,10 @@ void PreviewPanelView::refreshRow()
     m_shownRow = m_state->row();
     using Row = PreviewPanelState::Row;
     m_row->setCurrentIndex(m_shownRow == Row::ready || m_shownRow == Row::uploaded ? 0 : 1);
-    m_cancel->setVisible(m_shownRow == Row::working);
+    const bool action = m_shownRow == Row::notice && !m_state->noticeAction().isEmpty();
+    m_cancel->setVisible(m_shownRow == Row::working || action);
+    m_cancel->setLook(action ? Symbol::arrowUturnLeft : Symbol::xmark,
+                      action ? m_state->noticeAction() : QStringLiteral("Cancel"), kButtonTint);
     if (m_shownRow == PreviewPanelState::Row::uploaded) {
         m_first->setLook(Symbol::cloudCheckmark, QStringLiteral("Copy URL"), kGreen);
     } else {

@@ -41,6 +41,8 @@ public:
     std::function<void(qint64 budget)> onFit;
     std::function<void()> onTrim;
     std::function<void()> onCancelWork;
+    // The button of a notice that has one ("Undo").
+    std::function<void()> onNoticeAction;
     std::function<void(bool dragging)> onDragging;
 
     QSize fittingSize() const;

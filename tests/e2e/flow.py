@@ -788,6 +788,21 @@ class Flow:
         self.log(f"share ended by the desktop: {len(delays)} frames kept")
 
     def delete_from_panel(self, x, y, gif, item):
+        """Delete moves the GIF to the trash and offers Undo where Cancel stands, which puts the
+        file and its entry back; Delete again, and the panel goes a few seconds later."""
+        trashed = self.home / ".local/share/Trash/files" / gif.name
+        if "XDG_DATA_HOME" in os.environ:
+            trashed = Path(os.environ["XDG_DATA_HOME"]) / "Trash/files" / gif.name
+        listed = [kept["id"] for kept in self.history()]
+        self.click(x, y)
+        self.wait_for("the GIF in the trash", lambda: not gif.exists() and trashed.exists() and
+                      all(kept["id"] != item["id"] for kept in self.history()))
+        self.shot("moved-to-trash")
+        px, py, pw, ph = self.window("Vantalo Preview")
+        self.click(px + pw - 6 - 32, y)  # Undo
+        self.wait_for("the GIF back", lambda: gif.exists() and not trashed.exists() and
+                      [kept["id"] for kept in self.history()] == listed)
+        time.sleep(0.3)
         self.click(x, y)
         self.wait_for("the GIF to go", lambda: not gif.exists() and
                       all(kept["id"] != item["id"] for kept in self.history()))

@@ -7,6 +7,7 @@
 #include <QClipboard>
 #include <QMenu>
 #include <QScreen>
+#include <QStandardPaths>
 #include <QTest>
 
 #include <sys/stat.h>
@@ -277,6 +278,39 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(loose));
         QCOMPARE(m_history->store.loadItems().size(), 1);
         QVERIFY(QFile::exists(m_history->store.filePath(item)));
+
+        // A listed GIF goes to the desktop's trash, with Undo where Cancel stands for a few
+        // seconds: the file and its entry come back in their place. Deleted again, the panel goes
+        // with the notice, and the GIF stays in the trash.
+        using Row = PreviewPanelState::Row;
+        const GifHistoryItem newer = keptGif(QSize(32, 24));
+        const QString path = m_history->store.filePath(item);
+        const auto ids = [this] {
+            QList<QUuid> listed;
+            for (const GifHistoryItem& kept : m_history->store.loadItems()) {
+                listed << kept.id;
+            }
+            return listed;
+        };
+        m_controller->show(path, item.id);
+        PreviewPanelView* panel = m_controller->panel();
+        panel->deleteButton()->click();
+        QVERIFY(!QFile::exists(path));
+        QCOMPARE(ids(), QList<QUuid>{newer.id});
+        QCOMPARE(panel->shownRow(), Row::notice);
+        QCOMPARE(panel->rowText(), QStringLiteral("Moved to Trash"));
+        QVERIFY(panel->cancelButton()->isVisible());
+        panel->cancelButton()->click();
+        QVERIFY(QFile::exists(path));
+        QCOMPARE(ids(), (QList<QUuid>{newer.id, item.id}));
+        QCOMPARE(panel->shownRow(), Row::ready);
+        panel->deleteButton()->click();
+        m_clock->advance(PreviewPanelController::noticeInterval);
+        QVERIFY(!m_controller->panel());
+        const QString trash = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
+                              QStringLiteral("/Trash/files/") + item.filename;
+        QVERIFY2(QFile::exists(trash), qPrintable(trash));
+        QCOMPARE(ids(), QList<QUuid>{newer.id});
     }
     // Fit: the sizes and "Trim and more…" under the button. A fit runs in the row and holds the
     // panel; it ends in a new entry shown in the panel, or in a notice that changes nothing. After
