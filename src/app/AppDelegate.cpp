@@ -86,6 +86,11 @@ void AppDelegate::setupApplication()
             self->m_trimPresenter->open(path);
         }
     };
+    m_previewPanelController->onOpenUploadSettings = [self] {
+        if (self) {
+            self->openPreferences(true);
+        }
+    };
     m_trimPresenter->onSaved = [self](const QString& path) {
         if (self) {
             self->keepAndShow(path);
@@ -201,7 +206,7 @@ void AppDelegate::rebuildMenu()
     // promise what no key does.
     m_menu.addAction(QStringLiteral("History..."), this, &AppDelegate::showHistory);
     m_menu.addSeparator();
-    m_menu.addAction(QStringLiteral("Preferences..."), this, &AppDelegate::openPreferences);
+    m_menu.addAction(QStringLiteral("Preferences..."), this, [this] { openPreferences(); });
     m_menu.addSeparator();
     m_menu.addAction(QStringLiteral("About Vantalo"), this, &AppDelegate::showAbout);
     m_menu.addSeparator();
@@ -247,7 +252,7 @@ void AppDelegate::showHistory()
     m_historyPanelController->show();
 }
 
-void AppDelegate::openPreferences()
+void AppDelegate::openPreferences(bool atUploadSettings)
 {
     if (!m_preferencesWindow) {
         m_preferencesWindow = new PreferencesWindow(
@@ -268,11 +273,14 @@ void AppDelegate::openPreferences()
     }
     // After the menu has finished with its own event.
     QPointer window = m_preferencesWindow;
-    QTimer::singleShot(0, this, [window] {
+    QTimer::singleShot(0, this, [window, atUploadSettings] {
         if (window) {
             window->show();
             window->raise();
             window->activateWindow();
+            if (atUploadSettings) {
+                window->accessKeyIdField()->setFocus();
+            }
         }
     });
 }

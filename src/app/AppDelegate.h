@@ -64,7 +64,8 @@ public:
     // Pause Recording / Resume Recording, and `vantalo --pause`.
     void togglePause();
     void showHistory();
-    void openPreferences();
+    // With `atUploadSettings`, the keyboard in the first of the credentials.
+    void openPreferences(bool atUploadSettings = false);
     void showAbout();
     // Quit Vantalo: at once when nothing is under way; a recording is stopped first, and its GIF
     // (or one being written or fitted) finished and listed. A second Quit meanwhile exits at once.

@@ -30,6 +30,8 @@ public:
     std::function<void()> onWorkFinished;
     // "Trim and more…" for the GIF shown.
     std::function<void(const QString& gifPath, const std::optional<QUuid>& historyItemId)> onTrim;
+    // Preferences, at the upload settings (a failed upload's button where they are the cause).
+    std::function<void()> onOpenUploadSettings;
 };
 
 } // namespace vantalo

@@ -11,6 +11,8 @@ namespace vantalo {
 struct Failure
 {
     QString description;
+    // The user mends it in Preferences, in the upload settings (credentials, an endpoint).
+    bool mendedInUploadSettings = false;
 };
 
 template<typename E>

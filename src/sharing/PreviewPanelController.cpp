@@ -216,8 +216,17 @@ void PreviewPanelController::finishUpload(const std::shared_ptr<PreviewPanelStat
         showFeedback(QStringLiteral("Upload failed"));
         m_services.print(QStringLiteral("Upload error: ") + outcome.error().description);
         state->setUploading(false);
-        // Why, on the panel where the actions stand, until they come back.
-        showNotice(outcome.error().description);
+        // Why, on the panel where the actions stand, until they come back; where the settings
+        // are the cause, the way to them.
+        if (outcome.error().mendedInUploadSettings && onOpenUploadSettings) {
+            showNotice(outcome.error().description, QStringLiteral("Preferences"), [self = QPointer(this)] {
+                if (self && self->onOpenUploadSettings) {
+                    self->onOpenUploadSettings();
+                }
+            });
+        } else {
+            showNotice(outcome.error().description);
+        }
         return;
     }
     if (historyItemID) {

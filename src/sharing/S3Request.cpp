@@ -48,7 +48,8 @@ Failure cloudUploaderFailure(CloudUploaderError error, const QString& detail)
     switch (error) {
     case CloudUploaderError::notConfigured:
         return Failure{
-            QStringLiteral("Cloud upload not configured \u2014 add your AWS credentials in Preferences")};
+            QStringLiteral("Cloud upload not configured \u2014 add your AWS credentials in Preferences"),
+            true};
     case CloudUploaderError::uploadFailed:
         return Failure{QStringLiteral("Upload failed: ") + detail};
     }
@@ -90,7 +91,9 @@ std::expected<S3SignedRequest, Failure> buildS3Request(const CloudUploader::Conf
         url = QUrl::fromEncoded("https://" + host + path, QUrl::StrictMode);
     } else {
         if (const auto problem = s3EndpointProblem(endpoint)) {
-            return std::unexpected(cloudUploaderFailure(CloudUploaderError::uploadFailed, *problem));
+            Failure failure = cloudUploaderFailure(CloudUploaderError::uploadFailed, *problem);
+            failure.mendedInUploadSettings = true;
+            return std::unexpected(failure);
         }
         const QUrl base(endpoint, QUrl::StrictMode);
         // Path-style: the bucket is the first path segment, the endpoint's host (and port) the Host.

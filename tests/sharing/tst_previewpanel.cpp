@@ -210,6 +210,19 @@ private Q_SLOTS:
         QCOMPARE(feedbackShown(), QStringList{QStringLiteral("Upload failed")});
         QCOMPARE(m_printed, QStringList{QStringLiteral("Upload error: Upload failed: HTTP 403")});
         QVERIFY(!m_history->store.loadItems().first().uploadURL);
+        QVERIFY(panel->cancelButton()->isHidden()); // nothing the user could change here
+        // Where the settings are the cause, a button leads to them.
+        int settingsOpened = 0;
+        m_controller->onOpenUploadSettings = [&settingsOpened] { ++settingsOpened; };
+        panel->uploadButton()->click();
+        m_cloud->calls[1].done(std::unexpected(Failure{QStringLiteral("Cloud upload not configured"), true}));
+        QVERIFY(!panel->cancelButton()->isHidden());
+        QCOMPARE(panel->cancelButton()->text(), QStringLiteral("Preferences"));
+        panel->cancelButton()->click();
+        QCOMPARE(settingsOpened, 1);
+        m_clock->advance(PreviewPanelController::noticeInterval);
+        QCOMPARE(panel->shownRow(), PreviewPanelState::Row::ready);
+        m_cloud->calls.erase(m_cloud->calls.begin() + 1);
 
         m_clock->advance(30s);
         panel->uploadButton()->click();
