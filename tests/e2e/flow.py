@@ -511,11 +511,10 @@ class Flow:
         self.record_dragged(1000, 600, 1400, 900)
         self.xdotool("mousemove", 1100, 700)
         time.sleep(0.8)
-        clicked = time.monotonic()
-        self.xdotool("click", 1)
+        # Each press happens between the two readings round the command that makes it.
+        clicked = (time.monotonic(), self.xdotool("click", 1), time.monotonic())
         time.sleep(0.8)
-        pressed = time.monotonic()
-        self.xdotool("key", "ctrl+shift+p")
+        pressed = (time.monotonic(), self.xdotool("key", "ctrl+shift+p"), time.monotonic())
         time.sleep(0.3)
         self.xdotool("type", "abc")
         time.sleep(1.6)
@@ -532,17 +531,18 @@ class Flow:
 
         ringed = [i for i, frame in enumerate(frames) if blue(frame, True)]
         assert not [i for i, frame in enumerate(frames) if blue(frame, False)], "blue away from the click"
-        at = (clicked - start) * 10
-        assert ringed and at - 1 <= ringed[0] and ringed[-1] <= at + 4, (ringed, at)
+        earliest, latest = (clicked[0] - start) * 10, (clicked[2] - start) * 10
+        assert ringed and earliest - 1 <= ringed[0] and ringed[-1] <= latest + 4, (ringed, earliest, latest)
 
         def label(frame):
             return sum(1 for x in range(100, 300, 2) for y in range(220, 296, 2)
                        if (lambda r, g, b: r < 45 and g < 70 and b < 50)(*frame.getpixel((x, y))))
 
         labelled = [i for i, frame in enumerate(frames[:-2]) if label(frame) > 100]
-        at = (pressed - start) * 10
+        earliest, latest = (pressed[0] - start) * 10, (pressed[2] - start) * 10
         # Shown for the second after Ctrl+Shift+P; the letters typed 0.3 s later keep nothing longer.
-        assert labelled and at - 1 <= labelled[0] <= at + 2 and labelled[-1] <= at + 12, (labelled, at)
+        assert labelled and earliest - 1 <= labelled[0] <= latest + 2 and labelled[-1] <= latest + 12, \
+            (labelled, earliest, latest)
         self.shot("clicks-and-keys")
         frames[labelled[0] + 1].save(self.artifacts / "frame-with-a-key-label.png")
         frames[ringed[0]].save(self.artifacts / "frame-with-a-click-ring.png")
@@ -555,7 +555,9 @@ class Flow:
         recorded = self.log_time("recording -> encoding") - self.log_time("-> recording")
         if paused:
             recorded -= self.log_time("recording resumed") - self.log_time("recording paused")
-        assert abs(recorded - seconds) < 0.05, f"{seconds} s on the timeline, {recorded:.3f} s recorded"
+        # The log lines stand a few calls from the moments the recorder takes (more on a busy
+        # machine); a pause left in would be seconds off.
+        assert abs(recorded - seconds) < 0.15, f"{seconds} s on the timeline, {recorded:.3f} s recorded"
         return seconds
 
     def log_time(self, text):
@@ -620,7 +622,9 @@ class Flow:
         switch = places.index("desktop")
         assert set(places[:switch]) == {"scene"} and set(places[switch:]) == {"desktop"}, places
         before = self.log_time("recording paused") - self.log_time("-> recording")
-        assert abs(switch - before * 10) <= 1, (switch, before)
+        # The first picture after the resume follows the last before the pause (a slot or two
+        # later where the encoder was behind at that moment and the slots repeated the picture).
+        assert before * 10 - 1 <= switch <= before * 10 + 3, (switch, before)
         self.log(f"paused and moved: {len(frames)} frames for {seconds} s recorded, the move at frame {switch}")
 
     def trim_and_fit(self, panel, gif, item):
