@@ -254,12 +254,13 @@ int main(int argc, char** argv)
     };
     auto coordinator =
         std::make_unique<CaptureCoordinator>(std::move(collaborators), defaults, *platform.permission, print);
-    // Uploads read the settings and credentials as they are then; the endpoint is checked now too.
-    const CloudUploader::Config s3Config = CloudUploader::Config::load(defaults, keychain);
+    // Uploads read the settings and credentials as they are then; the endpoint is checked now too
+    // (not the keyring: one that asks for a password would hold the start).
+    const QString s3Endpoint = CloudUploader::Config::loadEndpoint(defaults);
     auto hostedUploader = HostedUploader::create();
-    if (const auto problem = s3EndpointProblem(s3Config.endpoint); problem && !hostedUploader) {
+    if (const auto problem = s3EndpointProblem(s3Endpoint); problem && !hostedUploader) {
         print(QStringLiteral("Uploads will fail: ") + *problem + QStringLiteral(" (the endpoint is ") +
-              s3Config.endpoint + QStringLiteral(")"));
+              s3Endpoint + QStringLiteral(")"));
     }
     PreviewPanelServices panelServices{
         .historyStore = historyStore,

@@ -11,19 +11,24 @@
 
 namespace vantalo {
 
-CloudUploader::Config CloudUploader::Config::load(const UserDefaults& defaults, KeychainStore& keychain)
+QString CloudUploader::Config::loadEndpoint(const UserDefaults& defaults)
 {
     QString endpoint = qEnvironmentVariable(endpointVariable);
     if (endpoint.isEmpty()) {
         endpoint = defaults.stringForKey(SettingsKey::s3Endpoint).value_or(QString());
     }
+    return endpoint.trimmed();
+}
+
+CloudUploader::Config CloudUploader::Config::load(const UserDefaults& defaults, KeychainStore& keychain)
+{
     return Config{
         defaults.stringForKey(SettingsKey::s3BucketName).value_or(SettingsKey::defaultBucketName),
         defaults.stringForKey(SettingsKey::s3Region).value_or(SettingsKey::defaultRegion),
         defaults.stringForKey(SettingsKey::cdnDomain).value_or(SettingsKey::defaultCdnDomain),
         keychain.loadCredential(CredentialKey::accessKeyId).value_or(QString()),
         keychain.loadCredential(CredentialKey::secretAccessKey).value_or(QString()),
-        endpoint.trimmed(),
+        loadEndpoint(defaults),
     };
 }
 

@@ -35,6 +35,8 @@ public:
         // key), both credentials (empty when absent), and the endpoint, which the environment
         // variable VANTALO_S3_ENDPOINT overrides.
         static Config load(const UserDefaults& defaults, KeychainStore& keychain);
+        // The endpoint alone, without asking the keyring (which may keep a caller waiting).
+        static QString loadEndpoint(const UserDefaults& defaults);
     };
 
     static inline const char* endpointVariable = "VANTALO_S3_ENDPOINT";

@@ -29,6 +29,16 @@ void PanelActionButton::setLook(Symbol symbol, const QString& label, QColor tint
     update();
 }
 
+void PanelActionButton::enterEvent(QEnterEvent*)
+{
+    animateValue(this, m_hoverAnimation, m_hovered, 1.0, 120);
+}
+
+void PanelActionButton::leaveEvent(QEvent*)
+{
+    animateValue(this, m_hoverAnimation, m_hovered, 0.0, 160);
+}
+
 QSize PanelActionButton::sizeHint() const
 {
     return {72, 44};
@@ -42,9 +52,9 @@ void PanelActionButton::paintEvent(QPaintEvent*)
     const double textHeight = QFontMetricsF(labelFont).height();
     const double contentHeight = 14 + 4 + textHeight;
     const double top = (height() - contentHeight) / 2;
-    if (m_pressed > 0) {
+    if (m_pressed > 0 || m_hovered > 0) {
         p.setPen(Qt::NoPen);
-        p.setBrush(white(0.08 * m_pressed));
+        p.setBrush(white(0.06 * m_hovered + 0.1 * m_pressed));
         p.drawRoundedRect(QRectF(rect()).adjusted(4, 4, -4, -4), 6, 6);
     }
     paintSymbol(p, m_symbol, QRectF(width() / 2.0 - 8, top - 1, 16, 16), m_tint, 1.5);

@@ -10,7 +10,8 @@ class QVariantAnimation;
 
 namespace vantalo {
 
-// One of the three action buttons: a symbol above a short label, both in the button's tint.
+// One of the panel's action buttons: a symbol above a short label, both in the button's tint,
+// on a faint plate while the pointer is over it and a brighter one while it is pressed.
 class PanelActionButton : public QAbstractButton
 {
     Q_OBJECT
@@ -22,12 +23,16 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void enterEvent(QEnterEvent* event) override;
+    void leaveEvent(QEvent* event) override;
 
 private:
     Symbol m_symbol;
     QColor m_tint;
     double m_pressed = 0.0;
+    double m_hovered = 0.0;
     QPointer<QVariantAnimation> m_animation;
+    QPointer<QVariantAnimation> m_hoverAnimation;
 };
 
 } // namespace vantalo

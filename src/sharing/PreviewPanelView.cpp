@@ -77,6 +77,14 @@ PreviewPanelView::PreviewPanelView(const QString& gifPath, const QString& fileSi
 
     // The sizes to fit under, and the trim window for everything else.
     m_fitMenu = new QMenu(this);
+    // In the panel's own look, not a light menu over the dark panel.
+    m_fitMenu->setStyleSheet(QStringLiteral(
+        "QMenu { background: rgb(38, 38, 40); color: rgba(255, 255, 255, 0.9); border: 1px solid rgba(255, "
+        "255, "
+        "255, 0.12); padding: 4px; }"
+        "QMenu::item { padding: 5px 18px; border-radius: 5px; }"
+        "QMenu::item:selected { background: rgba(255, 255, 255, 0.12); }"
+        "QMenu::separator { height: 1px; background: rgba(255, 255, 255, 0.12); margin: 4px 8px; }"));
     for (const FitPreset& preset : fitPresets()) {
         m_fitMenu->addAction(preset.label, this, [this, bytes = preset.bytes] {
             if (onFit) {
