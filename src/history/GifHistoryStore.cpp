@@ -203,7 +203,7 @@ std::expected<GifHistoryStore::Trashed, Failure> GifHistoryStore::moveToTrash(co
         return std::unexpected(Failure{QStringLiteral("the GIF is not in the history")});
     }
     // Qt puts the file beside the working directory when the home trash does not exist yet (a
-    // new user's): it is made first, as the trash specification has it.
+    // new user's): it is made first, private to the user like the desktop's own.
     const QDir home(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) +
                     QStringLiteral("/Trash"));
     for (const QString& part : {QStringLiteral("files"), QStringLiteral("info")}) {
